@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs every Debian package the build, the tests and the benchmark need, and nothing else.
+# Idempotent: when everything is present it asks dpkg once and returns.
+set -euo pipefail
+
+packages=(
+  # toolchain
+  g++ cmake ninja-build pkg-config git
+  # Qt 6: Core, Gui, Widgets, DBus, Network (qt6-base-dev) and Svg
+  qt6-base-dev qt6-svg-dev libgl-dev
+  # codecs, colour, crypto, compression, JSON
+  libjpeg62-turbo-dev libpng-dev libwebp-dev libheif-dev liblcms2-dev libssl-dev zlib1g-dev
+  nlohmann-json3-dev
+  # tests
+  libgtest-dev libgmock-dev
+  # the external encoders the engine drives, and independent decoders the tests check with
+  libjpeg-turbo-progs webp pngquant libheif-examples pngcheck
+  # desktop test rigs: a virtual X server, a session bus and a notification daemon
+  xvfb xauth dbus dbus-x11 notification-daemon
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$p")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+echo "install-deps: installing ${missing[*]}" >&2
+sudo_cmd=()
+if [[ $(id -u) -ne 0 ]]; then
+  command -v sudo >/dev/null || { echo "install-deps: need root or sudo to install: ${missing[*]}" >&2; exit 1; }
+  sudo_cmd=(sudo)
+fi
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -qq
+"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2

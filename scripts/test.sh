@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the whole suite twice: once in an ordinary build and
+# once under AddressSanitizer and UndefinedBehaviorSanitizer. Extra arguments go to ctest
+# (e.g. scripts/test.sh -R History).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+./scripts/install-deps.sh
+
+configure_and_build() {
+  local dir=$1; shift
+  cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+  cmake --build "$dir"
+}
+
+echo "== build (RelWithDebInfo)"
+configure_and_build build
+echo "== tests"
+ctest --test-dir build --output-on-failure -j2 "$@"
+
+echo "== build (AddressSanitizer + UndefinedBehaviorSanitizer)"
+configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DVELT_SANITIZE=ON
+echo "== tests under sanitizers"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build-asan --output-on-failure -j2 "$@"

@@ -1,0 +1,27 @@
+#include "model/file_url.h"
+
+#include <QDir>
+#include <QUrl>
+
+namespace velt {
+
+QString fileURLText(const QString& absolutePath, bool isDirectory) {
+    QString text = QUrl::fromLocalFile(absolutePath).toString(QUrl::FullyEncoded);
+    if (isDirectory && !text.endsWith(QLatin1Char('/'))) text += QLatin1Char('/');
+    return text;
+}
+
+std::optional<QString> pathFromFileURLText(const QString& text) {
+    if (text.startsWith(QLatin1Char('/'))) return standardizedPath(text);
+    const QUrl url(text, QUrl::StrictMode);
+    if (!url.isValid() || !url.isLocalFile()) return std::nullopt;
+    const QString path = url.toLocalFile();
+    if (!path.startsWith(QLatin1Char('/'))) return std::nullopt;
+    return standardizedPath(path);
+}
+
+QString standardizedPath(const QString& path) {
+    return QDir::cleanPath(path);
+}
+
+}  // namespace velt

@@ -1,0 +1,33 @@
+#include "model/format.h"
+
+#include <gtest/gtest.h>
+
+namespace velt {
+namespace {
+
+TEST(FormatBytes, Table) {
+    const std::pair<std::int64_t, const char*> cases[] = {
+        {-5, "0 B"},
+        {0, "0 B"},
+        {1, "1 B"},
+        {1023, "1023 B"},
+        {1024, "1.0 KB"},
+        {1536, "1.5 KB"},
+        {10239, "10.0 KB"},
+        {10240, "10 KB"},
+        {1048575, "1024 KB"},
+        {1048576, "1.0 MB"},
+        {5LL << 30, "5.0 GB"},
+        {1LL << 40, "1024 GB"},
+    };
+    for (const auto& [bytes, expected] : cases)
+        EXPECT_EQ(formatBytes(bytes).toStdString(), expected) << bytes;
+}
+
+TEST(IsoDay, LocalCalendarDay) {
+    const QDateTime noon(QDate(2026, 3, 5), QTime(12, 0));
+    EXPECT_EQ(isoDay(noon), QStringLiteral("2026-03-05"));
+}
+
+}  // namespace
+}  // namespace velt

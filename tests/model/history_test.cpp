@@ -1,0 +1,130 @@
+#include "model/history.h"
+#include "support/test_environment.h"
+
+#include <gtest/gtest.h>
+#include <QDir>
+#include <QFile>
+
+namespace velt {
+namespace {
+
+CompressionHistoryEntry entry(
+    int n, CompressionHistoryStatus status = CompressionHistoryStatus::compressed) {
+    CompressionHistoryEntry e;
+    e.id = QUuid::createUuid();
+    e.date = QDateTime::fromSecsSinceEpoch(1'772'000'000 + n, Qt::UTC);
+    e.sourceURL = QStringLiteral("/home/u/Фото/IMG %1.HEIC").arg(n);
+    e.status = status;
+    return e;
+}
+
+TEST(History, CapKeepsNewestFiveHundred) {
+    CompressionHistory history;
+    for (int i = 0; i < 500; ++i) insertNewest(history, entry(i));
+    ASSERT_EQ(history.size(), 500u);
+    const auto oldest = history.back();
+    const auto next = entry(500);
+    insertNewest(history, next);
+    EXPECT_EQ(history.size(), 500u);
+    EXPECT_EQ(history.front(), next);
+    EXPECT_NE(history.back(), oldest);
+    EXPECT_EQ(history.back().sourceURL, entry(1).sourceURL);
+}
+
+TEST(History, SavedBytesAndTotals) {
+    auto larger = entry(1);
+    larger.originalBytes = 1000;
+    larger.outputBytes = 1200;
+    EXPECT_EQ(larger.savedBytes(), 0);
+    auto smaller = entry(2);
+    smaller.originalBytes = 5000;
+    smaller.outputBytes = 1200;
+    EXPECT_EQ(smaller.savedBytes(), 3800);
+    auto unknown = entry(3);
+    unknown.originalBytes = 5000;
+    EXPECT_EQ(unknown.savedBytes(), std::nullopt);
+    EXPECT_EQ(totalSavedBytes({larger, smaller, unknown}), 3800);
+}
+
+TEST(History, DisplayStatusByLanguage) {
+    auto failed = entry(1, CompressionHistoryStatus::failed);
+    EXPECT_EQ(failed.displayStatus(AppLanguage::russian), QStringLiteral("Ошибка"));
+    EXPECT_EQ(failed.displayStatus(AppLanguage::english), QStringLiteral("Error"));
+    failed.message = QStringLiteral("Disk full");
+    EXPECT_EQ(failed.displayStatus(AppLanguage::russian), QStringLiteral("Disk full"));
+    EXPECT_EQ(
+        entry(2, CompressionHistoryStatus::alreadyOptimal).displayStatus(AppLanguage::english),
+        QStringLiteral("Already optimal"));
+}
+
+TEST(History, RoundTripAtWholeSeconds) {
+    testing::IsolatedDataFolder data;
+    auto full = entry(1);
+    full.date = full.date.addMSecs(789);  // fractions are not kept in the file
+    full.outputURL = QStringLiteral("/home/u/Фото/IMG 1_veltcompressed.jpg");
+    full.originalBytes = 4'000'000'000'000LL;
+    full.outputBytes = 1;
+    full.message = QStringLiteral("заметка \"quoted\"");
+    const CompressionHistory history = {full, entry(2, CompressionHistoryStatus::failed)};
+    ASSERT_TRUE(saveHistory(history));
+
+    const QByteArray text = testing::readFile(data.file(historyFileName));
+    EXPECT_TRUE(text.startsWith("[{\"id\":\""));
+    EXPECT_TRUE(text.contains("\"date\":\"2026-02-25T06:13:21Z\"")) << text.toStdString();
+    EXPECT_TRUE(text.contains("file:///home/u/%D0%A4%D0%BE%D1%82%D0%BE/IMG%201.HEIC"));
+    EXPECT_FALSE(text.contains("outputBytes\":null"));
+
+    const CompressionHistory loaded = loadHistory();
+    ASSERT_EQ(loaded.size(), 2u);
+    EXPECT_EQ(loaded[0].date, full.date.addMSecs(-789));
+    auto expected = full;
+    expected.date = loaded[0].date;
+    EXPECT_EQ(loaded[0], expected);
+    EXPECT_EQ(loaded[1], history[1]);
+}
+
+TEST(History, BrokenFilesLoadEmpty) {
+    testing::IsolatedDataFolder data;
+    const QString path = data.file(historyFileName);
+    ASSERT_TRUE(saveHistory({entry(1)}));
+    const QByteArray good = testing::readFile(path);
+    auto variant = [&](const char* from, const char* to) {
+        QByteArray copy = good;
+        return copy.replace(from, to);
+    };
+    const QByteArray broken[] = {
+        variant(",\"status\":\"compressed\"", ""),       // required key missing
+        variant("\"compressed\"", "\"shrunk\""),         // unknown status
+        variant("T06:13:21Z", "T06:13:21.5Z"),           // fractions are not the file's form
+        variant("Z\"", "\""),                            // no zone
+        variant("\"date\":\"", "\"date\":\"yesterday"),  // not a date
+        good.left(good.size() / 2),                      // truncated
+        QByteArray("{}"),                                // not an array
+        QByteArray("[{\"id\":1}]"),                      // wrong types
+        QByteArray(1000, '\0'),                          // random bytes
+        "[" + good.mid(1, good.size() - 2) + ",{\"id\":\"x\"}]",  // one good, one bad
+    };
+    for (const QByteArray& content : broken) {
+        testing::writeFile(path, content);
+        EXPECT_TRUE(loadHistory().empty()) << content.toStdString();
+    }
+    ASSERT_TRUE(QFile::remove(path));
+    EXPECT_TRUE(loadHistory().empty());
+    ASSERT_TRUE(QDir().mkpath(path));
+    EXPECT_TRUE(loadHistory().empty());
+    EXPECT_FALSE(saveHistory({entry(1)}));
+    EXPECT_TRUE(testing::readFile(data.file(QStringLiteral("native.log")))
+                    .contains("History save failed "));
+}
+
+TEST(History, SizesBeyondSignedRangeFail) {
+    const QByteArray text =
+        R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","date":"2026-03-05T14:07:31Z",)"
+        R"("sourceURL":"file:///a.jpg","status":"compressed","originalBytes":%1}])";
+    EXPECT_TRUE(decodeHistory(QByteArray(text).replace("%1", "9223372036854775807")));
+    EXPECT_FALSE(decodeHistory(QByteArray(text).replace("%1", "9223372036854775808")));
+    EXPECT_FALSE(decodeHistory(QByteArray(text).replace("%1", "1e3")));
+}
+
+}  // namespace
+}  // namespace velt
