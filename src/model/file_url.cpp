@@ -20,6 +20,12 @@ std::optional<QString> pathFromFileURLText(const QString& text) {
     return standardizedPath(path);
 }
 
+FileNameParts splitFileName(const QString& fileName) {
+    const qsizetype dot = fileName.lastIndexOf(QLatin1Char('.'));
+    if (dot <= 0) return {fileName, {}};
+    return {fileName.left(dot), fileName.mid(dot + 1)};
+}
+
 QString standardizedPath(const QString& path) {
     return QDir::cleanPath(path);
 }

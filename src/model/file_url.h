@@ -18,4 +18,12 @@ std::optional<QString> pathFromFileURLText(const QString& text);
 // and trailing slashes dropped, symbolic links not resolved.
 QString standardizedPath(const QString& path);
 
+// A file name split at its last dot: "photo.final.JPG" → {"photo.final", "JPG"}. A name whose only
+// dot is its first character (".hidden") or that has none has no extension.
+struct FileNameParts {
+    QString base;
+    QString extension;  // without the dot; empty when there is none
+};
+FileNameParts splitFileName(const QString& fileName);
+
 }  // namespace velt
