@@ -1,0 +1,47 @@
+// CompressionNotificationEvent: an outcome the user should hear about, as the engine and the
+// store report it. Shown as a short menu-bar notice and, when it allows it, as a desktop
+// notification (at most once per dedupe key within the notification cooldown).
+#pragma once
+
+#include "model/app_language.h"
+
+#include <QString>
+
+namespace velt {
+
+class CompressionNotificationEvent {
+  public:
+    enum class Kind { unsupportedFile, processingFailed, watcherFailed, alreadyOptimal };
+
+    static CompressionNotificationEvent unsupportedFile(const QString& path);
+    static CompressionNotificationEvent processingFailed(const QString& path,
+                                                         const QString& message);
+    static CompressionNotificationEvent watcherFailed(const QString& message);
+    static CompressionNotificationEvent alreadyOptimal(const QString& path);
+
+    Kind kind() const { return kind_; }
+    // The file concerned (empty for watcherFailed).
+    const QString& path() const { return path_; }
+    const QString& message() const { return message_; }
+
+    // "unsupported:" / "failed:" / "optimal:" + standardised path, or "watcher".
+    QString dedupeKey() const;
+    // False only for alreadyOptimal: it is a menu-bar notice, never a desktop notification.
+    bool allowsSystemNotification() const;
+    QString title(AppLanguage language) const;
+    QString body(AppLanguage language) const;
+
+    bool operator==(const CompressionNotificationEvent&) const = default;
+
+  private:
+    CompressionNotificationEvent(Kind kind, QString path, QString message);
+
+    Kind kind_;
+    QString path_;
+    QString message_;
+};
+
+// Messages of 121 characters or more are cut to their first 117 and "..."; shorter ones whole.
+QString shortenedMessage(const QString& message);
+
+}  // namespace velt
