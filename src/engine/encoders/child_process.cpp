@@ -1,0 +1,252 @@
+#include "engine/encoders/child_process.h"
+
+#include "engine/errors.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <QFile>
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace velt {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long a tool gets to end after SIGTERM before it is killed outright.
+constexpr auto terminateGracePeriod = std::chrono::milliseconds(300);
+// The waiter wakes at least this often to notice a terminate() from another thread.
+constexpr auto waitTick = std::chrono::milliseconds(100);
+// Without a pidfd the waiter can only sleep and look again.
+constexpr auto fallbackSleep = std::chrono::milliseconds(10);
+
+// The exit status, or 128 + signal number like a shell reports it.
+int decodeWaitStatus(int status) {
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
+    return 255;
+}
+
+// File actions and attributes for posix_spawn, released on every path.
+class SpawnSetup {
+  public:
+    SpawnSetup() {
+        actionsReady_ = posix_spawn_file_actions_init(&actions) == 0;
+        attributesReady_ = posix_spawnattr_init(&attributes) == 0;
+    }
+    ~SpawnSetup() {
+        if (actionsReady_) posix_spawn_file_actions_destroy(&actions);
+        if (attributesReady_) posix_spawnattr_destroy(&attributes);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+
+    // Returns 0 or the errno of the step that failed.
+    int prepare() {
+        if (!actionsReady_ || !attributesReady_) return ENOMEM;
+        // The tools' messages are never read: all three standard streams are the null device,
+        // so a chatty tool can never block on a full pipe and never waits for input.
+        if (int error =
+                posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0))
+            return error;
+        if (int error =
+                posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0))
+            return error;
+        if (int error = posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO))
+            return error;
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+        // No descriptor of ours (watches, half-written files) leaks into a tool.
+        if (int error = posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1))
+            return error;
+#endif
+        // Ignored signals and the blocked mask survive exec; a tool starts with neither, so that
+        // SIGTERM from the engine's stop reaches it as it would from a shell.
+        sigset_t noSignals;
+        sigemptyset(&noSignals);
+        sigset_t allSignals;
+        sigfillset(&allSignals);
+        sigdelset(&allSignals, SIGKILL);
+        sigdelset(&allSignals, SIGSTOP);
+        if (int error = posix_spawnattr_setsigmask(&attributes, &noSignals)) return error;
+        if (int error = posix_spawnattr_setsigdefault(&attributes, &allSignals)) return error;
+        return posix_spawnattr_setflags(&attributes,
+                                        POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
+
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+
+  private:
+    bool actionsReady_ = false;
+    bool attributesReady_ = false;
+};
+
+// A pidfd becomes readable when the child exits, so the waiter can sleep in poll() instead of
+// looking again and again. Invalid when the kernel has no pidfd_open (then the waiter sleeps in
+// short steps).
+class PidFd {
+  public:
+    explicit PidFd(pid_t pid) {
+#ifdef SYS_pidfd_open
+        fd_ = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+#else
+        (void)pid;
+#endif
+    }
+    ~PidFd() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    PidFd(const PidFd&) = delete;
+    PidFd& operator=(const PidFd&) = delete;
+
+    // Returns when the child may have exited or after `timeout`, whichever comes first.
+    void waitAtMost(std::chrono::milliseconds timeout) const {
+        if (fd_ < 0) {
+            std::this_thread::sleep_for(std::min(timeout, fallbackSleep));
+            return;
+        }
+        pollfd entry{fd_, POLLIN, 0};
+        // EINTR just means another look at the child, which the caller does anyway.
+        ::poll(&entry, 1, static_cast<int>(std::max<std::int64_t>(timeout.count(), 1)));
+    }
+
+  private:
+    int fd_ = -1;
+};
+
+std::vector<QByteArray> encodedArgumentVector(const QString& executable,
+                                              const QStringList& arguments) {
+    std::vector<QByteArray> encoded;
+    encoded.reserve(static_cast<std::size_t>(arguments.size()) + 1);
+    encoded.push_back(QFile::encodeName(executable));
+    for (const QString& argument : arguments) encoded.push_back(QFile::encodeName(argument));
+    for (const QByteArray& item : encoded) {
+        // A C string cannot carry NUL: the tool would silently see a shorter argument.
+        if (item.contains('\0'))
+            throw FileSystemError(FileSystemError::launchFailed,
+                                  QStringLiteral("Cannot start %1: an argument contains a NUL "
+                                                 "character")
+                                      .arg(executable));
+    }
+    return encoded;
+}
+
+void killAndReap(pid_t pid) {
+    ::kill(pid, SIGKILL);
+    int status = 0;
+    while (::waitpid(pid, &status, 0) == -1 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<ChildProcess> ChildProcess::spawn(const QString& executable,
+                                                  const QStringList& arguments) {
+    std::vector<QByteArray> encoded = encodedArgumentVector(executable, arguments);
+    std::vector<char*> argv;
+    argv.reserve(encoded.size() + 1);
+    for (QByteArray& item : encoded) argv.push_back(item.data());
+    argv.push_back(nullptr);
+
+    SpawnSetup setup;
+    int error = setup.prepare();
+    pid_t pid = -1;
+    if (error == 0)
+        error = ::posix_spawn(&pid, encoded.front().constData(), &setup.actions, &setup.attributes,
+                              argv.data(), environ);
+    if (error != 0)
+        throw FileSystemError(FileSystemError::launchFailed,
+                              QStringLiteral("Cannot start %1: %2")
+                                  .arg(executable, QString::fromLocal8Bit(std::strerror(error))));
+    try {
+        return std::shared_ptr<ChildProcess>(new ChildProcess(pid));
+    } catch (...) {
+        killAndReap(pid);
+        throw;
+    }
+}
+
+ChildProcess::ChildProcess(pid_t pid) : pid_(pid) {}
+
+ChildProcess::~ChildProcess() {
+    const std::lock_guard lock(mutex_);
+    if (!reaped_) killAndReap(pid_);
+    reaped_ = true;
+}
+
+bool ChildProcess::reapIfExitedLocked() {
+    if (reaped_) return true;
+    int status = 0;
+    pid_t result;
+    do {
+        result = ::waitpid(pid_, &status, WNOHANG);
+    } while (result == -1 && errno == EINTR);
+    if (result == 0) return false;
+    reaped_ = true;
+    // ECHILD: someone else reaped it (SIGCHLD ignored process-wide); its status is lost, and a
+    // tool whose success cannot be confirmed counts as failed.
+    exitStatus_ = result == pid_ ? decodeWaitStatus(status) : 255;
+    return true;
+}
+
+int ChildProcess::waitForExit() {
+    const PidFd pidfd(pid_);
+    std::optional<Clock::time_point> killAt;
+    bool killed = false;
+    for (;;) {
+        auto timeout = waitTick;
+        {
+            const std::lock_guard lock(mutex_);
+            if (reapIfExitedLocked()) return exitStatus_;
+            if (terminateRequested_ && !killAt)
+                killAt = terminateRequestedAt_ + terminateGracePeriod;
+            if (killAt && !killed) {
+                const auto now = Clock::now();
+                if (now >= *killAt) {
+                    // Still there after the grace period: it ignores SIGTERM, end it for good.
+                    ::kill(pid_, SIGKILL);
+                    killed = true;
+                } else {
+                    timeout = std::min(timeout,
+                                       std::chrono::ceil<std::chrono::milliseconds>(*killAt - now));
+                }
+            }
+        }
+        // Never wait under the lock: terminate() from the stopping thread needs it.
+        pidfd.waitAtMost(timeout);
+    }
+}
+
+void ChildProcess::terminate() {
+    const std::lock_guard lock(mutex_);
+    // Once reaped the pid may belong to an unrelated process.
+    if (reaped_) return;
+    if (!terminateRequested_) {
+        terminateRequested_ = true;
+        terminateRequestedAt_ = Clock::now();
+    }
+    ::kill(pid_, SIGTERM);
+}
+
+bool ChildProcess::isRunning() const {
+    const std::lock_guard lock(mutex_);
+    if (reaped_) return false;
+    // WNOWAIT looks without reaping, so waitForExit() still collects the status.
+    siginfo_t info{};
+    if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0)
+        return false;
+    return info.si_pid == 0;
+}
+
+}  // namespace velt

@@ -1,0 +1,112 @@
+// Verified backup copies of originals before they are replaced.
+#include "engine/install/safe_install.h"
+
+#include "engine/errors.h"
+#include "engine/install/backup_name.h"
+#include "engine/install/file_operations.h"
+#include "engine/registry/content_fingerprint.h"
+#include "model/format.h"
+
+#include <sys/stat.h>
+#include <QDateTime>
+#include <QFile>
+#include <cerrno>
+
+namespace velt {
+namespace {
+
+// Creates `path` and every missing folder above it. Throws FileSystemError naming the first
+// folder that cannot be made, also when a file already stands where a folder must be.
+void makeFolders(const QString& path) {
+    const QByteArray encoded = QFile::encodeName(path);
+    if (::mkdir(encoded.constData(), 0777) == 0) return;
+    int error = errno;
+    // A missing or non-folder component above: make (or blame) the parent first.
+    if (error == ENOENT || error == ENOTDIR) {
+        makeFolders(parentFolder(path));
+        if (::mkdir(encoded.constData(), 0777) == 0) return;
+        error = errno;
+    }
+    if (error == EEXIST) {
+        struct stat info {};
+        if (::stat(encoded.constData(), &info) == 0 && S_ISDIR(info.st_mode)) return;
+        error = ENOTDIR;
+    }
+    throw FileSystemError::fromErrno(error, QStringLiteral("Cannot create the folder"), path);
+}
+
+// The source's path relative to the watched folder. Every occurrence of the folder's path is
+// removed, not only a leading one; for a file directly inside the folder this is its name.
+QString relativeBackupPath(const QString& source, const QString& watchDirectory) {
+    QString relative = source;
+    if (!watchDirectory.isEmpty()) relative.remove(watchDirectory);
+    qsizetype start = 0;
+    qsizetype end = relative.size();
+    while (start < end && relative.at(start) == QLatin1Char('/')) ++start;
+    while (end > start && relative.at(end - 1) == QLatin1Char('/')) --end;
+    return relative.mid(start, end - start);
+}
+
+QString joinPath(const QString& folder, const QString& name) {
+    return folder.endsWith(QLatin1Char('/')) ? folder + name : folder + QLatin1Char('/') + name;
+}
+
+QString backupName(const FileNameParts& parts, const QString& suffix) {
+    QString name = parts.base + QStringLiteral(".original") + suffix;
+    if (!parts.extension.isEmpty()) name += QLatin1Char('.') + parts.extension;
+    return name;
+}
+
+// A copy that cannot be read back or does not match is not a backup: it is removed.
+void verifyCopy(const QString& copy, const SourceVersion& expected) {
+    bool matches = false;
+    try {
+        matches =
+            fileSize(copy) == expected.signature.size && sha256Digest(copy) == expected.digest;
+    } catch (...) {
+        removeQuietly(copy);
+        throw;
+    }
+    if (!matches) {
+        removeQuietly(copy);
+        throw FolderCompressorControlError(FolderCompressorControlError::sourceChanged);
+    }
+}
+
+}  // namespace
+
+QString freeBackupPath(const QString& folder, const QString& fileName,
+                       const std::function<qint64()>& clock) {
+    const FileNameParts parts = splitFileName(fileName);
+    QString candidate = joinPath(folder, backupName(parts, QString()));
+    if (!pathExists(candidate)) return candidate;
+    const QString stamp = QLatin1Char('-') + QString::number(clock());
+    candidate = joinPath(folder, backupName(parts, stamp));
+    for (int retry = 1; pathExists(candidate); ++retry)
+        candidate =
+            joinPath(folder, backupName(parts, stamp + QLatin1Char('-') + QString::number(retry)));
+    return candidate;
+}
+
+QString backup(const QString& source, const SourceVersion& expected,
+               const std::optional<QString>& watchDirectory) {
+    if (!watchDirectory)
+        throw FileSystemError(
+            FileSystemError::noSuchFile,
+            QStringLiteral("Cannot back up %1: no folder is watched").arg(source));
+    const QString relative = relativeBackupPath(source, *watchDirectory);
+    if (relative.isEmpty())
+        throw FileSystemError(FileSystemError::noSuchFile,
+                              QStringLiteral("Cannot back up %1: it is not a file").arg(source));
+    const qsizetype slash = relative.lastIndexOf(QLatin1Char('/'));
+    const QString day = joinPath(joinPath(*watchDirectory, backupDirName), isoDay());
+    const QString folder = slash < 0 ? day : joinPath(day, relative.left(slash));
+    makeFolders(folder);
+    const QString copy = freeBackupPath(folder, relative.mid(slash + 1),
+                                        [] { return QDateTime::currentMSecsSinceEpoch(); });
+    currentFileOperations().copy(source, copy);
+    verifyCopy(copy, expected);
+    return copy;
+}
+
+}  // namespace velt

@@ -1,0 +1,71 @@
+// ProcessedFileRegistry: the engine's persistent memory of files it has settled, so that a
+// restart does not examine and re-encode the whole folder. Stored as "processed-files.json" in
+// the data folder: sorted keys, unsigned 64-bit hashes written exactly, "updatedAt" as seconds
+// since 2001-01-01 UTC.
+//
+// Only the engine's queue reads or writes it; no lock.
+#pragma once
+
+#include "engine/registry/content_fingerprint.h"
+#include "model/settings.h"
+
+#include <QByteArray>
+#include <QString>
+#include <chrono>
+#include <map>
+#include <optional>
+
+namespace velt {
+
+enum class ProcessedDecision { compressed, alreadyOptimal, existingOutputFresh };
+
+QString rawValue(ProcessedDecision decision);
+std::optional<ProcessedDecision> processedDecisionFromRawValue(const QString& raw);
+
+struct ProcessedFileRecord {
+    ContentFingerprint fingerprint;
+    ProcessedDecision decision = ProcessedDecision::compressed;
+    std::chrono::system_clock::time_point updatedAt;
+    std::optional<QString> resourceIdentifier;
+    std::optional<QString> settingsKey;
+
+    bool operator==(const ProcessedFileRecord&) const = default;
+};
+
+inline const QString registryFileName = QStringLiteral("processed-files.json");
+inline constexpr std::size_t registryLimit = 2000;
+
+struct ProcessedFileRegistry {
+    int version = 1;
+    // Keyed by the standardised absolute path of the file.
+    std::map<QString, ProcessedFileRecord> entries;
+
+    // Keeps the registryLimit newest records by updatedAt when there are more.
+    void pruneIfNeeded();
+
+    // Whether the record under `path` settles the file: same fingerprint, same file number
+    // (both absent or equal) and a settings key equal to `settingsKey`. The decision itself is
+    // not consulted.
+    bool matches(const QString& path, const ContentFingerprint& fingerprint,
+                 const std::optional<QString>& resourceIdentifier,
+                 const QString& settingsKey) const;
+
+    QByteArray encode() const;
+    // Nothing when the data is not a registry ("version" and "entries" are required; unknown
+    // keys are ignored).
+    static std::optional<ProcessedFileRegistry> decode(const QByteArray& data);
+
+    // The registry from the data folder; an empty one (version 1), silently, on any failure.
+    static ProcessedFileRegistry load();
+    // Writes the file atomically; a failure is logged ("Processed registry save failed: ...")
+    // and otherwise ignored.
+    void save() const;
+
+    bool operator==(const ProcessedFileRegistry&) const = default;
+};
+
+// "v2|preset:P|format:F|original:O|jpeg:J|png:N|webp:W|avif:A|heic:H" from the settings: any
+// change of them makes settled files be examined again.
+QString processingSettingsKey(const AppConfig& config);
+
+}  // namespace velt

@@ -1,0 +1,117 @@
+#include "engine/watcher/candidates.h"
+
+#include "model/constants.h"
+#include "model/file_url.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <QFile>
+#include <memory>
+
+namespace velt {
+
+const QSet<QString> temporaryExtensions = {QStringLiteral("tmp"),      QStringLiteral("temp"),
+                                           QStringLiteral("download"), QStringLiteral("crdownload"),
+                                           QStringLiteral("part"),     QStringLiteral("filepart")};
+
+const QSet<QString> supportedExtensions = {
+    QStringLiteral("jpg"),  QStringLiteral("jpeg"), QStringLiteral("png"), QStringLiteral("webp"),
+    QStringLiteral("avif"), QStringLiteral("heic"), QStringLiteral("heif")};
+
+const QSet<QString> unsupportedDropExtensions = {
+    QStringLiteral("3gp"),  QStringLiteral("avi"),  QStringLiteral("bmp"), QStringLiteral("dng"),
+    QStringLiteral("gif"),  QStringLiteral("hevc"), QStringLiteral("ico"), QStringLiteral("m4v"),
+    QStringLiteral("mkv"),  QStringLiteral("mov"),  QStringLiteral("mp4"), QStringLiteral("pdf"),
+    QStringLiteral("psd"),  QStringLiteral("raw"),  QStringLiteral("svg"), QStringLiteral("tif"),
+    QStringLiteral("tiff"), QStringLiteral("webm")};
+
+namespace {
+
+QString lastComponent(const QString& path) {
+    return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
+}
+
+struct DirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+// Regular file, decided without following a symbolic link; the directory entry usually says.
+bool isRegularFile(DIR* dir, const dirent* entry) {
+    if (entry->d_type == DT_REG) return true;
+    if (entry->d_type != DT_UNKNOWN) return false;
+    struct stat info {};
+    return ::fstatat(::dirfd(dir), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+QString lowerExtension(const QString& path) {
+    return splitFileName(lastComponent(path)).extension.toLower();
+}
+
+bool isDescendant(const QString& child, const QString& folder) {
+    const QString childPath = standardizedPath(child);
+    const QString folderPath = standardizedPath(folder);
+    if (childPath == folderPath) return true;
+    if (folderPath == QLatin1String("/")) return childPath.startsWith(folderPath);
+    return childPath.startsWith(folderPath + QLatin1Char('/'));
+}
+
+namespace {
+
+bool isCompressedOutputName(const QString& name) {
+    return splitFileName(name).base.endsWith(compressedFileSuffix);
+}
+
+// The rules that the name alone decides.
+bool ignoredByName(const QString& name) {
+    if (name.isEmpty() || name.startsWith(QLatin1Char('.')) || name.startsWith(QLatin1String("~$")))
+        return true;
+    if (name.contains(tempFileMarker) || name.contains(replaceFileMarker)) return true;
+    if (temporaryExtensions.contains(splitFileName(name).extension.toLower())) return true;
+    return isCompressedOutputName(name);
+}
+
+bool insideBackupFolder(const QString& path) {
+    return standardizedPath(path).split(QLatin1Char('/')).contains(backupDirName);
+}
+
+}  // namespace
+
+bool shouldIgnore(const QString& file, const QString& folder) {
+    if (ignoredByName(lastComponent(file)) || insideBackupFolder(file)) return true;
+    if (standardizedPath(file) == standardizedPath(folder)) return false;
+    return !isDescendant(file, folder);
+}
+
+QStringList supportedFiles(const QString& folder,
+                           const std::function<void(const QString&)>& reportUnsupported,
+                           QSet<QString>* compressedOutputs) {
+    QStringList candidates;
+    // Every child of a folder inside a backup folder is inside it too.
+    if (insideBackupFolder(folder)) return candidates;
+    const std::unique_ptr<DIR, DirCloser> dir(::opendir(QFile::encodeName(folder).constData()));
+    if (!dir) return candidates;
+    QString prefix = standardizedPath(folder);
+    if (!prefix.endsWith(QLatin1Char('/'))) prefix += QLatin1Char('/');
+    while (const dirent* entry = ::readdir(dir.get())) {
+        // The listing skips hidden entries (and "." and "..") before anything else.
+        if (entry->d_name[0] == '.' || !isRegularFile(dir.get(), entry)) continue;
+        // A direct child is inside the folder by construction: only its name can exclude it.
+        const QString name = QFile::decodeName(entry->d_name);
+        if (ignoredByName(name)) {
+            if (compressedOutputs && isCompressedOutputName(name)) compressedOutputs->insert(name);
+            continue;
+        }
+        const QString child = prefix + name;
+        if (supportedExtensions.contains(splitFileName(name).extension.toLower()))
+            candidates << child;
+        else if (reportUnsupported)
+            reportUnsupported(child);
+    }
+    return candidates;
+}
+
+}  // namespace velt

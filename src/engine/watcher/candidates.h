@@ -1,0 +1,38 @@
+// Which files in the watched folder are candidates for processing.
+#pragma once
+
+#include <QSet>
+#include <QString>
+#include <QStringList>
+#include <functional>
+
+namespace velt {
+
+// Files still being downloaded or written.
+extern const QSet<QString> temporaryExtensions;
+// Extensions that are processed.
+extern const QSet<QString> supportedExtensions;
+// Extensions of media the user may expect to be handled: they raise an unsupported-file notice.
+extern const QSet<QString> unsupportedDropExtensions;
+
+// The lower-cased extension of a path's file name ("" when none).
+QString lowerExtension(const QString& path);
+
+// Whether `child` is the folder or lies inside it, comparing standardised paths.
+bool isDescendant(const QString& child, const QString& folder);
+
+// Files that are never candidates: hidden and office lock files, the engine's own temporary,
+// moved-aside and "_veltcompressed" files, partial downloads, anything in the backup folder,
+// anything outside the folder.
+bool shouldIgnore(const QString& file, const QString& folder);
+
+// The candidate files directly inside `folder`, in directory order: regular files only (symbolic
+// links are never followed), not hidden, not ignored, with a supported extension. Every other
+// regular file that is not ignored is passed to `reportUnsupported`. When `compressedOutputs` is
+// given, it receives the names of the "_veltcompressed" files seen. An unreadable folder gives
+// no candidates.
+QStringList supportedFiles(const QString& folder,
+                           const std::function<void(const QString&)>& reportUnsupported,
+                           QSet<QString>* compressedOutputs = nullptr);
+
+}  // namespace velt

@@ -1,0 +1,51 @@
+#include "engine/watcher/engine_context.h"
+
+#include "model/file_url.h"
+
+namespace velt {
+
+void EngineContext::clearFileMaps() {
+    recentWrites.clear();
+    ownWrites.clear();
+    processedSignatures.clear();
+    unsupportedSignatures.clear();
+    pendingFiles.clear();
+}
+
+void EngineContext::sendStats() const {
+    if (callbacks.onStats) callbacks.onStats(stats);
+}
+
+void EngineContext::sendEvent(const CompressionNotificationEvent& event) const {
+    if (callbacks.onEvent) callbacks.onEvent(event);
+}
+
+void EngineContext::sendHistory(const CompressionHistoryEntry& entry) const {
+    if (callbacks.onHistory) callbacks.onHistory(entry);
+}
+
+void EngineContext::setProgress(int percent) {
+    stats.progress = percent;
+    sendStats();
+}
+
+QString EngineContext::processingSettingsKey() const {
+    return velt::processingSettingsKey(config);
+}
+
+void EngineContext::rememberProcessed(const QString& path, ProcessedDecision decision) {
+    const auto fingerprint = contentFingerprint(path);
+    if (!fingerprint) return;
+    const auto signature = fileSignature(path);
+    ProcessedFileRecord record;
+    record.fingerprint = *fingerprint;
+    record.decision = decision;
+    record.updatedAt = std::chrono::system_clock::now();
+    record.resourceIdentifier = signature ? signature->resourceIdentifier : std::nullopt;
+    record.settingsKey = processingSettingsKey();
+    processedRegistry.entries[standardizedPath(path)] = record;
+    processedRegistry.pruneIfNeeded();
+    processedRegistry.save();
+}
+
+}  // namespace velt

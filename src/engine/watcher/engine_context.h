@@ -1,0 +1,92 @@
+// EngineContext: everything the engine's queue owns while it works through a folder — the
+// settings in force, the per-file maps, the registry, the statistics — and the few services the
+// processing steps need (checkpoints, progress, reports, remembering decisions).
+//
+// Thread-safety: touched only on the engine's queue, except `lifecycle`, which locks itself.
+#pragma once
+
+#include "engine/registry/processed_file_registry.h"
+#include "engine/watcher/file_signature.h"
+#include "engine/watcher/lifecycle.h"
+#include "model/history.h"
+#include "model/settings.h"
+#include "notifications/compression_notification_event.h"
+
+#include <QSet>
+#include <QString>
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <unordered_map>
+
+namespace velt {
+
+using EngineClock = std::chrono::steady_clock;
+
+// A file the engine just touched, left alone for a while.
+struct RecentWrite {
+    EngineClock::time_point date;
+    FileSignature signature;
+};
+
+// An output the engine wrote, recognised by its content so it is never processed again.
+struct OwnWrite {
+    std::int64_t size = 0;
+    std::optional<ContentFingerprint> fingerprint;  // may be filled in later
+    EngineClock::time_point date;
+};
+
+// A candidate seen with this signature since `firstSeenAt`, waiting to hold still.
+struct PendingFile {
+    FileSignature signature;
+    EngineClock::time_point firstSeenAt;
+};
+
+// The engine's reports. Called on the engine's queue; the receiver moves to its own thread.
+struct EngineCallbacks {
+    std::function<void(const CompressionStats&)> onStats;
+    std::function<void(const CompressionNotificationEvent&)> onEvent;
+    std::function<void(const CompressionHistoryEntry&)> onHistory;
+    // Called with the source path right before an original is checked and destroyed, so a test
+    // can change the source at the worst possible moment.
+    std::function<void(const QString&)> onBeforeDestructiveInstallForTesting;
+};
+
+class EngineContext {
+  public:
+    EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks)
+        : lifecycle(lifecycle), callbacks(callbacks) {}
+
+    AppConfig config;
+    std::optional<QString> watchDirectory;
+    // All keyed by the standardised path of the file.
+    std::unordered_map<QString, RecentWrite> recentWrites;
+    std::unordered_map<QString, OwnWrite> ownWrites;
+    std::unordered_map<QString, FileSignature> processedSignatures;
+    std::unordered_map<QString, FileSignature> unsupportedSignatures;
+    std::unordered_map<QString, PendingFile> pendingFiles;
+    ProcessedFileRegistry processedRegistry;
+    CompressionStats stats;
+    // During a scan: the names of the "_veltcompressed" files its listing saw.
+    std::optional<QSet<QString>> listedCompressedOutputs;
+
+    EngineLifecycle& lifecycle;
+    const EngineCallbacks& callbacks;
+
+    void clearFileMaps();
+    // Throws FolderCompressorControlError::cancelled when a stop was requested.
+    void checkpoint() const { lifecycle.checkpoint(); }
+
+    void sendStats() const;
+    void sendEvent(const CompressionNotificationEvent& event) const;
+    void sendHistory(const CompressionHistoryEntry& entry) const;
+    // Sets stats.progress and reports it.
+    void setProgress(int percent);
+
+    QString processingSettingsKey() const;
+    // Records the decision for the file's current content, identity and settings, then saves the
+    // registry. Nothing is recorded for a file that cannot be read.
+    void rememberProcessed(const QString& path, ProcessedDecision decision);
+};
+
+}  // namespace velt

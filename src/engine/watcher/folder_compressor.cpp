@@ -1,0 +1,188 @@
+#include "engine/watcher/folder_compressor.h"
+
+#include "engine/errors.h"
+#include "engine/pipeline/process.h"
+#include "engine/watcher/candidates.h"
+#include "engine/watcher/skip_rules.h"
+#include "model/file_url.h"
+#include "model/native_log.h"
+
+#include <QFileInfo>
+#include <QThread>
+#include <QUuid>
+
+namespace velt {
+namespace {
+
+QString fileName(const QString& path) {
+    return QFileInfo(path).fileName();
+}
+
+}  // namespace
+
+FolderCompressor::FolderCompressor()
+    : queue_(QStringLiteral("com.velt.compressor.folder")),
+      context_(lifecycle_, callbacks),
+      processor_(&process) {
+    context_.processedRegistry = ProcessedFileRegistry::load();
+}
+
+FolderCompressor::~FolderCompressor() {
+    stop();
+}
+
+void FolderCompressor::start(const AppConfig& config, const QString& watchDirectory) {
+    stop();
+    lifecycle_.beginStart();
+    queue_.sync([&] {
+        context_.config = config;
+        context_.watchDirectory = standardizedPath(watchDirectory);
+        context_.clearFileMaps();
+    });
+    const QFileInfo folder(watchDirectory);
+    if (!folder.isDir()) {
+        throw FileSystemError(FileSystemError::noSuchFile,
+                              QStringLiteral("The folder “%1” doesn’t exist.").arg(watchDirectory));
+    }
+    queue_.sync([this] {
+        context_.stats = CompressionStats();
+        context_.sendStats();
+        startPolling();
+        scheduleScan();
+    });
+    lifecycle_.markRunning();
+}
+
+void FolderCompressor::stop() {
+    lifecycle_.requestStop();
+    // On the queue this runs at once; from elsewhere it waits for the file in progress.
+    queue_.sync([this] {
+        stopTimers();
+        context_.clearFileMaps();
+        context_.stats.active = 0;
+        context_.stats.progress.reset();
+        context_.sendStats();
+    });
+}
+
+bool FolderCompressor::isRunning() const {
+    return lifecycle_.isRunning();
+}
+
+void FolderCompressor::stopTimers() {
+    delete workItem_;
+    workItem_ = nullptr;
+    delete timer_;
+    timer_ = nullptr;
+}
+
+void FolderCompressor::startPolling() {
+    delete timer_;
+    timer_ = new QTimer(queue_.context());
+    timer_->setInterval(timing_.polling);
+    QObject::connect(timer_, &QTimer::timeout, queue_.context(), [this] { scheduleScan(); });
+    timer_->start();
+}
+
+void FolderCompressor::scheduleScan() {
+    if (lifecycle_.isCancellationRequested()) return;
+    // Restarting the single-shot timer replaces an older pending request.
+    if (!workItem_) {
+        workItem_ = new QTimer(queue_.context());
+        workItem_->setSingleShot(true);
+        QObject::connect(workItem_, &QTimer::timeout, queue_.context(), [this] { scan(); });
+    }
+    workItem_->start(timing_.scanDebounce);
+}
+
+void FolderCompressor::scan() {
+    if (lifecycle_.isCancellationRequested() || !context_.watchDirectory) return;
+    const QString folder = *context_.watchDirectory;
+    QSet<QString> compressedOutputs;
+    const QStringList candidates = supportedFiles(
+        folder, [this](const QString& file) { reportUnsupportedIfNeeded(file); },
+        &compressedOutputs);
+    NativeLog::debug(QStringLiteral("Scan ") + folder + QStringLiteral(" files=") +
+                     QString::number(candidates.size()));
+    // The skip rules look for a settled file's stale outputs only among the names listed here.
+    context_.listedCompressedOutputs = std::move(compressedOutputs);
+    const struct ForgetListing {
+        EngineContext& context;
+        ~ForgetListing() { context.listedCompressedOutputs.reset(); }
+    } forgetListing{context_};
+    for (const QString& file : candidates) {
+        if (lifecycle_.isCancellationRequested()) return;
+        if (shouldSkip(context_, timing_, file)) continue;
+        if (!processCandidate(file)) return;
+    }
+}
+
+bool FolderCompressor::processCandidate(const QString& file) {
+    context_.stats.active = 1;
+    context_.stats.progress = 0;
+    context_.sendStats();
+    try {
+        const FolderCompressionResult result = processor_(context_, file);
+        NativeLog::write(QStringLiteral("Processed ") + fileName(file) + QStringLiteral(" wrote=") +
+                         (result.didWrite ? QStringLiteral("true") : QStringLiteral("false")) +
+                         QStringLiteral(" saved=") + QString::number(result.savedBytes));
+        if (result.didWrite) {
+            context_.stats.done += 1;
+            context_.stats.savedBytes += std::max<std::int64_t>(result.savedBytes, 0);
+        }
+        if (result.historyEntry) context_.sendHistory(*result.historyEntry);
+        context_.setProgress(100);
+        QThread::msleep(static_cast<unsigned long>(timing_.restAfterFile.count()));
+    } catch (const FolderCompressorControlError& error) {
+        if (error.kind() == FolderCompressorControlError::cancelled) {
+            NativeLog::write(QStringLiteral("Processing cancelled ") + fileName(file));
+            return false;  // the counters are left to stop()
+        }
+        const QString key = standardizedPath(file);
+        context_.pendingFiles.erase(key);
+        context_.processedSignatures.erase(key);
+        context_.recentWrites.erase(key);
+        NativeLog::write(QStringLiteral("Source changed during processing; retry deferred ") +
+                         fileName(file));
+    } catch (const std::exception& error) {
+        reportFailure(file, error);
+    }
+    context_.stats.active = 0;
+    context_.stats.progress.reset();
+    context_.sendStats();
+    return true;
+}
+
+void FolderCompressor::reportFailure(const QString& file, const std::exception& error) {
+    const QString description = errorDescription(error);
+    NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") + description);
+    context_.stats.errors += 1;
+    context_.sendEvent(CompressionNotificationEvent::processingFailed(file, description));
+    if (!callbacks.onHistory) return;
+    CompressionHistoryEntry entry;
+    entry.id = QUuid::createUuid();
+    entry.date = QDateTime::currentDateTimeUtc();
+    entry.sourceURL = file;
+    try {
+        entry.originalBytes = fileSize(file);
+    } catch (const FileSystemError&) {
+        // The size stays unknown.
+    }
+    entry.status = CompressionHistoryStatus::failed;
+    entry.message = description;
+    context_.sendHistory(entry);
+}
+
+void FolderCompressor::reportUnsupportedIfNeeded(const QString& file) {
+    if (!unsupportedDropExtensions.contains(lowerExtension(file))) return;
+    const auto signature = fileSignature(file);
+    if (!signature) return;
+    const QString key = standardizedPath(file);
+    const auto known = context_.unsupportedSignatures.find(key);
+    if (known != context_.unsupportedSignatures.end() && known->second == *signature) return;
+    context_.unsupportedSignatures[key] = *signature;
+    NativeLog::write(QStringLiteral("Unsupported file ") + fileName(file));
+    context_.sendEvent(CompressionNotificationEvent::unsupportedFile(file));
+}
+
+}  // namespace velt

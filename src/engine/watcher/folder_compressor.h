@@ -1,0 +1,78 @@
+// FolderCompressor: the engine that watches one folder and hands each new, stable image in it
+// to the processing pipeline.
+//
+// The folder is polled (no file-system events): every polling interval a scan is requested, scan
+// requests are debounced, and one scan processes the stable candidates one at a time on the
+// engine's own serial queue ("com.velt.compressor.folder"). All per-file state lives on that
+// queue. Callbacks are invoked on the queue; the receiver moves to its own thread.
+//
+// REQUIRES: a QCoreApplication exists (the queue runs a Qt event loop).
+//
+// Thread-safety: start, stop and isRunning may be called from any thread; stop also from the
+// engine's own queue (from inside a callback). Set the callbacks before the first start.
+#pragma once
+
+#include "engine/pipeline/folder_compression_result.h"
+#include "engine/watcher/engine_context.h"
+#include "engine/watcher/engine_timing.h"
+#include "engine/watcher/lifecycle.h"
+#include "engine/watcher/serial_queue.h"
+
+#include <QString>
+#include <QTimer>
+#include <functional>
+#include <memory>
+
+namespace velt {
+
+class FolderCompressor {
+  public:
+    // Processes one file; the default is the real pipeline.
+    using Processor = std::function<FolderCompressionResult(EngineContext&, const QString&)>;
+
+    // Loads the processed-file registry from the data folder (an empty one on any failure).
+    FolderCompressor();
+    // Stops the engine (ending a running encoder) and joins its queue.
+    ~FolderCompressor();
+    FolderCompressor(const FolderCompressor&) = delete;
+    FolderCompressor& operator=(const FolderCompressor&) = delete;
+
+    // Stops any previous run, then watches `watchDirectory` with a copy of `config`. Throws
+    // FileSystemError(noSuchFile) when the folder is missing or not a folder; the engine then
+    // stays stopped.
+    void start(const AppConfig& config, const QString& watchDirectory);
+
+    // Requests cancellation, ends a running encoder, waits for the file in progress to return
+    // (unless called on the queue itself) and forgets the per-file state. The registry and the
+    // done/saved/error counters are kept.
+    void stop();
+
+    bool isRunning() const;
+
+    EngineCallbacks callbacks;
+
+    // Test seams, kept in the code on purpose: a processor standing in for the pipeline, and
+    // shorter intervals. REQUIRES: called while the engine is stopped.
+    void setProcessorForTesting(Processor processor) { processor_ = std::move(processor); }
+    void setTimingForTesting(const EngineTiming& timing) { timing_ = timing; }
+
+  private:
+    void startPolling();
+    void scheduleScan();
+    void scan();
+    // Processes one candidate; false when the scan must end (cancellation).
+    bool processCandidate(const QString& file);
+    void reportFailure(const QString& file, const std::exception& error);
+    void reportUnsupportedIfNeeded(const QString& file);
+    void stopTimers();
+
+    EngineLifecycle lifecycle_;
+    SerialQueue queue_;
+    EngineContext context_;  // queue-owned
+    Processor processor_;
+    EngineTiming timing_;
+    QTimer* timer_ = nullptr;     // the poll timer; lives on the queue
+    QTimer* workItem_ = nullptr;  // the debounced scan; lives on the queue
+};
+
+}  // namespace velt

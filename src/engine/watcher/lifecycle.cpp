@@ -1,0 +1,55 @@
+#include "engine/watcher/lifecycle.h"
+
+#include "engine/errors.h"
+
+namespace velt {
+
+void EngineLifecycle::beginStart() {
+    const std::lock_guard lock(lifecycleLock);
+    cancellationRequested = false;
+}
+
+void EngineLifecycle::markRunning() {
+    const std::lock_guard lock(lifecycleLock);
+    running = true;
+}
+
+void EngineLifecycle::requestStop() {
+    std::shared_ptr<ChildProcess> process;
+    {
+        const std::lock_guard lock(lifecycleLock);
+        cancellationRequested = true;
+        running = false;
+        process = activeProcess;
+    }
+    // Never terminate under the lock: the encoder's waiter takes it when the process ends.
+    if (process && process->isRunning()) process->terminate();
+}
+
+bool EngineLifecycle::isRunning() const {
+    const std::lock_guard lock(lifecycleLock);
+    return running;
+}
+
+bool EngineLifecycle::isCancellationRequested() const {
+    const std::lock_guard lock(lifecycleLock);
+    return cancellationRequested;
+}
+
+void EngineLifecycle::checkpoint() const {
+    if (isCancellationRequested())
+        throw FolderCompressorControlError(FolderCompressorControlError::cancelled);
+}
+
+bool EngineLifecycle::registerActiveProcess(std::shared_ptr<ChildProcess> process) {
+    const std::lock_guard lock(lifecycleLock);
+    activeProcess = std::move(process);
+    return cancellationRequested;
+}
+
+void EngineLifecycle::clearActiveProcess(const ChildProcess* process) {
+    const std::lock_guard lock(lifecycleLock);
+    if (activeProcess.get() == process) activeProcess.reset();
+}
+
+}  // namespace velt

@@ -1,0 +1,21 @@
+// Whether a candidate is left for a later scan: the engine's own fresh outputs, files it just
+// touched, files already handled or settled in the registry, and files still changing.
+#pragma once
+
+#include "engine/watcher/engine_context.h"
+#include "engine/watcher/engine_timing.h"
+
+#include <QString>
+
+namespace velt {
+
+// True when `file` must not be processed in this scan. Updates the engine's maps as it decides
+// (a new or changed signature starts waiting in pendingFiles; a file that held still long enough
+// leaves it and is processed).
+bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QString& file);
+
+// The registry may only settle a kept original while its compressed sibling still exists and
+// is fresh; a replaced original is settled by its record alone.
+bool registryCanSkip(const EngineContext& context, const QString& file);
+
+}  // namespace velt

@@ -1,0 +1,271 @@
+#include "encoders/standin_tools.h"
+#include "engine/encoders/tool_runner.h"
+#include "engine/errors.h"
+#include "engine/install/safe_install.h"
+#include "engine_test_rig.h"
+
+#include <gtest/gtest.h>
+#include <QFile>
+
+namespace velt {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::EngineRig;
+using testing::eventually;
+
+FolderCompressionResult wrote(const QString& file, std::int64_t saved) {
+    CompressionHistoryEntry entry;
+    entry.id = QUuid::createUuid();
+    entry.date = QDateTime::currentDateTimeUtc();
+    entry.sourceURL = file;
+    entry.status = CompressionHistoryStatus::compressed;
+    return {true, saved, entry};
+}
+
+TEST(FolderCompressorLifecycle, StartFailsOnMissingFolderOrPlainFile) {
+    EngineRig rig;
+    for (const QString& bad :
+         {rig.file(QStringLiteral("missing")), rig.file(QStringLiteral("plain"))}) {
+        if (bad.endsWith(QLatin1String("plain"))) testing::writeFile(bad, "x");
+        try {
+            rig.engine->start(AppConfig(), bad);
+            ADD_FAILURE() << "start succeeded on " << bad.toStdString();
+        } catch (const FileSystemError& error) {
+            EXPECT_EQ(error.code(), FileSystemError::noSuchFile);
+        }
+        EXPECT_FALSE(rig.engine->isRunning());
+    }
+    rig.start();
+    EXPECT_TRUE(rig.engine->isRunning());
+    rig.engine->stop();
+    EXPECT_FALSE(rig.engine->isRunning());
+}
+
+TEST(FolderCompressorScan, NewFileIsProcessedOnceAfterHoldingStill) {
+    EngineRig rig([](EngineContext& context, const QString& file) {
+        EngineRig::settle(context, file);
+        return wrote(file, 100);
+    });
+    rig.start();
+    testing::writeFile(rig.file(QStringLiteral("Фото 1.jpg")), QByteArray(300, 'x'));
+    ASSERT_TRUE(eventually([&] { return rig.history().size() == 1; }));
+    std::this_thread::sleep_for(400ms);  // several more scans
+    ASSERT_EQ(rig.callCount(), 1u);
+    EXPECT_EQ(rig.calls()[0].file, rig.file(QStringLiteral("Фото 1.jpg")));
+    EXPECT_TRUE(eventually([&] { return !rig.stats().empty() && !rig.stats().back().active; }));
+    const CompressionStats last = rig.stats().back();
+    EXPECT_EQ(last.done, 1);
+    EXPECT_EQ(last.savedBytes, 100);
+    EXPECT_EQ(last.progress, std::nullopt);
+    EXPECT_TRUE(rig.log().contains("Processed Фото 1.jpg wrote=true saved=100"));
+}
+
+TEST(FolderCompressorScan, GrowingFileWaitsUntilItsSignatureHoldsStill) {
+    EngineRig rig;
+    rig.start();
+    const QString path = rig.file(QStringLiteral("slow copy.png"));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    for (int step = 0; step < 15; ++step) {  // grows for about 1.2 s
+        file.write(QByteArray(1000, 'p'));
+        file.flush();
+        std::this_thread::sleep_for(80ms);
+        ASSERT_EQ(rig.callCount(), 0u) << "processed while still growing, step " << step;
+    }
+    file.close();
+    ASSERT_TRUE(eventually([&] { return rig.callCount() == 1; }));
+    EXPECT_EQ(rig.calls()[0].sizeSeen, 15000);
+}
+
+TEST(FolderCompressorScan, UnsupportedNoticeOncePerSignature) {
+    EngineRig rig;
+    rig.start();
+    testing::writeFile(rig.file(QStringLiteral("clip.MOV")), "movie");
+    testing::writeFile(rig.file(QStringLiteral("notes.txt")), "text");
+    ASSERT_TRUE(eventually([&] { return rig.events().size() == 1; }));
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(rig.events().size(), 1u);
+    EXPECT_EQ(rig.events()[0],
+              CompressionNotificationEvent::unsupportedFile(rig.file(QStringLiteral("clip.MOV"))));
+    testing::writeFile(rig.file(QStringLiteral("clip.MOV")), "a longer movie");
+    EXPECT_TRUE(eventually([&] { return rig.events().size() == 2; }));
+    EXPECT_EQ(rig.callCount(), 0u);
+    EXPECT_EQ(rig.log().count("Unsupported file clip.MOV"), 2);
+}
+
+TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
+    EngineRig rig([](EngineContext& context, const QString& file) -> FolderCompressionResult {
+        if (file.endsWith(QLatin1String("bad.jpg")))
+            throw FileSystemError(FileSystemError::readCorruptFile, QStringLiteral("Broken image"));
+        EngineRig::settle(context, file);
+        return wrote(file, 5);
+    });
+    rig.start();
+    testing::writeFile(rig.file(QStringLiteral("bad.jpg")), QByteArray(1234, 'b'));
+    testing::writeFile(rig.file(QStringLiteral("good.jpg")), "g");
+    ASSERT_TRUE(eventually([&] { return rig.history().size() >= 2; }));
+    const auto events = rig.events();
+    ASSERT_GE(events.size(), 1u);
+    EXPECT_EQ(events[0], CompressionNotificationEvent::processingFailed(
+                             rig.file(QStringLiteral("bad.jpg")), QStringLiteral("Broken image")));
+    bool sawFailure = false;
+    for (const auto& entry : rig.history()) {
+        if (entry.status != CompressionHistoryStatus::failed) continue;
+        sawFailure = true;
+        EXPECT_EQ(entry.originalBytes, 1234);
+        EXPECT_EQ(entry.message, QStringLiteral("Broken image"));
+        EXPECT_FALSE(entry.outputURL);
+    }
+    EXPECT_TRUE(sawFailure);
+    EXPECT_TRUE(
+        eventually([&] { return rig.stats().back().errors >= 1 && rig.stats().back().done == 1; }));
+    EXPECT_TRUE(rig.log().contains("Process error " + rig.file(QStringLiteral("bad.jpg")).toUtf8() +
+                                   ": Broken image"));
+}
+
+TEST(FolderCompressorScan, ChangedSourceIsRetriedAsNew) {
+    std::atomic<int> attempts = 0;
+    EngineRig rig([&](EngineContext& context, const QString& file) -> FolderCompressionResult {
+        if (attempts++ == 0)
+            throw FolderCompressorControlError(FolderCompressorControlError::sourceChanged);
+        return EngineRig::settle(context, file);
+    });
+    rig.start();
+    testing::writeFile(rig.file(QStringLiteral("a.heic")), "h");
+    ASSERT_TRUE(eventually([&] { return rig.callCount() == 2; }));
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(rig.callCount(), 2u);
+    EXPECT_TRUE(rig.log().contains("Source changed during processing; retry deferred a.heic"));
+    EXPECT_TRUE(rig.events().empty());
+    EXPECT_EQ(rig.stats().back().errors, 0);
+}
+
+// The engine's own output is left alone until someone replaces its content.
+TEST(FolderCompressorScan, OwnOutputIsSkippedUntilReplaced) {
+    EngineRig rig([](EngineContext& context, const QString& file) -> FolderCompressionResult {
+        if (!file.endsWith(QLatin1String(".png"))) return EngineRig::settle(context, file);
+        const QString output = QFileInfo(file).dir().filePath(QStringLiteral("a.jpg"));
+        testing::writeFile(output, "converted");
+        QFile::remove(file);
+        const QString key = standardizedPath(output);
+        context.recentWrites[key] = RecentWrite{EngineClock::now(), *fileSignature(output)};
+        context.ownWrites[key] =
+            OwnWrite{fileSize(output), contentFingerprint(output), EngineClock::now()};
+        return wrote(file, 1);
+    });
+    rig.start();
+    testing::writeFile(rig.file(QStringLiteral("a.png")), "original png");
+    ASSERT_TRUE(eventually([&] { return rig.callCount() == 1; }));
+    std::this_thread::sleep_for(700ms);  // past the recent-write cooldown: the fingerprint decides
+    EXPECT_EQ(rig.callCount(), 1u);
+    testing::writeFile(rig.file(QStringLiteral("a.jpg")), "the user's new content");
+    ASSERT_TRUE(eventually([&] { return rig.callCount() == 2; }));
+    EXPECT_EQ(rig.calls()[1].file, rig.file(QStringLiteral("a.jpg")));
+}
+
+FolderCompressionResult remember(EngineContext& context, const QString& file) {
+    context.rememberProcessed(file, ProcessedDecision::alreadyOptimal);
+    return EngineRig::settle(context, file);
+}
+
+TEST(FolderCompressorRegistry, SettledFilesSurviveARestartUnderTheSameSettings) {
+    EngineRig rig(remember);
+    AppConfig replace;
+    replace.originalPolicy = OriginalPolicy::replace;
+    rig.start(replace);
+    testing::writeFile(rig.file(QStringLiteral("a.jpg")), "jpeg bytes");
+    ASSERT_TRUE(eventually([&] { return rig.callCount() == 1; }));
+    rig.engine->stop();
+
+    rig.relaunch(remember);
+    rig.start(replace);
+    std::this_thread::sleep_for(600ms);
+    EXPECT_EQ(rig.callCount(), 1u) << "a settled file was processed again after a restart";
+
+    AppConfig otherQuality = replace;
+    otherQuality.qualities.jpeg -= 1;
+    rig.start(otherQuality);
+    EXPECT_TRUE(eventually([&] { return rig.callCount() == 2; }));
+
+    // A kept original is only settled while its compressed sibling exists.
+    rig.relaunch(remember);
+    AppConfig keep = otherQuality;
+    keep.originalPolicy = OriginalPolicy::keep;
+    rig.start(keep);
+    EXPECT_TRUE(eventually([&] { return rig.callCount() == 3; }));
+}
+
+TEST(FolderCompressorStop, StopEndsARunningToolPromptly) {
+    QTemporaryDir tools;
+    const QString hang =
+        testing::installStandin(tools.path(), QStringLiteral("hang"), QStringLiteral("cjpeg"));
+    const QString ready = tools.filePath(QStringLiteral("ready"));
+    testing::ScopedEnvironment announce("VELT_STANDIN_READY", ready.toUtf8());
+    EngineRig rig([&](EngineContext& context, const QString& file) -> FolderCompressionResult {
+        const QString temp = tempURL(file);
+        struct RemoveTemp {
+            QString path;
+            ~RemoveTemp() { QFile::remove(path); }
+        } guard{temp};
+        testing::writeFile(temp, "partial");
+        runTool(hang, {QStringLiteral("-outfile"), temp, file}, context.lifecycle);
+        return {};
+    });
+    rig.start();
+    testing::writeFile(rig.file(QStringLiteral("big photo.jpg")), "jpeg");
+    const pid_t pid = testing::waitForReadyPid(ready);
+    ASSERT_GT(pid, 0);
+
+    const auto before = std::chrono::steady_clock::now();
+    rig.engine->stop();
+    const auto took = std::chrono::steady_clock::now() - before;
+    EXPECT_LT(took, 1s);
+    EXPECT_TRUE(testing::processGone(pid));
+    EXPECT_FALSE(rig.engine->isRunning());
+    EXPECT_TRUE(rig.log().contains("Processing cancelled big photo.jpg"));
+    EXPECT_EQ(rig.stats().back().active, 0);
+    EXPECT_EQ(rig.stats().back().errors, 0);
+    const QStringList left = QDir(rig.folder.path()).entryList(QDir::Files | QDir::Hidden);
+    EXPECT_EQ(left, QStringList{QStringLiteral("big photo.jpg")});
+}
+
+TEST(FolderCompressorStop, StopFromInsideACallbackDoesNotDeadlock) {
+    EngineRig rig([](EngineContext& context, const QString& file) {
+        EngineRig::settle(context, file);
+        return wrote(file, 1);
+    });
+    std::atomic<bool> stopped = false;
+    rig.engine->callbacks.onHistory = [&](const CompressionHistoryEntry&) {
+        rig.engine->stop();  // runs on the engine's own queue
+        stopped = true;
+    };
+    rig.start();
+    testing::writeFile(rig.file(QStringLiteral("a.jpg")), "x");
+    ASSERT_TRUE(eventually([&] { return stopped.load(); }));
+    EXPECT_FALSE(rig.engine->isRunning());
+    testing::writeFile(rig.file(QStringLiteral("b.jpg")), "x");
+    std::this_thread::sleep_for(400ms);
+    EXPECT_EQ(rig.callCount(), 1u);  // nothing is watched any more
+}
+
+TEST(FolderCompressorLifecycle, StartingTwiceLeavesOnePollTimer) {
+    testing::ScopedEnvironment debug("VELT_DEBUG_LOG", QByteArray("1"));
+    EngineRig rig;
+    EngineTiming timing = testing::fastTiming();
+    timing.polling = 100ms;
+    timing.scanDebounce = 0ms;
+    rig.engine->setTimingForTesting(timing);
+    rig.start();
+    rig.start();
+    std::this_thread::sleep_for(1050ms);
+    rig.engine->stop();
+    const auto scans = rig.log().count("] Scan ");
+    // One timer scans about ten times in this second (plus the scan each start requests); two
+    // timers would scan about twenty times.
+    EXPECT_GE(scans, 6);
+    EXPECT_LE(scans, 14);
+}
+
+}  // namespace
+}  // namespace velt
