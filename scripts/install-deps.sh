@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   # toolchain
-  g++ cmake ninja-build pkg-config git
+  g++ cmake ninja-build pkg-config git python3
   # Qt 6: Core, Gui, Widgets, DBus, Network (qt6-base-dev) and Svg
   qt6-base-dev qt6-svg-dev libgl-dev
   # codecs, colour, crypto, compression, JSON

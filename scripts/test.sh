@@ -5,6 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh
+./scripts/fetch-tools.sh
 
 configure_and_build() {
   local dir=$1; shift
@@ -21,4 +22,5 @@ echo "== build (AddressSanitizer + UndefinedBehaviorSanitizer)"
 configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DVELT_SANITIZE=ON
 echo "== tests under sanitizers"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  LSAN_OPTIONS=suppressions="$PWD/tests/lsan.supp" \
   ctest --test-dir build-asan --output-on-failure -j2 "$@"

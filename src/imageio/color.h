@@ -1,0 +1,42 @@
+// Colour spaces of decoded images, read from embedded ICC profiles with lcms2.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <cstddef>
+#include <cstdint>
+
+namespace velt::imageio {
+
+enum class ColorModel { rgb, gray, cmyk, other };
+
+struct ColorSpace {
+    ColorModel model = ColorModel::rgb;
+    // The profile's description (e.g. "Display P3", "sRGB IEC61966-2.1"); "sRGB" for the
+    // default space of an image without a profile.
+    QString name = QStringLiteral("sRGB");
+    // The embedded profile's bytes; empty for the default sRGB space (which is never embedded).
+    QByteArray iccData;
+
+    bool operator==(const ColorSpace&) const = default;
+};
+
+// The default space of untagged images: sRGB, named, no profile bytes.
+ColorSpace sRGBColorSpace();
+
+// The space an embedded profile describes: model from the profile header's colour space field,
+// name from its description. Unreadable profile bytes give sRGBColorSpace().
+ColorSpace colorSpaceFromICC(const QByteArray& iccData);
+
+// Converts `pixelCount` CMYK pixels (4 bytes each; `adobeInverted` for Adobe's inverted
+// storage, where 255 means no ink) to RGBA in sRGB (alpha 255). Uses the embedded CMYK profile
+// when `cmykProfile` is a valid one, else a plain ink formula.
+void convertCMYKToSRGB(const std::uint8_t* cmyk, std::size_t pixelCount, bool adobeInverted,
+                       const QByteArray& cmykProfile, std::uint8_t* rgbaOut);
+
+// Converts `pixelCount` grey samples (one byte each) to RGBA in sRGB (alpha 255) through the
+// grey profile when it is a valid one, else by replicating the sample into R, G and B.
+void convertGrayToSRGB(const std::uint8_t* gray, std::size_t pixelCount,
+                       const QByteArray& grayProfile, std::uint8_t* rgbaOut);
+
+}  // namespace velt::imageio

@@ -1,0 +1,35 @@
+// decodeFirstFrame: the format is sniffed from the content (never the extension), then the
+// format's decoder checks the declared size before it allocates the raster.
+#include "imageio/decode_internal.h"
+
+#include <QFileInfo>
+
+namespace velt::imageio {
+
+Bitmap decodeFirstFrame(const QString& path) {
+    const QByteArray data = detail::readWholeFile(path);
+    const std::optional<ImageFormat> format = sniffFormat(data.left(256));
+    if (!format) {
+        if (imageFormatFromFileExtension(QFileInfo(path).suffix())) {
+            detail::throwCorrupt(
+                QStringLiteral("The file is damaged or is not the image its name suggests."));
+        }
+        throw ImageIOError(ImageIOError::unsupportedFormat,
+                           QStringLiteral("The file is not an image in a supported format."));
+    }
+    switch (*format) {
+        case ImageFormat::jpeg:
+            return detail::decodeJpeg(data);
+        case ImageFormat::png:
+            return detail::decodePng(data);
+        case ImageFormat::webp:
+            return detail::decodeWebp(data);
+        case ImageFormat::avif:
+        case ImageFormat::heic:
+            return detail::decodeHeif(data);
+    }
+    throw ImageIOError(ImageIOError::unsupportedFormat,
+                       QStringLiteral("The file is not an image in a supported format."));
+}
+
+}  // namespace velt::imageio

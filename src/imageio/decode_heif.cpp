@@ -1,0 +1,122 @@
+// HEIC and AVIF through libheif: the primary image of the container, decoded to interleaved
+// 8-bit RGBA (libheif converts deeper sources and applies the container's rotation/mirroring).
+#include "imageio/decode_internal.h"
+
+#include <QFile>
+#include <cstring>
+#include <memory>
+
+#include <libheif/heif.h>
+
+namespace velt::imageio::detail {
+
+namespace {
+
+struct ContextDeleter {
+    void operator()(heif_context* context) const { heif_context_free(context); }
+};
+struct HandleDeleter {
+    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
+};
+struct ImageDeleter {
+    void operator()(heif_image* image) const { heif_image_release(image); }
+};
+struct OptionsDeleter {
+    void operator()(heif_decoding_options* options) const { heif_decoding_options_free(options); }
+};
+using Context = std::unique_ptr<heif_context, ContextDeleter>;
+using Handle = std::unique_ptr<heif_image_handle, HandleDeleter>;
+
+[[noreturn]] void throwHeifError(const char* why) {
+    throwCorrupt(
+        QStringLiteral("The file is not a readable HEIF image (%1).").arg(QString::fromUtf8(why)));
+}
+
+void check(const heif_error& error) {
+    if (error.code != heif_error_Ok)
+        throwHeifError(error.message ? error.message : "unknown error");
+}
+
+Context newContext() {
+    Context context(heif_context_alloc());
+    if (!context) throwHeifError("out of memory");
+    return context;
+}
+
+Handle primaryImage(heif_context* context) {
+    heif_image_handle* handle = nullptr;
+    check(heif_context_get_primary_image_handle(context, &handle));
+    return Handle(handle);
+}
+
+QByteArray embeddedProfile(const heif_image_handle* handle) {
+    const heif_color_profile_type type = heif_image_handle_get_color_profile_type(handle);
+    if (type != heif_color_profile_type_prof && type != heif_color_profile_type_rICC) return {};
+    QByteArray profile(static_cast<qsizetype>(heif_image_handle_get_raw_color_profile_size(handle)),
+                       Qt::Uninitialized);
+    if (profile.isEmpty()) return {};
+    if (heif_image_handle_get_raw_color_profile(handle, profile.data()).code != heif_error_Ok) {
+        return {};
+    }
+    return profile;
+}
+
+}  // namespace
+
+// libheif parses the boxes and checks every item's extent against the file's size; the coded
+// data is neither decoded nor kept in memory.
+HeaderInfo readHeifHeader(const QString& path) {
+    Context context = newContext();
+    check(heif_context_read_from_file(context.get(), QFile::encodeName(path).constData(), nullptr));
+    Handle handle = primaryImage(context.get());
+    HeaderInfo info;
+    info.width = heif_image_handle_get_width(handle.get());
+    info.height = heif_image_handle_get_height(handle.get());
+    if (info.width < 1 || info.height < 1) throwHeifError("the image size is zero");
+    return info;
+}
+
+Bitmap decodeHeif(const QByteArray& data) {
+    Context context = newContext();
+    check(heif_context_read_from_memory_without_copy(
+        context.get(), data.constData(), static_cast<std::size_t>(data.size()), nullptr));
+    Handle handle = primaryImage(context.get());
+    Bitmap bitmap;
+    bitmap.width = heif_image_handle_get_width(handle.get());
+    bitmap.height = heif_image_handle_get_height(handle.get());
+    checkDecodeSize(bitmap.width, bitmap.height);
+    const bool alpha = heif_image_handle_has_alpha_channel(handle.get()) != 0;
+    bitmap.alphaInfo = alpha ? AlphaInfo::last : AlphaInfo::noneSkipLast;
+
+    std::unique_ptr<heif_decoding_options, OptionsDeleter> options(heif_decoding_options_alloc());
+    if (!options) throwHeifError("out of memory");
+    options->convert_hdr_to_8bit = 1;
+    heif_image* decoded = nullptr;
+    check(heif_decode_image(handle.get(), &decoded, heif_colorspace_RGB,
+                            heif_chroma_interleaved_RGBA, options.get()));
+    const std::unique_ptr<heif_image, ImageDeleter> image(decoded);
+
+    int stride = 0;
+    const std::uint8_t* plane =
+        heif_image_get_plane_readonly(image.get(), heif_channel_interleaved, &stride);
+    if (!plane || heif_image_get_width(image.get(), heif_channel_interleaved) != bitmap.width ||
+        heif_image_get_height(image.get(), heif_channel_interleaved) != bitmap.height ||
+        heif_image_get_bits_per_pixel_range(image.get(), heif_channel_interleaved) != 8 ||
+        stride < static_cast<int>(bitmap.rowBytes())) {
+        throwHeifError("unexpected decoded layout");
+    }
+    bitmap.rgba.resize(bitmap.rowBytes() * static_cast<std::size_t>(bitmap.height));
+    for (int y = 0; y < bitmap.height; ++y) {
+        std::memcpy(bitmap.rgba.data() + y * bitmap.rowBytes(),
+                    plane + static_cast<std::size_t>(y) * stride, bitmap.rowBytes());
+    }
+    if (!alpha) {
+        for (std::size_t i = 3; i < bitmap.rgba.size(); i += 4) bitmap.rgba[i] = 255;
+    }
+    // An nclx description alone (what encoders write for plain sRGB) is taken as sRGB.
+    const QByteArray profile = embeddedProfile(handle.get());
+    bitmap.colorSpace = profile.isEmpty() ? sRGBColorSpace() : colorSpaceFromICC(profile);
+    return bitmap;
+}
+
+}  // namespace velt::imageio::detail

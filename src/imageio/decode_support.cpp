@@ -1,0 +1,66 @@
+// Size guards, error helpers and file access shared by the decoders and header readers.
+#include "imageio/decode_internal.h"
+
+#include "model/constants.h"
+
+#include <QFile>
+
+namespace velt::imageio::detail {
+
+void throwCorrupt(const QString& what) {
+    throw ImageIOError(ImageIOError::corruptFile, what);
+}
+
+void checkDecodeSize(std::int64_t width, std::int64_t height) {
+    if (width < 1 || height < 1) throwCorrupt(QStringLiteral("The image has invalid dimensions."));
+    const auto refuse = [&] {
+        throw ImageIOError(ImageIOError::tooLarge,
+                           QStringLiteral("The image is too large to process safely (%1\u00D7%2).")
+                               .arg(width)
+                               .arg(height));
+    };
+    std::int64_t pixels = 0;
+    std::int64_t bytes = 0;
+    if (__builtin_mul_overflow(width, height, &pixels)) refuse();
+    if (__builtin_mul_overflow(pixels, std::int64_t{4}, &bytes)) refuse();
+    if (pixels > maximumDecodedPixelCount) refuse();
+    if (bytes > maximumDecodedRasterBytes) refuse();
+}
+
+QByteArray readWholeFile(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        throwCorrupt(QStringLiteral("The file could not be read: %1").arg(file.errorString()));
+    }
+    QByteArray data = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        throwCorrupt(QStringLiteral("The file could not be read: %1").arg(file.errorString()));
+    }
+    if (data.isEmpty()) throwCorrupt(QStringLiteral("The file is empty."));
+    return data;
+}
+
+struct HeaderFile::Handle {
+    QFile file;
+};
+
+HeaderFile::HeaderFile(const QString& path) : handle_(std::make_unique<Handle>()) {
+    handle_->file.setFileName(path);
+    if (!handle_->file.open(QIODevice::ReadOnly)) {
+        throwCorrupt(
+            QStringLiteral("The file could not be read: %1").arg(handle_->file.errorString()));
+    }
+    size_ = handle_->file.size();
+}
+
+HeaderFile::~HeaderFile() = default;
+
+std::optional<QByteArray> HeaderFile::read(std::int64_t offset, std::int64_t count) {
+    if (offset < 0 || count < 0 || offset > size_ || count > size_ - offset) return std::nullopt;
+    if (!handle_->file.seek(offset)) return std::nullopt;
+    QByteArray bytes = handle_->file.read(count);
+    if (bytes.size() != count) return std::nullopt;
+    return bytes;
+}
+
+}  // namespace velt::imageio::detail

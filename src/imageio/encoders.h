@@ -1,0 +1,31 @@
+// The per-format encoders behind encodeImage. Each turns a checked bitmap (width, height ≥ 1,
+// rgba of width × height × 4 bytes) into the bytes of a complete file, or throws ImageIOError;
+// encodeImage writes those bytes to the destination.
+#pragma once
+
+#include "imageio/bitmap.h"
+#include "model/image_format.h"
+
+#include <QByteArray>
+
+namespace velt::imageio::detail {
+
+// The ICC profile to write for `space`: its bytes when it is an RGB space other than sRGB (by
+// name, case-insensitively), else nothing (sRGB is every format's default assumption).
+QByteArray iccProfileToEmbed(const ColorSpace& space);
+
+// Baseline JPEG at `quality` (clamped to 0-100), 4:2:0, optimised Huffman tables. Alpha is
+// ignored (the caller flattens first when it cares); `icc` goes into APP2 markers when non-empty.
+QByteArray encodeJPEG(const Bitmap& bitmap, int quality, const QByteArray& icc);
+
+// Lossless PNG, 8-bit RGBA when the bitmap has an alpha channel, RGB otherwise; `icc` as iCCP.
+QByteArray encodePNG(const Bitmap& bitmap, const QByteArray& icc);
+
+// HEIC (HEVC) or AVIF (AV1) at `quality`, alpha kept when the bitmap has an alpha channel, `icc`
+// as a "prof" colour profile. Throws unsupportedFormat when libheif has no encoder for it.
+QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc);
+
+// Whether libheif can encode `format` (heic or avif).
+bool heifCanEncode(ImageFormat format);
+
+}  // namespace velt::imageio::detail

@@ -1,0 +1,68 @@
+// The image codec layer: what a file is, how large it is, its first frame as RGBA, and
+// encoders for JPEG, PNG, HEIC and AVIF. Hostile input costs a header read: every decoder checks
+// the declared size before allocating, and no C library error unwinds through C++ frames.
+//
+// All functions are reentrant (no shared state); call them from any thread.
+#pragma once
+
+#include "imageio/bitmap.h"
+#include "model/image_format.h"
+
+#include <QString>
+#include <QStringList>
+#include <optional>
+#include <stdexcept>
+
+namespace velt::imageio {
+
+// Decoding or encoding failed; the description is readable English.
+class ImageIOError : public std::runtime_error {
+  public:
+    enum Code { corruptFile, unsupportedFormat, writeFailed, tooLarge };
+    ImageIOError(Code code, const QString& description)
+        : std::runtime_error(description.toStdString()), code_(code) {}
+    Code code() const { return code_; }
+
+  private:
+    Code code_;
+};
+
+// The format the first bytes announce (JPEG, PNG, WebP, HEIF brands heic/heix/hevc/heim/heis/
+// mif1/msf1 → heic, AVIF brands avif/avis → avif); nothing when unknown.
+std::optional<ImageFormat> sniffFormat(const QByteArray& firstBytes);
+
+struct ImageProperties {
+    ImageFormat format = ImageFormat::jpeg;
+    QString typeIdentifier;  // of the format, e.g. "public.jpeg"
+    std::int64_t width = 0;  // pixel size as stored (before orientation)
+    std::int64_t height = 0;
+    // EXIF orientation 1-8 when the file carries one; HEIF reports none (libheif applies its
+    // own rotation while decoding).
+    std::optional<int> orientation;
+};
+
+// Reads only the headers: the format (sniffed; the extension is the fallback) and the pixel
+// size. Throws ImageIOError(corruptFile) when they cannot be read.
+ImageProperties readProperties(const QString& path);
+
+// Decodes frame 0 to RGBA: grey replicated, CMYK and non-RGB spaces converted to sRGB, RGB left
+// in its own profile's space. No orientation is applied. Throws ImageIOError (tooLarge when the
+// declared size exceeds the decode limits, corruptFile for damaged data).
+Bitmap decodeFirstFrame(const QString& path);
+
+// The bitmap turned upright for an EXIF orientation (1-8); 5-8 swap width and height. Values
+// outside 2-8 return it unchanged.
+Bitmap applyOrientation(const Bitmap& bitmap, int orientation);
+
+// Encodes `bitmap` as `format` into a new file at `path` (replacing what is there):
+// JPEG at `quality` (0-100; 4:2:0, optimised Huffman tables), PNG lossless (quality ignored),
+// HEIC and AVIF at `quality`. Transparent pixels stay transparent where the format has alpha.
+// A non-sRGB ICC profile of the bitmap is embedded. WebP is not written here. Throws
+// ImageIOError(writeFailed / unsupportedFormat).
+void encodeImage(const Bitmap& bitmap, ImageFormat format, int quality, const QString& path);
+
+// "public.jpeg", "public.png", plus "public.heic" / "public.avif" where libheif has an HEVC /
+// AV1 encoder.
+QStringList writableTypeIdentifiers();
+
+}  // namespace velt::imageio
