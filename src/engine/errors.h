@@ -32,6 +32,7 @@ class FileSystemError : public std::runtime_error {
         readUnsupportedScheme,  // not a format the program reads
         readUnknown,            // reading failed otherwise
         writeUnknown,           // writing failed, or a tool reported failure
+        writeUnsupportedScheme,  // no encoder for the requested format
         writeNoPermission,      // the folder or file may not be written
         launchFailed,           // an external program could not be started
     };

@@ -1,15 +1,175 @@
 #include "engine/pipeline/process.h"
 
 #include "engine/errors.h"
+#include "engine/install/safe_install.h"
+#include "engine/pipeline/image_safety.h"
+#include "engine/pipeline/image_writer.h"
+#include "engine/pipeline/output_naming.h"
+#include "engine/pipeline/plan.h"
+#include "model/file_url.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QUuid>
 
 namespace velt {
+namespace {
 
-// The image codec layer is not part of this build yet: every candidate fails with a clear
-// message instead of being touched.
+// The temporary output is removed on every way out of processing, and so is the animation.
+class ProcessingScope {
+  public:
+    explicit ProcessingScope(EngineContext& context) : context_(context) {}
+    ~ProcessingScope() {
+        context_.smoothProgressTimer.reset();
+        if (!temp_.isEmpty()) QFile::remove(temp_);
+    }
+    ProcessingScope(const ProcessingScope&) = delete;
+    ProcessingScope& operator=(const ProcessingScope&) = delete;
+    void removeOnExit(const QString& temp) { temp_ = temp; }
+
+  private:
+    EngineContext& context_;
+    QString temp_;
+};
+
+CompressionHistoryEntry historyEntry(const QString& source, const QString& output,
+                                     std::int64_t originalBytes, std::int64_t outputBytes,
+                                     CompressionHistoryStatus status) {
+    CompressionHistoryEntry entry;
+    entry.id = QUuid::createUuid();
+    entry.date = QDateTime::currentDateTimeUtc();
+    entry.sourceURL = source;
+    entry.outputURL = output;
+    entry.originalBytes = originalBytes;
+    entry.outputBytes = outputBytes;
+    entry.status = status;
+    return entry;
+}
+
+void rememberSignature(EngineContext& context, const QString& path) {
+    if (const auto signature = fileSignature(path))
+        context.processedSignatures[standardizedPath(path)] = *signature;
+}
+
+// The source is already represented by a fresh compressed sibling.
+FolderCompressionResult settleWithFreshOutput(EngineContext& context, const QString& file,
+                                              const QString& output) {
+    rememberSignature(context, file);
+    rememberSignature(context, output);
+    context.rememberProcessed(file, ProcessedDecision::existingOutputFresh);
+    context.setProgress(100);
+    return {};
+}
+
+FolderCompressionResult settleAlreadyOptimal(EngineContext& context, const QString& file,
+                                             const QString& temp, std::int64_t size) {
+    QFile::remove(temp);
+    rememberSignature(context, file);
+    context.rememberProcessed(file, ProcessedDecision::alreadyOptimal);
+    context.sendEvent(CompressionNotificationEvent::alreadyOptimal(file));
+    context.setProgress(100);
+    return {false, 0,
+            historyEntry(file, file, size, size, CompressionHistoryStatus::alreadyOptimal)};
+}
+
+void install(EngineContext& context, const QString& file, const QString& temp,
+             const QString& output, const std::optional<SourceVersion>& version) {
+    if (context.config.originalPolicy == OriginalPolicy::keep) {
+        replaceOutputFile(temp, output);
+        return;
+    }
+    if (!version)
+        throw FileSystemError(FileSystemError::writeUnknown,
+                              QStringLiteral("The original cannot be replaced safely."));
+    if (standardizedPath(output) == standardizedPath(file))
+        replaceOriginalSafely(temp, file, *version);
+    else
+        replaceConvertedOriginalSafely(temp, output, file, *version);
+}
+
+void recordInstalled(EngineContext& context, const QString& file, const QString& output) {
+    const QString sourceKey = standardizedPath(file);
+    const QString outputKey = standardizedPath(output);
+    if (context.config.originalPolicy == OriginalPolicy::keep || outputKey == sourceKey) {
+        rememberSignature(context, file);
+    } else {
+        // The source's name is gone: it was replaced by a file of another name.
+        context.processedSignatures.erase(sourceKey);
+        context.pendingFiles.erase(sourceKey);
+        context.recentWrites.erase(sourceKey);
+    }
+    const auto now = EngineClock::now();
+    if (const auto signature = fileSignature(output)) {
+        context.processedSignatures[outputKey] = *signature;
+        context.recentWrites[outputKey] = RecentWrite{now, *signature};
+    }
+    context.rememberProcessed(output, ProcessedDecision::compressed);
+    if (outputKey != sourceKey)
+        context.rememberProcessed(file, ProcessedDecision::existingOutputFresh);
+    std::int64_t outputSize = 0;
+    try {
+        outputSize = fileSize(output);
+    } catch (const FileSystemError&) {
+        // An unreadable size is recorded as 0; the fingerprint still identifies the file.
+    }
+    context.ownWrites[outputKey] = OwnWrite{outputSize, contentFingerprint(output), now};
+}
+
+}  // namespace
+
 FolderCompressionResult process(EngineContext& context, const QString& file) {
+    ProcessingScope scope(context);
     context.checkpoint();
-    throw FileSystemError(FileSystemError::readUnsupportedScheme,
-                          QStringLiteral("Image encoding is not available in this build: ") + file);
+    context.setProgress(5);
+    std::optional<SourceVersion> version;
+    if (context.config.originalPolicy == OriginalPolicy::replace) version = sourceVersion(file);
+    const std::int64_t size = version ? version->signature.size : fileSize(file);
+    if (size <= 0) return {};
+
+    context.setProgress(15);
+    const ImagePlan plan = makePlan(context.config, file);
+    context.checkpoint();
+
+    context.setProgress(35);
+    const QString output = outputPath(context.config, file, plan.source, plan.target);
+    removeStaleCompressedOutputs(context, file, output);
+    if (existingOutputIsFresh(context.config, file, output))
+        return settleWithFreshOutput(context, file, output);
+
+    const QString temp = tempURL(output);
+    QFile::remove(temp);
+    scope.removeOnExit(temp);
+    if (!QDir().mkpath(QFileInfo(temp).absolutePath()))
+        throw FileSystemError(FileSystemError::writeNoPermission,
+                              QStringLiteral("Cannot create the folder of ") + temp);
+
+    context.setProgress(55);
+    context.startSmoothProgress(55, 88, estimatedEncodingSeconds(plan.target, size));
+    writeImage(context, file, temp, plan);
+    context.smoothProgressTimer.reset();
+    context.checkpoint();
+
+    context.setProgress(88);
+    const std::int64_t outputSize = validateTemporaryFile(temp);
+    context.setProgress(94);
+    if (outputSize >= size && plan.source == plan.target)
+        return settleAlreadyOptimal(context, file, temp, size);
+    context.checkpoint();
+
+    if (version) {
+        if (context.callbacks.onBeforeDestructiveInstallForTesting)
+            context.callbacks.onBeforeDestructiveInstallForTesting(file);
+        requireSourceUnchanged(file, *version);
+        backup(file, *version, context.watchDirectory);
+        context.checkpoint();
+    }
+    // A requested conversion is installed even when it is larger: the user asked for the format.
+    install(context, file, temp, output, version);
+    recordInstalled(context, file, output);
+    context.setProgress(100);
+    return {true, size - outputSize,
+            historyEntry(file, output, size, outputSize, CompressionHistoryStatus::compressed)};
 }
 
 }  // namespace velt

@@ -25,8 +25,16 @@ void EngineContext::sendHistory(const CompressionHistoryEntry& entry) const {
 }
 
 void EngineContext::setProgress(int percent) {
+    if (percent >= 100) smoothProgressTimer.reset();
     stats.progress = percent;
     sendStats();
+}
+
+void EngineContext::startSmoothProgress(int from, int to, double estimatedSeconds) {
+    smoothProgressTimer.reset();
+    if (estimatedSeconds <= 0) return;
+    smoothProgressTimer = std::make_unique<SmoothProgress>(
+        stats, from, to, std::chrono::duration<double>(estimatedSeconds), callbacks.onStats);
 }
 
 QString EngineContext::processingSettingsKey() const {

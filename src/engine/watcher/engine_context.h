@@ -5,6 +5,7 @@
 // Thread-safety: touched only on the engine's queue, except `lifecycle`, which locks itself.
 #pragma once
 
+#include "engine/pipeline/smooth_progress.h"
 #include "engine/registry/processed_file_registry.h"
 #include "engine/watcher/file_signature.h"
 #include "engine/watcher/lifecycle.h"
@@ -16,6 +17,7 @@
 #include <QString>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <unordered_map>
 
@@ -67,6 +69,8 @@ class EngineContext {
     std::unordered_map<QString, PendingFile> pendingFiles;
     ProcessedFileRegistry processedRegistry;
     CompressionStats stats;
+    // While an encoder runs: the eased progress animation.
+    std::unique_ptr<SmoothProgress> smoothProgressTimer;
     // During a scan: the names of the "_veltcompressed" files its listing saw.
     std::optional<QSet<QString>> listedCompressedOutputs;
 
@@ -80,8 +84,11 @@ class EngineContext {
     void sendStats() const;
     void sendEvent(const CompressionNotificationEvent& event) const;
     void sendHistory(const CompressionHistoryEntry& entry) const;
-    // Sets stats.progress and reports it.
+    // Sets stats.progress and reports it; 100 or more also ends the progress animation.
     void setProgress(int percent);
+    // Starts the eased animation from `from` towards `to` (replacing a running one); nothing
+    // when the duration is not positive.
+    void startSmoothProgress(int from, int to, double estimatedSeconds);
 
     QString processingSettingsKey() const;
     // Records the decision for the file's current content, identity and settings, then saves the

@@ -58,6 +58,7 @@ void FolderCompressor::stop() {
     // On the queue this runs at once; from elsewhere it waits for the file in progress.
     queue_.sync([this] {
         stopTimers();
+        context_.smoothProgressTimer.reset();
         context_.clearFileMaps();
         context_.stats.active = 0;
         context_.stats.progress.reset();

@@ -22,8 +22,18 @@
 #include <QTimer>
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace velt {
+
+// What a batch run did with one candidate.
+struct BatchFileResult {
+    enum class Outcome { compressed, alreadyOptimal, failed, skipped };
+    QString file;
+    Outcome outcome = Outcome::skipped;
+    std::int64_t savedBytes = 0;  // for compressed files
+    QString message;              // for failed files
+};
 
 class FolderCompressor {
   public:
@@ -49,6 +59,14 @@ class FolderCompressor {
 
     bool isRunning() const;
 
+    // Processes the candidates now in `folder` once, one after another, with a copy of `config`,
+    // without polling, without waiting for files to hold still and without the rest between
+    // files; the engine's other skip rules and the registry apply as in a scan. Blocks until the
+    // batch ends; stop() from another thread ends it after the file in progress. Throws
+    // FileSystemError(noSuchFile) when the folder is missing. Stops a running watch first and
+    // leaves the engine stopped.
+    std::vector<BatchFileResult> runOnce(const AppConfig& config, const QString& folder);
+
     EngineCallbacks callbacks;
 
     // Test seams, kept in the code on purpose: a processor standing in for the pipeline, and
@@ -62,6 +80,7 @@ class FolderCompressor {
     void scan();
     // Processes one candidate; false when the scan must end (cancellation).
     bool processCandidate(const QString& file);
+    BatchFileResult processBatchFile(const QString& file);
     void reportFailure(const QString& file, const std::exception& error);
     void reportUnsupportedIfNeeded(const QString& file);
     void stopTimers();

@@ -1,0 +1,81 @@
+#include "engine/encoders/encoder_support.h"
+
+#include "engine/encoders/tool_runner.h"
+#include "engine/errors.h"
+#include "engine/install/file_operations.h"
+#include "model/atomic_file.h"
+#include "model/constants.h"
+#include "model/file_url.h"
+
+#include <sys/stat.h>
+#include <QFile>
+#include <QUuid>
+#include <algorithm>
+#include <cerrno>
+
+namespace velt {
+
+ToolLocator systemToolLocator() {
+    return [](const QString& name) { return toolURL(name); };
+}
+
+QString directoryOf(const QString& path) {
+    return parentFolder(path);
+}
+
+QString baseNameOf(const QString& path) {
+    return splitFileName(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1)).base;
+}
+
+QString temporarySibling(const QString& directory, const QString& base, const QString& infix,
+                         const QString& extension) {
+    const QString uuid = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    const QString separator =
+        directory.endsWith(QLatin1Char('/')) ? QString() : QStringLiteral("/");
+    return directory + separator + QLatin1Char('.') + base + tempFileMarker + infix + uuid +
+           QLatin1Char('.') + extension;
+}
+
+int clampedQuality(int setting) {
+    return std::clamp(setting, 0, 100);
+}
+
+std::optional<QString> writeProfileSideFile(const QString& directory, const QString& base,
+                                            const std::optional<QByteArray>& iccData,
+                                            TemporaryFiles& cleanup) {
+    if (!iccData || iccData->isEmpty()) return std::nullopt;
+    const QString path = cleanup.add(
+        temporarySibling(directory, base, QStringLiteral("-profile-"), QStringLiteral("icc")));
+    QString reason;
+    if (!writeFileAtomically(path, *iccData, &reason))
+        throw FileSystemError(FileSystemError::writeUnknown, reason);
+    return path;
+}
+
+std::int64_t fileSizeOf(const QString& path) {
+    struct stat info {};
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot read the size of"), path);
+    return static_cast<std::int64_t>(info.st_size);
+}
+
+QString smallestFile(const QStringList& files) {
+    QString winner = files.constFirst();
+    std::int64_t winnerSize = fileSizeOf(winner);
+    for (qsizetype index = 1; index < files.size(); ++index) {
+        const std::int64_t size = fileSizeOf(files[index]);
+        // Ties keep the earlier file: the list is ordered by preference.
+        if (size < winnerSize) {
+            winner = files[index];
+            winnerSize = size;
+        }
+    }
+    return winner;
+}
+
+void copyOverDestination(const QString& winner, const QString& destination) {
+    removeQuietly(destination);
+    copyToNewFile(winner, destination);
+}
+
+}  // namespace velt

@@ -1,0 +1,60 @@
+#include "engine/encoders/jpeg_path.h"
+
+#include "engine/encoders/candidate_runner.h"
+#include "engine/encoders/pnm_writer.h"
+#include "engine/encoders/tool_runner.h"
+#include "engine/errors.h"
+#include "engine/install/file_operations.h"
+#include "engine/pipeline/image_safety.h"
+
+namespace velt {
+
+QString jpegIntermediateURL(const QString& destination) {
+    return temporarySibling(directoryOf(destination), baseNameOf(destination),
+                            QStringLiteral("-jpeg-source-"), QStringLiteral("ppm"));
+}
+
+std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QString& directory,
+                                             const QString& inputURL,
+                                             const std::optional<QString>& icc,
+                                             int qualitySetting) {
+    EncoderCandidate candidate;
+    candidate.url = temporarySibling(directory, baseName, QStringLiteral("-mozjpeg-default-"),
+                                     QStringLiteral("jpg"));
+    if (icc) candidate.arguments << QStringLiteral("-icc") << *icc;
+    candidate.arguments << QStringLiteral("-quality")
+                        << QString::number(clampedQuality(qualitySetting))
+                        << QStringLiteral("-progressive") << QStringLiteral("-optimize")
+                        << QStringLiteral("-sample") << QStringLiteral("2x2")
+                        << QStringLiteral("-outfile") << candidate.url << inputURL;
+    return {candidate};
+}
+
+void writeJPEGImage(EngineContext& context, const QString& destination, const ImagePlan& plan,
+                    const ToolLocator& locateTool) {
+    const std::optional<QString> cjpeg = locateTool(QStringLiteral("cjpeg"));
+    if (!cjpeg)
+        throw FileSystemError(FileSystemError::writeUnsupportedScheme,
+                              QStringLiteral("The JPEG encoder \"cjpeg\" is not installed"));
+
+    const QString directory = directoryOf(destination);
+    const QString base = baseNameOf(destination);
+    TemporaryFiles cleanup;
+    const QString intermediate = cleanup.add(jpegIntermediateURL(destination));
+    removeQuietly(intermediate);
+    // JPEG has no alpha: the intermediate is flattened onto white.
+    writePNMImage(context.lifecycle, intermediate, plan.image, false, plan.colorSpace);
+    const std::optional<QString> profile =
+        writeProfileSideFile(directory, base, plan.iccData, cleanup);
+
+    const QStringList results = runCandidates(
+        jpegCandidates(base, directory, intermediate, profile, context.config.qualities.jpeg),
+        cleanup, [&](const EncoderCandidate& candidate) {
+            runTool(*cjpeg, candidate.arguments, context.lifecycle);
+            validateEncodedImage(candidate.url);
+            return candidate.url;
+        });
+    installSmallest(results, destination);
+}
+
+}  // namespace velt

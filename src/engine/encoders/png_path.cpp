@@ -1,0 +1,114 @@
+#include "engine/encoders/png_path.h"
+
+#include "engine/encoders/png_chunks.h"
+#include "engine/encoders/tool_runner.h"
+#include "engine/errors.h"
+#include "engine/install/file_operations.h"
+#include "engine/pipeline/image_safety.h"
+#include "engine/pipeline/image_writer.h"
+#include "model/native_log.h"
+
+#include <functional>
+
+namespace velt {
+namespace {
+
+// Runs one optional optimization step that writes `path`. Returns whether it produced a
+// candidate; a stop is passed on, any other failure removes the file and is handed to `onFailure`.
+bool tryCandidate(const QString& path, const std::function<void()>& produce,
+                  const std::function<void(const std::exception&)>& onFailure) {
+    try {
+        produce();
+        return true;
+    } catch (const FolderCompressorControlError&) {
+        throw;
+    } catch (const std::exception& error) {
+        removeQuietly(path);
+        onFailure(error);
+        return false;
+    }
+}
+
+void writeBaseline(EngineContext& context, const QString& sourceURL, const QString& baseline,
+                   const ImagePlan& plan) {
+    if (plan.source == ImageFormat::png)
+        copyToNewFile(sourceURL, baseline);
+    else
+        writeImageWithImageIO(baseline, plan.image, ImageFormat::png, context.config.qualities);
+    attachICCProfileToPNGIfNeeded(baseline, plan.iccData);
+}
+
+}  // namespace
+
+QStringList oxipngArguments(const QString& path) {
+    return {QStringLiteral("-q"),      QStringLiteral("-o"),   QStringLiteral("4"),
+            QStringLiteral("--strip"), QStringLiteral("safe"), path};
+}
+
+QStringList pngquantArguments(int qualitySetting, const QString& input, const QString& output) {
+    const int maximum = clampedQuality(qualitySetting);
+    const int minimum = qualitySetting < 20 ? 0 : maximum - 20;
+    return {QStringLiteral("--force"),
+            QStringLiteral("--skip-if-larger"),
+            QStringLiteral("--quality"),
+            QString::number(minimum) + QLatin1Char('-') + QString::number(maximum),
+            QStringLiteral("--speed"),
+            QStringLiteral("3"),
+            QStringLiteral("--output"),
+            output,
+            input};
+}
+
+void writePNGImage(EngineContext& context, const QString& sourceURL, const QString& destination,
+                   const ImagePlan& plan, const ToolLocator& locateTool) {
+    const QString directory = directoryOf(destination);
+    const QString base = baseNameOf(destination);
+    const auto sibling = [&](const char* infix) {
+        return temporarySibling(directory, base, QString::fromUtf8(infix), QStringLiteral("png"));
+    };
+    TemporaryFiles cleanup;
+    const QString baseline = cleanup.add(sibling("-png-source-"));
+    writeBaseline(context, sourceURL, baseline, plan);
+    QStringList candidates = {baseline};
+
+    const std::optional<QString> oxipng = locateTool(QStringLiteral("oxipng"));
+    if (oxipng) {
+        const QString lossless = cleanup.add(sibling("-oxipng-"));
+        const bool made = tryCandidate(
+            lossless,
+            [&] {
+                copyToNewFile(baseline, lossless);
+                runTool(*oxipng, oxipngArguments(lossless), context.lifecycle);
+                attachICCProfileToPNGIfNeeded(lossless, plan.iccData);
+                validateTemporaryFile(lossless);
+            },
+            [](const std::exception&) {});
+        if (made) candidates.append(lossless);
+    }
+
+    if (const std::optional<QString> pngquant = locateTool(QStringLiteral("pngquant"))) {
+        const QString quantized = cleanup.add(sibling("-pngquant-"));
+        const bool made = tryCandidate(
+            quantized,
+            [&] {
+                runTool(*pngquant,
+                        pngquantArguments(context.config.qualities.png, baseline, quantized),
+                        context.lifecycle);
+                if (oxipng) runTool(*oxipng, oxipngArguments(quantized), context.lifecycle);
+                attachICCProfileToPNGIfNeeded(quantized, plan.iccData);
+                validateTemporaryFile(quantized);
+            },
+            [](const std::exception& error) {
+                NativeLog::debug(QStringLiteral("Optional PNG optimization failed: ") +
+                                 errorDescription(error));
+            });
+        if (made) candidates.append(quantized);
+    }
+
+    if (candidates.isEmpty())
+        throw FileSystemError(FileSystemError::writeUnknown,
+                              QStringLiteral("No PNG candidate for ") + destination);
+    copyOverDestination(smallestFile(candidates), destination);
+}
+
+}  // namespace velt

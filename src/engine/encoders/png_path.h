@@ -1,0 +1,35 @@
+// PNG output: lossless, so size is won only by the optional external optimizers "oxipng"
+// (lossless recompression) and "pngquant" (lossy palette quantization). A baseline PNG is made
+// first (the source file itself when it is a PNG, else the built-in encoder's output), each
+// installed tool adds a candidate derived from it, every candidate gets the plan's ICC profile
+// written in, and the smallest candidate is copied to the destination. Every ".velt-temp" file
+// made on the way is removed before the call returns.
+//
+// Runs on the engine's queue; a stop is observed while a tool runs.
+#pragma once
+
+#include "engine/encoders/encoder_support.h"
+#include "engine/pipeline/image_plan.h"
+#include "engine/watcher/engine_context.h"
+
+#include <QString>
+#include <QStringList>
+
+namespace velt {
+
+// "-q" "-o" "4" "--strip" "safe" PATH: optimizes the file in place.
+QStringList oxipngArguments(const QString& path);
+
+// "--force" "--skip-if-larger" "--quality" "MIN-MAX" "--speed" "3" "--output" OUTPUT INPUT, where
+// MAX is `qualitySetting` clamped to 0...100 and MIN is 0 for a setting below 20, else MAX − 20.
+QStringList pngquantArguments(int qualitySetting, const QString& input, const QString& output);
+
+// Writes the plan as a PNG into `destination`: the baseline, then "oxipng" and "pngquant"
+// candidates when found; ties keep the earlier of baseline, lossless, quantized. A failed
+// optimizer only drops its candidate ("pngquant" failures are logged at debug level as
+// "Optional PNG optimization failed: " + the error). Throws the baseline's copy or encode error,
+// FolderCompressorControlError::cancelled on a stop, and size read and copy errors.
+void writePNGImage(EngineContext& context, const QString& sourceURL, const QString& destination,
+                   const ImagePlan& plan, const ToolLocator& locateTool = systemToolLocator());
+
+}  // namespace velt

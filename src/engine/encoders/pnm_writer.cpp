@@ -1,0 +1,135 @@
+#include "engine/encoders/pnm_writer.h"
+
+#include "engine/errors.h"
+#include "engine/pipeline/image_safety.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <QFile>
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+namespace velt {
+namespace {
+
+// A write descriptor closed on every way out.
+class OutputFile {
+  public:
+    explicit OutputFile(int descriptor) : descriptor_(descriptor) {}
+    ~OutputFile() {
+        if (descriptor_ >= 0) ::close(descriptor_);
+    }
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    int descriptor() const { return descriptor_; }
+
+  private:
+    int descriptor_;
+};
+
+FileSystemError writeError(int errorNumber, const QString& operation, const QString& path) {
+    FileSystemError error = FileSystemError::fromErrno(errorNumber, operation, path);
+    if (error.code() == FileSystemError::readUnknown)
+        return FileSystemError(FileSystemError::writeUnknown, error.description());
+    return error;
+}
+
+void writeAll(const OutputFile& file, const std::uint8_t* data, std::size_t size,
+              const QString& path) {
+    while (size > 0) {
+        const ssize_t written = ::write(file.descriptor(), data, size);
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            throw writeError(errno, QStringLiteral("Cannot write"), path);
+        }
+        data += written;
+        size -= static_cast<std::size_t>(written);
+    }
+}
+
+// The colour a premultiplied context holds for straight colour c at alpha a, after drawing onto
+// opaque white.
+inline std::uint8_t overWhite(unsigned c, unsigned a) {
+    return static_cast<std::uint8_t>((c * a + 255 * (255 - a) + 127) / 255);
+}
+
+// Straight colour → premultiplied (as the context stores it) → straight again, rounded.
+inline std::uint8_t throughPremultiplied(unsigned c, unsigned a) {
+    if (a == 255) return static_cast<std::uint8_t>(c);
+    if (a == 0) return 0;
+    const unsigned premultiplied = (c * a + 127) / 255;
+    return static_cast<std::uint8_t>(std::min(255u, (premultiplied * 255 + a / 2) / a));
+}
+
+void buildPPMRow(const std::uint8_t* source, int width, std::vector<std::uint8_t>& row) {
+    row.clear();
+    for (int x = 0; x < width; ++x, source += 4) {
+        const unsigned a = source[3];
+        for (int channel = 0; channel < 3; ++channel) row.push_back(overWhite(source[channel], a));
+    }
+}
+
+void buildPAMRow(const std::uint8_t* source, int width, std::vector<std::uint8_t>& row) {
+    row.clear();
+    for (int x = 0; x < width; ++x, source += 4) {
+        const unsigned a = source[3];
+        for (int channel = 0; channel < 3; ++channel)
+            row.push_back(throughPremultiplied(source[channel], a));
+        row.push_back(static_cast<std::uint8_t>(a));
+    }
+}
+
+OutputFile createEmptyFile(const QString& destination) {
+    const QByteArray encoded = QFile::encodeName(destination);
+    ::unlink(encoded.constData());  // whatever was there; a failure shows up at the open
+    const int descriptor =
+        ::open(encoded.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (descriptor < 0)
+        throw FileSystemError(
+            FileSystemError::writeUnknown,
+            QStringLiteral("Cannot create the intermediate image ") + destination);
+    return OutputFile(descriptor);
+}
+
+}  // namespace
+
+QByteArray pnmHeader(int width, int height, bool preserveAlpha) {
+    const QByteArray w = QByteArray::number(width);
+    const QByteArray h = QByteArray::number(height);
+    if (!preserveAlpha) return "P6\n" + w + ' ' + h + "\n255\n";
+    return "P7\nWIDTH " + w + "\nHEIGHT " + h +
+           "\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n";
+}
+
+void writePNMImage(EngineLifecycle& lifecycle, const QString& destination,
+                   const imageio::Bitmap& image, bool preserveAlpha,
+                   const imageio::ColorSpace& /*colorSpace*/, const PNMRowObserver& afterRow) {
+    const std::int64_t byteCount = validatedDecodedRasterByteCount(image.width, image.height);
+    // The bitmap is the rendered raster; one whose pixels do not cover its size cannot be drawn.
+    if (image.rgba.size() < static_cast<std::size_t>(byteCount))
+        throw FileSystemError(FileSystemError::writeUnknown,
+                              QStringLiteral("The image's pixels do not match its size"));
+
+    const OutputFile file = createEmptyFile(destination);
+    const QByteArray header = pnmHeader(image.width, image.height, preserveAlpha);
+    writeAll(file, reinterpret_cast<const std::uint8_t*>(header.constData()),
+             static_cast<std::size_t>(header.size()), destination);
+
+    std::vector<std::uint8_t> row;
+    row.reserve(image.rowBytes());
+    for (int y = 0; y < image.height; ++y) {
+        lifecycle.checkpoint();
+        const std::uint8_t* source = image.pixel(0, y);
+        if (preserveAlpha)
+            buildPAMRow(source, image.width, row);
+        else
+            buildPPMRow(source, image.width, row);
+        writeAll(file, row.data(), row.size(), destination);
+        if (afterRow) afterRow(y + 1);
+    }
+    if (::fsync(file.descriptor()) != 0)
+        throw writeError(errno, QStringLiteral("Cannot flush"), destination);
+}
+
+}  // namespace velt

@@ -1,0 +1,46 @@
+// The uncompressed intermediate that the external JPEG and WebP encoders read: the planned image
+// rendered to 8-bit samples and written as a binary PPM (P6, R G B) or, when alpha must be kept,
+// as a PAM (P7, R G B A with straight alpha).
+//
+// Rendering follows a premultiplied RGBA raster exactly, so the bytes are the same as those of
+// the platform's bitmap context: without alpha every pixel is composited onto opaque white; with
+// alpha the colour is premultiplied (rounded) and then un-premultiplied by
+// (c × 255 + ⌊a / 2⌋) ÷ a, capped at 255.
+//
+// Runs on the engine's queue. The file is temporary: the caller deletes it on every outcome.
+#pragma once
+
+#include "engine/watcher/lifecycle.h"
+#include "imageio/bitmap.h"
+#include "imageio/color.h"
+
+#include <QByteArray>
+#include <QString>
+#include <cstdint>
+#include <functional>
+
+namespace velt {
+
+// "P6\n<w> <h>\n255\n" or "P7\nWIDTH <w>\nHEIGHT <h>\nDEPTH 4\nMAXVAL 255\nTUPLTYPE
+// RGB_ALPHA\nENDHDR\n".
+QByteArray pnmHeader(int width, int height, bool preserveAlpha);
+
+// Called after each row has been written, with the number of rows written so far. A test seam:
+// it lets a test request a stop at an exact row.
+using PNMRowObserver = std::function<void(int rowsWritten)>;
+
+// Writes `image` to `destination` as PPM (preserveAlpha false) or PAM (true), replacing whatever
+// file is there, and flushes it to disk.
+//
+// The pixels are taken as being in `colorSpace` already: the decoder leaves an RGB image in its
+// own profile's space, which is the plan's working space, and converts grey and CMYK to sRGB.
+//
+// Throws ImageSafetyError for dimensions refused by validatedDecodedRasterByteCount (before any
+// allocation or file), FolderCompressorControlError::cancelled when a stop is requested (checked
+// before each row; the partial file stays), FileSystemError(writeUnknown) when the pixels do not
+// match the size or the file cannot be created, and FileSystemError for write and flush failures.
+void writePNMImage(EngineLifecycle& lifecycle, const QString& destination,
+                   const imageio::Bitmap& image, bool preserveAlpha,
+                   const imageio::ColorSpace& colorSpace, const PNMRowObserver& afterRow = {});
+
+}  // namespace velt

@@ -1,0 +1,42 @@
+// WebP through the external encoder "cwebp" (the built-in encoder never writes WebP): the planned
+// image is rendered into a PPM, or a PAM when it has an alpha channel, "cwebp" runs with the
+// arguments of the compression preset, and "webpmux" embeds the ICC profile when the plan has
+// one and the tool is installed. Every result must decode; the smallest valid one is copied to
+// the destination; every ".velt-temp" file made on the way is removed before the call returns.
+//
+// Runs on the engine's queue; a stop is observed while rendering and while a tool runs.
+#pragma once
+
+#include "engine/encoders/encoder_support.h"
+#include "engine/pipeline/image_plan.h"
+#include "engine/watcher/engine_context.h"
+#include "model/settings.h"
+
+#include <QString>
+#include <vector>
+
+namespace velt {
+
+// "." + base + ".velt-temp-webp-source-" + UUID + ".pam" (with alpha) or ".ppm" beside
+// `destination`.
+QString webPIntermediateURL(const QString& destination, bool hasAlpha);
+
+// The one candidate, output "." + base + ".velt-temp-cwebp-" + label + "-" + UUID + ".webp" in
+// `directory`, with the arguments: the preset's own ("-preset" "photo" for gentle), "-quiet" "-q"
+// Q, the method arguments ("-m" "4" "-mt" "-sharp_yuv" for maximum, else "-m" "3" "-mt"), with
+// alpha "-alpha_q" (85 when the setting is 85 or less, else Q) "-alpha_filter" "best", and then
+// INPUT "-o" OUTPUT. Q is `qualitySetting` clamped to 0...100.
+std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QString& directory,
+                                             const QString& inputURL, bool hasAlpha,
+                                             CompressionPreset preset, int qualitySetting);
+
+// Encodes plan.image into `destination` with "cwebp" at context.config.qualities.webp and the
+// preset context.config.preset. Throws FileSystemError(writeUnsupportedScheme) without "cwebp",
+// ImageSafetyError for an image too large to render, FolderCompressorControlError::cancelled on
+// a stop, FileSystemError(writeUnknown) when no candidate yields a decodable WebP, and the
+// FileSystemError of a failed profile write, size read or copy. Without "webpmux" the WebP is
+// written without the profile.
+void writeWebPImage(EngineContext& context, const QString& destination, const ImagePlan& plan,
+                    const ToolLocator& locateTool = systemToolLocator());
+
+}  // namespace velt

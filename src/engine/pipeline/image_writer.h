@@ -1,0 +1,25 @@
+// Sending one planned image to the encoding path of its target format.
+#pragma once
+
+#include "engine/pipeline/image_plan.h"
+#include "engine/watcher/engine_context.h"
+#include "imageio/bitmap.h"
+#include "model/settings.h"
+
+#include <QString>
+
+namespace velt {
+
+// Encodes the plan into `destination` (a temporary file): WebP through "cwebp", PNG through the
+// PNG path, JPEG through "cjpeg" when found, everything else with the built-in encoder. Throws
+// FolderCompressorControlError::cancelled when a stop was requested before or right after.
+void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
+                const ImagePlan& plan);
+
+// The built-in encoder at the format's quality from `qualities` (PNG has none). JPEG has no
+// alpha: a transparent image is flattened onto white first. Throws FileSystemError
+// (writeUnknown when encoding fails).
+void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& image,
+                           ImageFormat format, const QualitySettings& qualities);
+
+}  // namespace velt

@@ -1,0 +1,75 @@
+#include "engine/pipeline/plan.h"
+
+#include "engine/errors.h"
+#include "engine/pipeline/can_write.h"
+#include "engine/pipeline/image_safety.h"
+#include "model/file_url.h"
+
+namespace velt {
+namespace {
+
+[[noreturn]] void corrupt(const QString& path) {
+    throw FileSystemError(FileSystemError::readCorruptFile,
+                          QStringLiteral("The file “%1” couldn’t be opened because it isn’t in the "
+                                         "correct format.")
+                              .arg(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1)));
+}
+
+ImageFormat chooseTarget(FormatStrategy strategy, ImageFormat source,
+                         const imageio::Bitmap& image) {
+    switch (strategy) {
+        case FormatStrategy::jpeg:
+            return ImageFormat::jpeg;
+        case FormatStrategy::png:
+            return ImageFormat::png;
+        case FormatStrategy::webp:
+            return ImageFormat::webp;
+        case FormatStrategy::avif:
+            return ImageFormat::avif;
+        case FormatStrategy::heic:
+            return ImageFormat::heic;
+        case FormatStrategy::automatic:
+            break;
+    }
+    if (canWrite(source)) return source;
+    if (isNativeWritable(ImageFormat::avif)) return ImageFormat::avif;
+    return imageio::hasAlphaChannel(image.alphaInfo) ? ImageFormat::png : ImageFormat::jpeg;
+}
+
+}  // namespace
+
+std::optional<imageio::Bitmap> createDisplayOrientedImage(
+    const QString& path, const imageio::ImageProperties& properties) {
+    imageio::Bitmap image;
+    try {
+        image = imageio::decodeFirstFrame(path);
+    } catch (const imageio::ImageIOError&) {
+        return std::nullopt;
+    }
+    if (!properties.orientation || *properties.orientation == 1) return image;
+    return imageio::applyOrientation(image, *properties.orientation);
+}
+
+ImagePlan makePlan(const AppConfig& config, const QString& path) {
+    imageio::ImageProperties properties;
+    try {
+        properties = imageio::readProperties(path);
+    } catch (const imageio::ImageIOError&) {
+        corrupt(path);
+    }
+    validatedDecodedRasterByteCount(properties.width, properties.height);
+    auto image = createDisplayOrientedImage(path, properties);
+    if (!image) corrupt(path);
+
+    ImagePlan plan;
+    plan.source = properties.format;
+    plan.target = chooseTarget(config.formatStrategy, plan.source, *image);
+    plan.colorSpace = image->colorSpace.model == imageio::ColorModel::rgb
+                          ? image->colorSpace
+                          : imageio::sRGBColorSpace();
+    plan.iccData = iccDataForEncoding(image->colorSpace);
+    plan.image = std::move(*image);
+    return plan;
+}
+
+}  // namespace velt

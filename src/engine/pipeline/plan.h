@@ -1,0 +1,25 @@
+// Planning: decoding a source under the size limits and deciding what it is written as.
+#pragma once
+
+#include "engine/pipeline/image_plan.h"
+#include "imageio/image_io.h"
+#include "model/settings.h"
+
+#include <QString>
+#include <optional>
+
+namespace velt {
+
+// Frame 0 turned upright by the file's orientation (none or 1: as decoded). Nothing when the
+// frame cannot be decoded.
+std::optional<imageio::Bitmap> createDisplayOrientedImage(
+    const QString& path, const imageio::ImageProperties& properties);
+
+// Reads the headers, checks the raster size before any pixel is decoded, decodes the upright
+// image and chooses the target format: the strategy's format, or for the automatic strategy the
+// source's own when it can be written, else AVIF when the image writer can encode it, else PNG
+// for an image with alpha and JPEG without. Throws FileSystemError (corrupt or unsupported file)
+// or ImageSafetyError.
+ImagePlan makePlan(const AppConfig& config, const QString& path);
+
+}  // namespace velt

@@ -1,0 +1,125 @@
+// Every preset, strategy and policy on a folder of mixed real images: nothing is lost, every
+// output is a valid image of the source's size that looks like the source.
+#include "engine/errors.h"
+#include "engine/pipeline/process.h"
+#include "image_fixtures.h"
+#include "imageio/image_io.h"
+#include "support/test_environment.h"
+
+#include <gtest/gtest.h>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+namespace velt {
+namespace {
+
+using testing::photoLikeBitmap;
+
+struct MixedFolder {
+    QTemporaryDir dir;
+    std::map<QString, QByteArray> originals;  // name → bytes
+    std::map<QString, imageio::Bitmap> pictures;
+
+    MixedFolder() {
+        const auto add = [this](const QString& name, const imageio::Bitmap& picture) {
+            originals[name] = testing::readFile(dir.filePath(name));
+            pictures[name] = picture;
+        };
+        const imageio::Bitmap opaque = photoLikeBitmap(96, 72);
+        const imageio::Bitmap transparent = photoLikeBitmap(96, 72, true);
+        testing::writeJPEGWithCjpeg(opaque, 95, dir.filePath(QStringLiteral("photo.jpg")));
+        add(QStringLiteral("photo.jpg"), opaque);
+        imageio::encodeImage(opaque, ImageFormat::png, 0, dir.filePath(QStringLiteral("flat.png")));
+        add(QStringLiteral("flat.png"), opaque);
+        imageio::encodeImage(transparent, ImageFormat::png, 0,
+                             dir.filePath(QStringLiteral("alpha.png")));
+        add(QStringLiteral("alpha.png"), transparent);
+        const QString pam = dir.filePath(QStringLiteral(".source.pam"));
+        testing::writeFile(pam, testing::toPNM(transparent, true));
+        testing::runProgram(QStringLiteral("cwebp"),
+                            {QStringLiteral("-quiet"), QStringLiteral("-q"), QStringLiteral("95"),
+                             pam, QStringLiteral("-o"), dir.filePath(QStringLiteral("web.webp"))});
+        QFile::remove(pam);
+        add(QStringLiteral("web.webp"), transparent);
+        imageio::encodeImage(opaque, ImageFormat::heic, 90,
+                             dir.filePath(QStringLiteral("camera.heic")));
+        add(QStringLiteral("camera.heic"), opaque);
+    }
+};
+
+class EveryStrategyAndPolicy
+    : public ::testing::TestWithParam<std::tuple<FormatStrategy, OriginalPolicy>> {};
+
+TEST_P(EveryStrategyAndPolicy, NothingIsLostAndEveryOutputLooksRight) {
+    const auto [strategy, policy] = GetParam();
+    for (CompressionPreset preset : presetMenuCases()) {
+        testing::IsolatedDataFolder data;
+        MixedFolder folder;
+        EngineLifecycle lifecycle;
+        EngineCallbacks callbacks;
+        EngineContext context(lifecycle, callbacks);
+        context.config.preset = preset;
+        context.config.qualities = defaults(preset);
+        context.config.formatStrategy = strategy;
+        context.config.originalPolicy = policy;
+        context.watchDirectory = folder.dir.path();
+        const std::string label = rawValue(preset).toStdString() + "/" +
+                                  rawValue(strategy).toStdString() + "/" +
+                                  rawValue(policy).toStdString();
+
+        for (const auto& [name, bytes] : folder.originals) {
+            const QString source = folder.dir.filePath(name);
+            FolderCompressionResult result;
+            ASSERT_NO_THROW(result = process(context, source))
+                << label << " " << name.toStdString();
+            const QString output = result.historyEntry && result.historyEntry->outputURL
+                                       ? *result.historyEntry->outputURL
+                                       : source;
+            // A kept or untouched original is exactly as it was (replaced ones are checked in the
+            // backup folder below).
+            if (policy == OriginalPolicy::keep || !result.didWrite) {
+                EXPECT_EQ(testing::readFile(source), bytes) << label << " " << name.toStdString();
+            }
+            const auto decoded = testing::decodeIndependently(output);
+            ASSERT_TRUE(decoded) << label << " " << output.toStdString();
+            const imageio::Bitmap& picture = folder.pictures.at(name);
+            EXPECT_EQ(decoded->width, picture.width) << label;
+            EXPECT_EQ(decoded->height, picture.height) << label;
+            EXPECT_GT(testing::psnr(*decoded, picture),
+                      preset == CompressionPreset::maximum ? 24.0 : 26.0)
+                << label << " " << output.toStdString();
+        }
+        if (policy == OriginalPolicy::replace) {
+            // Every original that was replaced is in the backup folder, byte for byte.
+            QList<QByteArray> backups;
+            QDir backupRoot(folder.dir.filePath(QStringLiteral(".velt-compressor-backups")));
+            for (const QString& day : backupRoot.entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+                for (const QString& copy : QDir(backupRoot.filePath(day)).entryList(QDir::Files))
+                    backups << testing::readFile(backupRoot.filePath(day + QLatin1Char('/') + copy))
+                                   .toHex();
+            for (const auto& [name, bytes] : folder.originals) {
+                if (testing::readFile(folder.dir.filePath(name)) == bytes) continue;
+                EXPECT_TRUE(backups.contains(bytes.toHex())) << label << " " << name.toStdString();
+            }
+        }
+        for (const QString& name : QDir(folder.dir.path()).entryList(QDir::Files | QDir::Hidden)) {
+            EXPECT_FALSE(name.contains(QLatin1String(".velt-")))
+                << label << " " << name.toStdString();
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Matrix, EveryStrategyAndPolicy,
+    ::testing::Combine(::testing::Values(FormatStrategy::automatic, FormatStrategy::jpeg,
+                                         FormatStrategy::png, FormatStrategy::webp,
+                                         FormatStrategy::avif, FormatStrategy::heic),
+                       ::testing::Values(OriginalPolicy::keep, OriginalPolicy::replace)),
+    [](const auto& info) {
+        return rawValue(std::get<0>(info.param)).toStdString() + "_" +
+               (std::get<1>(info.param) == OriginalPolicy::keep ? "keep" : "replace");
+    });
+
+}  // namespace
+}  // namespace velt

@@ -1,0 +1,221 @@
+#include "engine/pipeline/process.h"
+#include "engine/errors.h"
+#include "engine/pipeline/image_safety.h"
+#include "image_fixtures.h"
+#include "imageio/image_io.h"
+#include "model/format.h"
+#include "support/test_environment.h"
+
+#include <gtest/gtest.h>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+namespace velt {
+namespace {
+
+using testing::decodeIndependently;
+using testing::photoLikeBitmap;
+
+// One watched folder, an engine context as the scan hands it to the pipeline, and what it reports.
+class PipelineTest : public ::testing::Test {
+  protected:
+    PipelineTest() : context(lifecycle, callbacks) {
+        context.watchDirectory = folder.path();
+        callbacks.onEvent = [this](const CompressionNotificationEvent& e) { events.push_back(e); };
+    }
+
+    QString file(const QString& name) const { return QDir(folder.path()).filePath(name); }
+
+    QString photoJPEG(const QString& name, int quality = 95, int width = 320, int height = 240,
+                      const QStringList& extra = {}) {
+        const QString path = file(name);
+        EXPECT_TRUE(
+            testing::writeJPEGWithCjpeg(photoLikeBitmap(width, height), quality, path, extra));
+        return path;
+    }
+
+    QString photoPNG(const QString& name, bool alpha) {
+        const QString path = file(name);
+        imageio::encodeImage(photoLikeBitmap(200, 150, alpha), ImageFormat::png, 0, path);
+        return path;
+    }
+
+    // Every name in the folder, hidden ones included, except the backup folder's.
+    QStringList folderNames() const {
+        QStringList names = QDir(folder.path()).entryList(QDir::Files | QDir::Hidden);
+        names.sort();
+        return names;
+    }
+
+    testing::IsolatedDataFolder data;
+    QTemporaryDir folder;
+    EngineLifecycle lifecycle;
+    EngineCallbacks callbacks;
+    EngineContext context;
+    std::vector<CompressionNotificationEvent> events;
+};
+
+TEST_F(PipelineTest, KeepPolicyWritesAVerifiedSiblingAndRemembersBoth) {
+    const QString source = photoJPEG(QStringLiteral("Фото 1.jpg"));
+    const QByteArray original = testing::readFile(source);
+    const FolderCompressionResult result = process(context, source);
+
+    const QString output = file(QStringLiteral("Фото 1_veltcompressed.jpg"));
+    ASSERT_TRUE(result.didWrite);
+    EXPECT_EQ(folderNames(), (QStringList{QStringLiteral("Фото 1.jpg"),
+                                          QStringLiteral("Фото 1_veltcompressed.jpg")}));
+    EXPECT_EQ(testing::readFile(source), original);
+    EXPECT_EQ(result.savedBytes, original.size() - QFileInfo(output).size());
+    EXPECT_GT(result.savedBytes, 0);
+    const auto decoded = decodeIndependently(output);
+    ASSERT_TRUE(decoded);
+    EXPECT_GT(testing::psnr(*decoded, *decodeIndependently(source)), 30.0);
+    ASSERT_TRUE(result.historyEntry);
+    EXPECT_EQ(result.historyEntry->outputURL, output);
+    EXPECT_EQ(result.historyEntry->status, CompressionHistoryStatus::compressed);
+    EXPECT_TRUE(context.ownWrites.contains(output));
+    EXPECT_EQ(context.processedRegistry.entries.at(output).decision, ProcessedDecision::compressed);
+    EXPECT_EQ(context.processedRegistry.entries.at(source).decision,
+              ProcessedDecision::existingOutputFresh);
+    EXPECT_EQ(context.stats.progress, 100);
+}
+
+TEST_F(PipelineTest, ReplacePolicyKeepsAVerifiedBackupOfTheOriginal) {
+    context.config.originalPolicy = OriginalPolicy::replace;
+    const QString source = photoJPEG(QStringLiteral("b.jpg"));
+    const QByteArray original = testing::readFile(source);
+    const FolderCompressionResult result = process(context, source);
+
+    ASSERT_TRUE(result.didWrite);
+    EXPECT_EQ(folderNames(), QStringList{QStringLiteral("b.jpg")});
+    EXPECT_LT(QFileInfo(source).size(), original.size());
+    const QString backup = QDir(folder.path())
+                               .filePath(QStringLiteral(".velt-compressor-backups/") + isoDay() +
+                                         QStringLiteral("/b.original.jpg"));
+    EXPECT_EQ(testing::readFile(backup), original);
+    EXPECT_TRUE(decodeIndependently(source));
+}
+
+TEST_F(PipelineTest, ASourceEditedBeforeInstallIsNeverOverwritten) {
+    context.config.originalPolicy = OriginalPolicy::replace;
+    const QString source = photoJPEG(QStringLiteral("edited.jpg"));
+    callbacks.onBeforeDestructiveInstallForTesting = [](const QString& path) {
+        testing::writeFile(path, "the user's newer edit");
+    };
+    try {
+        process(context, source);
+        ADD_FAILURE() << "installed over an edited source";
+    } catch (const FolderCompressorControlError& error) {
+        EXPECT_EQ(error.kind(), FolderCompressorControlError::sourceChanged);
+    }
+    EXPECT_EQ(testing::readFile(source), "the user's newer edit");
+    EXPECT_EQ(folderNames(), QStringList{QStringLiteral("edited.jpg")});
+    EXPECT_FALSE(QDir(folder.path())
+                     .exists(QStringLiteral(".velt-compressor-backups/") + isoDay() +
+                             QStringLiteral("/edited.original.jpg")));
+}
+
+TEST_F(PipelineTest, AnAlreadySmallJPEGIsLeftAloneAsOptimal) {
+    // Coarser than the preset and already optimised: re-encoding can only make it larger.
+    const QString source = photoJPEG(QStringLiteral("small.jpg"), 60, 64, 48,
+                                     {QStringLiteral("-optimize"), QStringLiteral("-progressive")});
+    const QByteArray original = testing::readFile(source);
+    const FolderCompressionResult result = process(context, source);
+    EXPECT_FALSE(result.didWrite);
+    ASSERT_TRUE(result.historyEntry);
+    EXPECT_EQ(result.historyEntry->status, CompressionHistoryStatus::alreadyOptimal);
+    EXPECT_EQ(result.historyEntry->originalBytes, original.size());
+    EXPECT_EQ(events, std::vector{CompressionNotificationEvent::alreadyOptimal(source)});
+    EXPECT_EQ(folderNames(), QStringList{QStringLiteral("small.jpg")});
+    EXPECT_EQ(testing::readFile(source), original);
+    EXPECT_TRUE(context.processedSignatures.contains(source));
+}
+
+TEST_F(PipelineTest, TransparentPNGConvertedToWebPKeepsItsAlpha) {
+    context.config.formatStrategy = FormatStrategy::webp;
+    const QString source = photoPNG(QStringLiteral("logo.png"), true);
+    testing::writeFile(file(QStringLiteral("logo_veltcompressed.jpg")), "stale output");
+    ASSERT_TRUE(process(context, source).didWrite);
+    EXPECT_EQ(folderNames(), (QStringList{QStringLiteral("logo.png"),
+                                          QStringLiteral("logo_veltcompressed.webp")}));
+    const auto decoded = decodeIndependently(file(QStringLiteral("logo_veltcompressed.webp")));
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->pixel(0, 0)[3], 0);        // the transparent strip stays transparent
+    EXPECT_EQ(decoded->pixel(199, 149)[3], 255);  // the rest stays opaque
+    EXPECT_TRUE(testing::readFile(data.file(QStringLiteral("native.log")))
+                    .contains("Removed stale output logo_veltcompressed.jpg"));
+}
+
+TEST_F(PipelineTest, AFreshOutputSettlesTheSourceWithoutEncoding) {
+    const QString source = photoJPEG(QStringLiteral("done.jpg"));
+    testing::writeFile(file(QStringLiteral("done_veltcompressed.jpg")), "already there");
+    const FolderCompressionResult result = process(context, source);
+    EXPECT_FALSE(result.didWrite);
+    EXPECT_FALSE(result.historyEntry);
+    EXPECT_EQ(testing::readFile(file(QStringLiteral("done_veltcompressed.jpg"))), "already there");
+    EXPECT_EQ(context.processedRegistry.entries.at(source).decision,
+              ProcessedDecision::existingOutputFresh);
+}
+
+// Broken and hostile input costs a header read, changes nothing and leaves no temporary file.
+TEST_F(PipelineTest, BrokenInputFailsAndTouchesNothing) {
+    QByteArray hugePNG = QByteArray::fromHex("89504e470d0a1a0a0000000d49484452");
+    hugePNG += QByteArray::fromHex("000186a0000186a00806000000");  // 100000×100000 RGBA
+    hugePNG += QByteArray::fromHex("a8520bc8");                    // a valid header, no pixel data
+    const QByteArray jpeg = testing::readFile(photoJPEG(QStringLiteral("ok.jpg")));
+    QByteArray damagedMarker = jpeg;
+    damagedMarker[3] = '\x02';  // the first segment's length now runs past the data
+    const std::pair<const char*, QByteArray> cases[] = {
+        {"zero.jpg", QByteArray()},
+        {"random.jpg", QByteArray(5000, '\x5a')},
+        {"random.png", QByteArray::fromHex("0102030405060708") + QByteArray(300, '\x11')},
+        {"truncated.jpg", jpeg.left(jpeg.size() / 3)},
+        {"damaged.jpg", damagedMarker},
+        {"huge.png", hugePNG},
+    };
+    for (const auto& [name, bytes] : cases) {
+        const QString path = file(QString::fromUtf8(name));
+        testing::writeFile(path, bytes);
+        try {
+            const FolderCompressionResult result = process(context, path);
+            EXPECT_FALSE(result.didWrite) << name;
+            EXPECT_TRUE(bytes.isEmpty()) << name << " did not fail";
+        } catch (const ImageSafetyError& error) {
+            EXPECT_EQ(error.errorDescription(),
+                      QStringLiteral("The image is too large to process safely (100000×100000)."));
+        } catch (const std::exception& error) {
+            EXPECT_NE(QByteArray(name), "huge.png") << error.what();
+        }
+        EXPECT_EQ(testing::readFile(path), bytes) << name;
+    }
+    for (const QString& name : folderNames())
+        EXPECT_FALSE(name.contains(QLatin1String(".velt-temp"))) << name.toStdString();
+}
+
+TEST(RasterLimits, Table) {
+    EXPECT_EQ(validatedDecodedRasterByteCount(7071, 7071), 199'996'164);
+    EXPECT_EQ(validatedDecodedRasterByteCount(10'000, 5'000), 200'000'000);  // exactly the limit
+    const std::pair<std::int64_t, std::int64_t> refused[] = {
+        {7072, 7071}, {10'001, 5'000}, {INT64_MAX, 2}, {1LL << 32, 1LL << 32}};
+    for (const auto& [w, h] : refused) {
+        try {
+            validatedDecodedRasterByteCount(w, h);
+            ADD_FAILURE() << w << "x" << h;
+        } catch (const ImageSafetyError& error) {
+            EXPECT_EQ(error.kind(), ImageSafetyError::resourceLimitExceeded);
+        }
+    }
+    EXPECT_THROW(
+        try { validatedDecodedRasterByteCount(0, 10); } catch (const ImageSafetyError& e) {
+            EXPECT_EQ(e.errorDescription(), QStringLiteral("The image has invalid dimensions."));
+            throw;
+        },
+        ImageSafetyError);
+    EXPECT_THROW(validatedDecodedRasterByteCount(10, -1), ImageSafetyError);
+    EXPECT_EQ(ImageSafetyError::limitExceeded(7072, 7071).errorDescription(),
+              QStringLiteral("The image is too large to process safely (7072×7071)."));
+}
+
+}  // namespace
+}  // namespace velt
