@@ -1,15 +1,32 @@
 // The program's command line: what the user asked for, or why the arguments are wrong.
+//
+// Parsing also checks that the folders named exist, so that a mistyped folder ends the program
+// before anything is read or written.
 #pragma once
+
+#include "app/settings_overrides.h"
 
 #include <QString>
 #include <QStringList>
+#include <optional>
 #include <variant>
 
 namespace velt {
 
 struct CommandLineRequest {
-    enum class Action { run, showVersion, showHelp };
+    enum class Action {
+        run,          // the desktop program (headless until the tray exists)
+        showVersion,  // --version
+        showHelp,     // --help
+        headless,     // --headless [--watch DIR]
+        once,         // --once DIR
+    };
     Action action = Action::run;
+    std::optional<QString> watchDirectory;  // --watch, absolute
+    QString onceDirectory;                  // --once, absolute
+    SettingsOverrides overrides;            // for this run only
+
+    bool operator==(const CommandLineRequest&) const = default;
 };
 
 // A one-line reason, printed before the usage; the program then exits 2.
@@ -17,7 +34,8 @@ struct CommandLineError {
     QString message;
 };
 
-// `arguments` excludes the program name.
+// `arguments` excludes the program name. Options take their value as the next argument or after
+// "=" ("--preset gentle", "--preset=gentle").
 std::variant<CommandLineRequest, CommandLineError> parseCommandLine(const QStringList& arguments);
 
 QString usageText();

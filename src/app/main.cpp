@@ -1,4 +1,6 @@
 #include "app/command_line.h"
+#include "app/headless_runner.h"
+#include "app/once_runner.h"
 
 #include <QCoreApplication>
 #include <QTextStream>
@@ -10,21 +12,34 @@ int main(int argc, char* argv[]) {
 
     QTextStream out(stdout);
     QTextStream err(stderr);
+    // Everything is checked before anything is read or written.
     const auto parsed = velt::parseCommandLine(arguments);
     if (const auto* error = std::get_if<velt::CommandLineError>(&parsed)) {
         err << "velt-compressor: " << error->message << "\n\n" << velt::usageText();
         return 2;
     }
     const auto& request = std::get<velt::CommandLineRequest>(parsed);
+    using Action = velt::CommandLineRequest::Action;
     switch (request.action) {
-        case velt::CommandLineRequest::Action::showVersion:
+        case Action::showVersion:
             out << velt::versionText() << '\n';
             return 0;
-        case velt::CommandLineRequest::Action::showHelp:
-        case velt::CommandLineRequest::Action::run:
-            // Nothing runs yet beyond the command line itself.
+        case Action::showHelp:
             out << velt::usageText();
             return 0;
+        case Action::once: {
+            QCoreApplication application(argc, argv);
+            return velt::runOnceCommand(request);
+        }
+        case Action::run:
+            err << "velt-compressor: the tray icon is not available yet; running headless\n";
+            err.flush();
+            [[fallthrough]];
+        case Action::headless: {
+            QCoreApplication application(argc, argv);
+            velt::HeadlessRunner runner;
+            return runner.run(request);
+        }
     }
     return 0;
 }

@@ -9,4 +9,8 @@ namespace velt {
 // other format: when the built-in image writer can encode it.
 bool canWrite(ImageFormat format);
 
+// Makes the model's writability questions (ImageFormat's isNativeWritable, the format menu)
+// answer with what the image layer can really encode. Idempotent; every engine context calls it.
+void registerImageWriterTypes();
+
 }  // namespace velt

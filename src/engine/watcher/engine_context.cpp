@@ -1,8 +1,14 @@
 #include "engine/watcher/engine_context.h"
 
+#include "engine/pipeline/can_write.h"
 #include "model/file_url.h"
 
 namespace velt {
+
+EngineContext::EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks)
+    : lifecycle(lifecycle), callbacks(callbacks) {
+    registerImageWriterTypes();
+}
 
 void EngineContext::clearFileMaps() {
     recentWrites.clear();

@@ -56,8 +56,7 @@ struct EngineCallbacks {
 
 class EngineContext {
   public:
-    EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks)
-        : lifecycle(lifecycle), callbacks(callbacks) {}
+    EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks);
 
     AppConfig config;
     std::optional<QString> watchDirectory;

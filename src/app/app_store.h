@@ -1,0 +1,119 @@
+// AppStore: the one object that holds the application's state and carries out the user's
+// commands. It owns the settings, the history and live statistics, the folder compression engine
+// and the notification manager. Views read its state and change it only through its operations;
+// they are told to refresh through onChange. Dialogs reach the user through a Presenter.
+//
+// Everything here runs on the main thread. The engine reports on its own queue; the store
+// re-posts each report to the main thread, holding itself weakly, so a report arriving after
+// the store is gone does nothing.
+//
+// REQUIRES: a QCoreApplication exists for the store's whole life.
+#pragma once
+
+#include "app/presenter.h"
+#include "app/settings_overrides.h"
+#include "engine/watcher/folder_compressor.h"
+#include "model/history.h"
+#include "model/settings.h"
+#include "notifications/notification_manager.h"
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace velt {
+
+class AppStore : public QObject {
+  public:
+    struct Services {
+        std::unique_ptr<FolderCompressor> compressor;              // a new engine when empty
+        std::unique_ptr<NotificationManager> notificationManager;  // the desktop one when empty
+    };
+
+    // Loads the settings and the history and wires the engine's reports; does not start it.
+    explicit AppStore(Presenter* presenter = nullptr, Services services = {});
+    ~AppStore() override;
+
+    std::function<void()> onChange;
+    std::function<void(const CompressionNotificationEvent&)> onNotice;
+
+    const CompressionStats& stats() const { return stats_; }
+    FolderCompressor& compressor() { return *compressor_; }
+    NotificationManager& notificationManager() { return *notificationManager_; }
+    const CompressionHistory& history() const { return history_; }
+    const std::optional<QString>& watcherError() const { return watcherError_; }
+    const AppConfig& config() const { return config_; }
+    bool isRunning() const { return compressor_->isRunning(); }
+
+    // Replaces the settings and runs the change procedure: save, login item, engine restart
+    // when the engine's settings changed, onChange.
+    void setConfig(const AppConfig& config);
+
+    // Settings for this run only, applied to what the engine receives; never saved.
+    void setSessionOverrides(const SettingsOverrides& overrides) { overrides_ = overrides; }
+    AppConfig engineConfig() const { return overrides_.appliedTo(config_); }
+
+    // Starts watching the stored folder; a missing or protected folder or a failed start is
+    // reported through watcherError.
+    void start();
+    // The user's stop: saves enabled = false and stops the engine.
+    void stop();
+    // Stops the engine at the end of the process, leaving the saved settings as they are.
+    void shutdown();
+
+    // Asks the presenter for a folder and uses it.
+    void selectWatchDirectory(QObject* window = nullptr);
+    // Makes `path` the watched folder as picking it in the folder dialog does: enabled, folder
+    // and bookmark saved, the engine restarted or started.
+    void useWatchDirectory(const QString& path);
+    void openWatchDirectory();
+    void openBackupDirectory();
+    void clearBackups(QObject* window = nullptr);
+
+    void setAutostart(bool on);
+    void setShowMenuBarProgress(bool on);
+    void setNotificationsEnabled(bool on);
+    void setLanguage(AppLanguage language);
+
+    void recordHistory(const CompressionHistoryEntry& entry);
+    void saveHistory();
+    void clearHistory();
+    void save();
+
+    // The stored folder: the bookmark's path, else watchDirectory.
+    std::optional<QString> resolvedWatchDirectory() const;
+    // Whether the folder lies in a protected user folder and was stored without a bookmark.
+    bool storedDirectoryNeedsFreshSelection(const QString& resolved) const;
+
+  private:
+    void wireEngine();
+    void configChanged(const AppConfig& old);
+    void updateLoginItem();
+    void restartIfNeeded();
+    void handleWatcherFailure(const std::exception& error);
+    void showMissingFolderAlert();
+    void sendNotification(const CompressionNotificationEvent& event);
+    void changed();
+    QString text(const QString& russian, const QString& english) const;
+
+    Presenter* presenter_;
+    CompressionStats stats_;
+    std::unique_ptr<FolderCompressor> compressor_;
+    std::unique_ptr<NotificationManager> notificationManager_;
+    CompressionHistory history_;
+    std::optional<QString> watcherError_;
+    AppConfig config_;
+    SettingsOverrides overrides_;
+};
+
+// The user's Desktop, Documents, Downloads, Movies, Music and Pictures folders, in that order,
+// standardised (XDG user folders).
+QStringList protectedUserFolders();
+// True when `path`, standardised, equals one of `folders` or lies inside one.
+bool isInsideProtectedFolder(const QString& path, const QStringList& folders);
+
+}  // namespace velt

@@ -1,0 +1,123 @@
+#include "app/headless_runner.h"
+
+#include "app/app_store.h"
+#include "app/termination_signals.h"
+#include "model/format.h"
+#include "model/native_log.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QTimer>
+#include <chrono>
+#include <cstdio>
+
+namespace velt {
+namespace {
+
+using namespace std::chrono_literals;
+
+bool launchSmokeRequested() {
+    return qEnvironmentVariable("VELT_LAUNCH_SMOKE") == QLatin1String("1");
+}
+
+QString historyLine(const CompressionHistoryEntry& entry, AppLanguage language) {
+    const QString name = QFileInfo(entry.sourceURL).fileName();
+    QString line = entry.displayStatus(language) + QStringLiteral(": ") + name;
+    if (entry.status == CompressionHistoryStatus::compressed && entry.originalBytes &&
+        entry.outputBytes)
+        line += QStringLiteral(" ") + formatBytes(*entry.originalBytes) + QStringLiteral(" → ") +
+                formatBytes(*entry.outputBytes);
+    return line;
+}
+
+}  // namespace
+
+HeadlessRunner::HeadlessRunner() : err_(stderr) {}
+
+void HeadlessRunner::line(const QString& text) {
+    err_ << text << Qt::endl;
+}
+
+void HeadlessRunner::showAlert(const QString& message, const QString& informativeText,
+                               const QString&, QObject*) {
+    line(message + QStringLiteral(" ") + informativeText);
+}
+
+// Nothing destructive happens without someone to ask.
+bool HeadlessRunner::confirm(const QString& message, const QString&, const QString&,
+                             const QString& cancelButton, QObject*) {
+    line(message + QStringLiteral(" → ") + cancelButton);
+    return false;
+}
+
+void HeadlessRunner::showError(const QString& description, QObject*) {
+    line(description);
+}
+
+void HeadlessRunner::openFolder(const QString& path) {
+    line(path);
+}
+
+std::optional<QString> HeadlessRunner::chooseFolder(const QString& title, QObject*) {
+    line(title + QStringLiteral(": velt-compressor --headless --watch DIR"));
+    return std::nullopt;
+}
+
+// Failures and already-optimal files arrive as notices; only finished compressions are added.
+void HeadlessRunner::reportNewHistory(const AppStore& store) {
+    if (store.history().empty() || store.history().front().id == lastReported_) return;
+    const CompressionHistoryEntry& newest = store.history().front();
+    lastReported_ = newest.id;
+    if (newest.status == CompressionHistoryStatus::compressed)
+        line(historyLine(newest, store.config().language));
+}
+
+int HeadlessRunner::run(const CommandLineRequest& request) {
+    NativeLog::write(QStringLiteral("App launched"));
+    AppStore store(this);
+    store.setSessionOverrides(request.overrides);
+    if (!store.history().empty()) lastReported_ = store.history().front().id;
+    store.onChange = [this, &store] { reportNewHistory(store); };
+    store.onNotice = [this, &store](const CompressionNotificationEvent& event) {
+        const AppLanguage language = store.config().language;
+        line(event.title(language) + QStringLiteral(": ") + event.body(language));
+    };
+
+    if (launchSmokeRequested()) {
+        NativeLog::write(QStringLiteral("Launch smoke complete"));
+        QTimer::singleShot(200ms, qApp, [] { QCoreApplication::exit(0); });
+        return QCoreApplication::exec();
+    }
+
+    TerminationSignals termination([&store](int signal) {
+        NativeLog::write(QStringLiteral("Signal ") + QString::number(signal) +
+                         QStringLiteral(" received, stopping"));
+        store.shutdown();
+        QCoreApplication::exit(0);
+    });
+
+    if (request.watchDirectory) {
+        store.useWatchDirectory(*request.watchDirectory);
+    } else {
+        store.start();
+    }
+    if (!store.isRunning()) {
+        const AppLanguage language = store.config().language;
+        const QString reason = store.watcherError().value_or(QString());
+        if (!store.resolvedWatchDirectory()) {
+            line(reason);
+            line(text(language,
+                      QStringLiteral("Укажите папку: velt-compressor --headless --watch ПАПКА"),
+                      QStringLiteral("Give one: velt-compressor --headless --watch DIR")));
+            return 2;
+        }
+        line(QStringLiteral("velt-compressor: ") + reason);
+        return 1;
+    }
+    line(text(store.config().language, QStringLiteral("Слежу за папкой "),
+              QStringLiteral("Watching ")) +
+         *store.resolvedWatchDirectory());
+    return QCoreApplication::exec();
+}
+
+}  // namespace velt

@@ -1,0 +1,44 @@
+// The headless program: the store without a tray. Watches the saved folder (or the one given
+// with --watch, which is saved as the chosen folder) until SIGINT or SIGTERM, then stops the
+// engine and exits 0. What a desktop would show — notices, alerts, finished files — is written
+// to standard error, one line each.
+//
+// Main thread only. REQUIRES: a QCoreApplication exists.
+#pragma once
+
+#include "app/command_line.h"
+#include "app/presenter.h"
+
+#include <QTextStream>
+#include <QUuid>
+
+namespace velt {
+
+class AppStore;
+
+class HeadlessRunner final : public Presenter {
+  public:
+    HeadlessRunner();
+
+    // Runs the event loop; returns the process's exit code: 0 after a signal or the launch
+    // smoke test, 2 when there is no folder to watch, 1 when watching could not start.
+    int run(const CommandLineRequest& request);
+
+    void showAlert(const QString& message, const QString& informativeText, const QString& button,
+                   QObject* window) override;
+    bool confirm(const QString& message, const QString& informativeText,
+                 const QString& confirmButton, const QString& cancelButton,
+                 QObject* window) override;
+    void showError(const QString& description, QObject* window) override;
+    void openFolder(const QString& path) override;
+    std::optional<QString> chooseFolder(const QString& title, QObject* window) override;
+
+  private:
+    void line(const QString& text);
+    void reportNewHistory(const AppStore& store);
+
+    QTextStream err_;
+    QUuid lastReported_;
+};
+
+}  // namespace velt

@@ -1,0 +1,113 @@
+#include "app/once_runner.h"
+
+#include "app/termination_signals.h"
+#include "engine/errors.h"
+#include "model/config_file.h"
+#include "model/format.h"
+#include "model/native_log.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QTextStream>
+#include <QTimer>
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+namespace velt {
+
+QString batchLine(const BatchFileResult& result) {
+    const QString name = QFileInfo(result.file).fileName();
+    switch (result.outcome) {
+        case BatchFileResult::Outcome::compressed:
+            return QStringLiteral("compressed       ") + name + QStringLiteral("  saved ") +
+                   formatBytes(std::max<std::int64_t>(result.savedBytes, 0));
+        case BatchFileResult::Outcome::alreadyOptimal:
+            return QStringLiteral("already optimal  ") + name;
+        case BatchFileResult::Outcome::failed:
+            return QStringLiteral("failed           ") + name + QStringLiteral(": ") +
+                   result.message;
+        case BatchFileResult::Outcome::skipped:
+            break;
+    }
+    return QStringLiteral("skipped          ") + name +
+           (result.message.isEmpty() ? QStringLiteral(" (already processed)")
+                                     : QStringLiteral(": ") + result.message);
+}
+
+QString batchSummary(const std::vector<BatchFileResult>& results) {
+    int compressed = 0;
+    int optimal = 0;
+    int failed = 0;
+    std::int64_t saved = 0;
+    for (const BatchFileResult& result : results) {
+        switch (result.outcome) {
+            case BatchFileResult::Outcome::compressed:
+                ++compressed;
+                saved += std::max<std::int64_t>(result.savedBytes, 0);
+                break;
+            case BatchFileResult::Outcome::alreadyOptimal:
+                ++optimal;
+                break;
+            case BatchFileResult::Outcome::failed:
+                ++failed;
+                break;
+            case BatchFileResult::Outcome::skipped:
+                break;
+        }
+    }
+    return QStringLiteral("compressed %1, already optimal %2, failed %3, saved %4")
+        .arg(compressed)
+        .arg(optimal)
+        .arg(failed)
+        .arg(formatBytes(saved));
+}
+
+int runOnceCommand(const CommandLineRequest& request) {
+    NativeLog::write(QStringLiteral("App launched"));
+    if (qEnvironmentVariable("VELT_LAUNCH_SMOKE") == QLatin1String("1")) {
+        NativeLog::write(QStringLiteral("Launch smoke complete"));
+        return 0;
+    }
+    const AppConfig config = request.overrides.appliedTo(loadAppConfig());
+    NativeLog::write(QStringLiteral("Once run ") + request.onceDirectory);
+    FolderCompressor engine;
+    std::vector<BatchFileResult> results;
+    std::optional<QString> failure;
+    std::atomic<bool> interrupted = false;
+
+    // The batch runs off the main thread so that a signal can stop the engine meanwhile.
+    std::thread worker([&] {
+        try {
+            results = engine.runOnce(config, request.onceDirectory);
+        } catch (const std::exception& error) {
+            failure = errorDescription(error);
+        }
+        QMetaObject::invokeMethod(
+            qApp, [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
+    });
+    {
+        TerminationSignals termination([&](int) {
+            interrupted = true;
+            engine.stop();
+        });
+        QCoreApplication::exec();
+    }
+    worker.join();
+
+    QTextStream out(stdout);
+    if (failure) {
+        QTextStream(stderr) << "velt-compressor: " << *failure << Qt::endl;
+        return 1;
+    }
+    bool anyFailed = false;
+    for (const BatchFileResult& result : results) {
+        out << batchLine(result) << '\n';
+        anyFailed = anyFailed || result.outcome == BatchFileResult::Outcome::failed;
+    }
+    out << batchSummary(results) << Qt::endl;
+    if (interrupted) QTextStream(stderr) << "velt-compressor: interrupted" << Qt::endl;
+    return anyFailed || interrupted ? 1 : 0;
+}
+
+}  // namespace velt

@@ -1,0 +1,23 @@
+// --once DIR: compresses what is in DIR now with the saved settings (and this run's overrides),
+// prints one line per file and a summary to standard output. The saved folder is not changed.
+//
+// Main thread only. REQUIRES: a QCoreApplication exists.
+#pragma once
+
+#include "app/command_line.h"
+#include "engine/watcher/folder_compressor.h"
+
+#include <QString>
+#include <vector>
+
+namespace velt {
+
+// 0 when no file failed, 1 when one did or the run was interrupted by SIGINT or SIGTERM.
+int runOnceCommand(const CommandLineRequest& request);
+
+// "compressed N, already optimal N, failed N, saved X".
+QString batchSummary(const std::vector<BatchFileResult>& results);
+// One file's line: its outcome and name, with the bytes saved or the failure.
+QString batchLine(const BatchFileResult& result);
+
+}  // namespace velt

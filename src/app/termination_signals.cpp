@@ -1,0 +1,64 @@
+#include "app/termination_signals.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <QSocketNotifier>
+#include <cerrno>
+#include <csignal>
+
+namespace velt {
+namespace {
+
+volatile sig_atomic_t signalWriteFd = -1;
+struct sigaction previousInt;
+struct sigaction previousTerm;
+
+extern "C" void forwardSignal(int signal) {
+    const int savedErrno = errno;
+    const unsigned char byte = static_cast<unsigned char>(signal);
+    // A full pipe already holds a pending wake-up; losing this byte changes nothing.
+    [[maybe_unused]] const ssize_t written = ::write(signalWriteFd, &byte, 1);
+    errno = savedErrno;
+}
+
+}  // namespace
+
+TerminationSignals::TerminationSignals(std::function<void(int)> onSignal)
+    : onSignal_(std::move(onSignal)) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    readFd_ = fds[0];
+    signalWriteFd = fds[1];
+    struct sigaction action {};
+    action.sa_handler = forwardSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    if (::sigaction(SIGINT, &action, &previousInt) != 0 ||
+        ::sigaction(SIGTERM, &action, &previousTerm) != 0)
+        return;
+    notifier_ = std::make_unique<QSocketNotifier>(readFd_, QSocketNotifier::Read);
+    QObject::connect(notifier_.get(), &QSocketNotifier::activated, notifier_.get(),
+                     [this] { drain(); });
+    installed_ = true;
+}
+
+TerminationSignals::~TerminationSignals() {
+    // Handlers set before a failure are restored too (the saved ones start as the defaults).
+    if (readFd_ >= 0) {
+        ::sigaction(SIGINT, &previousInt, nullptr);
+        ::sigaction(SIGTERM, &previousTerm, nullptr);
+    }
+    notifier_.reset();
+    if (readFd_ >= 0) ::close(readFd_);
+    if (signalWriteFd >= 0) ::close(signalWriteFd);
+    signalWriteFd = -1;
+}
+
+void TerminationSignals::drain() {
+    unsigned char byte = 0;
+    int last = 0;
+    while (::read(readFd_, &byte, 1) == 1) last = byte;
+    if (last != 0 && onSignal_) onSignal_(last);
+}
+
+}  // namespace velt

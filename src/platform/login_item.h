@@ -1,0 +1,24 @@
+// The login item: an XDG autostart entry, ~/.config/autostart/velt-compressor.desktop, that
+// starts the program when the user logs in.
+//
+// Called on the main thread only.
+#pragma once
+
+#include <QString>
+
+namespace velt {
+
+// $XDG_CONFIG_HOME/autostart/velt-compressor.desktop (~/.config/... without the variable).
+QString loginItemFilePath();
+
+// Whether the autostart entry exists.
+bool loginItemRegistered();
+
+// Writes the entry so that it starts `executable` (the running program when empty). Returns
+// false, after logging why, when the folder or the file cannot be written.
+bool registerLoginItem(const QString& executable = {});
+
+// Removes the entry. True when it is gone afterwards (also when it never existed).
+bool unregisterLoginItem();
+
+}  // namespace velt
