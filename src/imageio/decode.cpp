@@ -6,8 +6,9 @@
 
 namespace velt::imageio {
 
-Bitmap decodeFirstFrame(const QString& path) {
-    const QByteArray data = detail::readWholeFile(path);
+namespace {
+
+ImageFormat sniffedFormat(const QString& path, const QByteArray& data) {
     const std::optional<ImageFormat> format = sniffFormat(data.left(256));
     if (!format) {
         if (imageFormatFromFileExtension(QFileInfo(path).suffix())) {
@@ -17,7 +18,14 @@ Bitmap decodeFirstFrame(const QString& path) {
         throw ImageIOError(ImageIOError::unsupportedFormat,
                            QStringLiteral("The file is not an image in a supported format."));
     }
-    switch (*format) {
+    return *format;
+}
+
+}  // namespace
+
+Bitmap decodeFirstFrame(const QString& path) {
+    const QByteArray data = detail::readWholeFile(path);
+    switch (sniffedFormat(path, data)) {
         case ImageFormat::jpeg:
             return detail::decodeJpeg(data);
         case ImageFormat::png:
@@ -30,6 +38,15 @@ Bitmap decodeFirstFrame(const QString& path) {
     }
     throw ImageIOError(ImageIOError::unsupportedFormat,
                        QStringLiteral("The file is not an image in a supported format."));
+}
+
+void verifyFirstFrameDecodes(const QString& path) {
+    const QByteArray data = detail::readWholeFile(path);
+    if (sniffedFormat(path, data) == ImageFormat::jpeg) {
+        detail::verifyJpegDecodes(data);
+        return;
+    }
+    decodeFirstFrame(path);
 }
 
 }  // namespace velt::imageio

@@ -50,6 +50,10 @@ ImageProperties readProperties(const QString& path);
 // declared size exceeds the decode limits, corruptFile for damaged data).
 Bitmap decodeFirstFrame(const QString& path);
 
+// Proves that frame 0 decodes, throwing as decodeFirstFrame would. JPEG is decoded at 1/8 scale:
+// every coded coefficient is still read, so damage anywhere is found at a fraction of the cost.
+void verifyFirstFrameDecodes(const QString& path);
+
 // The bitmap turned upright for an EXIF orientation (1-8); 5-8 swap width and height. Values
 // outside 2-8 return it unchanged.
 Bitmap applyOrientation(const Bitmap& bitmap, int orientation);

@@ -73,7 +73,7 @@ std::int64_t validateTemporaryFile(const QString& path) {
 std::int64_t validateEncodedImage(const QString& path) {
     const std::int64_t size = validateTemporaryFile(path);
     try {
-        imageio::decodeFirstFrame(path);
+        imageio::verifyFirstFrameDecodes(path);
     } catch (const std::exception&) {
         rejectWrittenFile(path);
     }

@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <QFile>
+#include <cctype>
+#include <cstring>
 #include <memory>
 
 namespace velt {
@@ -86,6 +88,27 @@ bool shouldIgnore(const QString& file, const QString& folder) {
     return !isDescendant(file, folder);
 }
 
+namespace {
+
+// Whether the raw name's extension, compared in ASCII lower case, is one the engine acts on
+// (processed, or worth an unsupported-file notice). Every other entry is dropped without
+// building a single string: most of a large folder's files end here on every scan.
+bool hasInterestingExtension(const char* name) {
+    const char* dot = std::strrchr(name, '.');
+    if (!dot || dot == name) return false;
+    char lower[8];
+    std::size_t length = 0;
+    for (const char* c = dot + 1; *c; ++c) {
+        if (length + 1 >= sizeof lower) return false;
+        lower[length++] = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+    }
+    lower[length] = '\0';
+    const QString extension = QString::fromLatin1(lower, static_cast<qsizetype>(length));
+    return supportedExtensions.contains(extension) || unsupportedDropExtensions.contains(extension);
+}
+
+}  // namespace
+
 QStringList supportedFiles(const QString& folder,
                            const std::function<void(const QString&)>& reportUnsupported,
                            QSet<QString>* compressedOutputs) {
@@ -98,18 +121,19 @@ QStringList supportedFiles(const QString& folder,
     if (!prefix.endsWith(QLatin1Char('/'))) prefix += QLatin1Char('/');
     while (const dirent* entry = ::readdir(dir.get())) {
         // The listing skips hidden entries (and "." and "..") before anything else.
-        if (entry->d_name[0] == '.' || !isRegularFile(dir.get(), entry)) continue;
+        if (entry->d_name[0] == '.' || !hasInterestingExtension(entry->d_name) ||
+            !isRegularFile(dir.get(), entry))
+            continue;
         // A direct child is inside the folder by construction: only its name can exclude it.
         const QString name = QFile::decodeName(entry->d_name);
         if (ignoredByName(name)) {
             if (compressedOutputs && isCompressedOutputName(name)) compressedOutputs->insert(name);
             continue;
         }
-        const QString child = prefix + name;
         if (supportedExtensions.contains(splitFileName(name).extension.toLower()))
-            candidates << child;
+            candidates << prefix + name;
         else if (reportUnsupported)
-            reportUnsupported(child);
+            reportUnsupported(prefix + name);
     }
     return candidates;
 }

@@ -28,7 +28,8 @@ bool shouldIgnore(const QString& file, const QString& folder);
 
 // The candidate files directly inside `folder`, in directory order: regular files only (symbolic
 // links are never followed), not hidden, not ignored, with a supported extension. Every other
-// regular file that is not ignored is passed to `reportUnsupported`. When `compressedOutputs` is
+// regular file that is not ignored and whose extension is in unsupportedDropExtensions is passed
+// to `reportUnsupported` (other files are passed over without a look). When `compressedOutputs` is
 // given, it receives the names of the "_veltcompressed" files seen. An unreadable folder gives
 // no candidates.
 QStringList supportedFiles(const QString& folder,
