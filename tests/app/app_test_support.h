@@ -1,90 +1,88 @@
-// Shared pieces of the application tests: a presenter that records what the store asks, a
-// notification backend that records what would be shown, and waiting while the main thread's
-// event loop runs (the store receives the engine's reports there).
+// Shared by the tests that run the real program: it gets its own data, log and XDG folders, so
+// nothing of the machine's user is read or written.
 #pragma once
 
-#include "app/presenter.h"
-#include "notifications/notification_manager.h"
+#include "support/test_environment.h"
 
-#include <QCoreApplication>
-#include <QStringList>
-#include <chrono>
-#include <memory>
-#include <mutex>
-#include <thread>
-#include <vector>
+#include <gtest/gtest.h>
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <csignal>
+#include <tuple>
 
 namespace velt::testing {
 
-using namespace std::chrono_literals;
-
-template <typename Condition>
-bool eventuallyOnMainThread(Condition condition, std::chrono::milliseconds timeout = 5000ms) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        QCoreApplication::processEvents();
-        if (condition()) return true;
-        std::this_thread::sleep_for(5ms);
-    }
-    QCoreApplication::processEvents();
-    return condition();
+// "a b c" as separate arguments, with DIR standing for `dir`.
+inline QStringList words(const char* line, const QString& dir = {}) {
+    QStringList list = QString::fromUtf8(line).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    list.replaceInStrings(QStringLiteral("DIR"), dir);
+    return list;
 }
 
-class RecordingPresenter final : public Presenter {
-  public:
-    QStringList alerts;  // message texts
-    QStringList confirmations;
-    QStringList openedFolders;
-    bool confirmAnswer = false;
-    std::optional<QString> folderToChoose;
+// What `folder` holds, hidden entries and folders included, sorted by name.
+inline QStringList entriesIn(const QString& folder) {
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
+                                  QDir::NoDotAndDotDot);
+}
 
-    void showAlert(const QString& message, const QString&, const QString&, QObject*) override {
-        alerts << message;
-    }
-    bool confirm(const QString& message, const QString&, const QString&, const QString&,
-                 QObject*) override {
-        confirmations << message;
-        return confirmAnswer;
-    }
-    void showError(const QString& description, QObject*) override { alerts << description; }
-    void openFolder(const QString& path) override { openedFolders << path; }
-    std::optional<QString> chooseFolder(const QString&, QObject*) override {
-        return folderToChoose;
-    }
-};
+class ProgramTest : public ::testing::Test {
+  protected:
+    QTemporaryDir data_;
+    QTemporaryDir folder_;
+    QByteArray err_;  // standard error collected while waiting
 
-// Shared with the test after the manager takes ownership of the backend.
-struct DeliveredNotifications {
-    std::mutex mutex;
-    std::vector<NotificationRequest> requests;
-    NotificationAuthorization status = NotificationAuthorization::authorized;
+    // The program's environment; a test may add to it before a launch.
+    QProcessEnvironment environment_ = [this] {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (const char* folder : {"VELT_CONFIG_DIR", "VELT_LOG_DIR", "XDG_CONFIG_HOME"})
+            environment.insert(QString::fromUtf8(folder), data_.path());
+        environment.insert(QStringLiteral("VELT_DEBUG_LOG"), QStringLiteral("1"));
+        environment.remove(QStringLiteral("VELT_LAUNCH_SMOKE"));
+        environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        return environment;
+    }();
 
-    std::vector<NotificationRequest> snapshot() {
-        const std::lock_guard lock(mutex);
-        return requests;
+    void launch(QProcess& process, const QStringList& arguments) {
+        process.setProcessEnvironment(environment_);
+        process.start(QStringLiteral(VELT_EXECUTABLE), arguments);
+        ASSERT_TRUE(process.waitForStarted());
     }
-};
 
-class RecordingBackend final : public NotificationBackend {
-  public:
-    explicit RecordingBackend(std::shared_ptr<DeliveredNotifications> record)
-        : record_(std::move(record)) {}
-    NotificationAuthorization authorizationStatus() override {
-        const std::lock_guard lock(record_->mutex);
-        return record_->status;
+    // The exit code, standard output and standard error of a run to its end; DIR in
+    // `arguments` stands for the test folder.
+    std::tuple<int, QString, QString> run(const char* arguments) {
+        QProcess process;
+        launch(process, words(arguments, folder_.path()));
+        EXPECT_TRUE(process.waitForFinished(30000));
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
     }
-    bool requestAuthorization(QString*) override { return false; }
-    void add(const NotificationRequest& request,
-             std::function<void(std::optional<QString>)> done) override {
-        {
-            const std::lock_guard lock(record_->mutex);
-            record_->requests.push_back(request);
+
+    // Waits (at most 20 s) until `condition` holds, collecting standard error meanwhile.
+    template <typename Condition>
+    bool waitFor(QProcess& process, Condition condition) {
+        for (int i = 0; i < 200 && !condition(); ++i) {
+            process.waitForReadyRead(100);
+            err_ += process.readAllStandardError();
         }
-        done(std::nullopt);
+        return condition();
     }
 
-  private:
-    std::shared_ptr<DeliveredNotifications> record_;
+    // SIGTERM must end the program cleanly with exit code 0.
+    void terminate(QProcess& process) {
+        ::kill(static_cast<pid_t>(process.processId()), SIGTERM);
+        ASSERT_TRUE(process.waitForFinished(10000));
+        err_ += process.readAllStandardError();
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), 0) << err_.toStdString();
+    }
+
+    QString file(const char* name) const { return folder_.filePath(QString::fromUtf8(name)); }
+    QString log() const {
+        return QString::fromUtf8(readFile(data_.filePath(QStringLiteral("native.log"))));
+    }
 };
 
 }  // namespace velt::testing

@@ -1,180 +1,73 @@
-// The real program on real folders: batch runs, headless watching and signals, start-up paths.
-#include "support/test_environment.h"
+// The real program's exit codes and messages, and a batch run over a broken image.
+#include "app_test_support.h"
 
-#include <gtest/gtest.h>
-#include <QDir>
-#include <QDirIterator>
-#include <QProcess>
-#include <QRandomGenerator>
-#include <QTemporaryDir>
-#include <csignal>
+#include <QRegularExpression>
 
-namespace velt {
+namespace velt::testing {
 namespace {
 
-using namespace velt::testing;
-
-// Every file below `folder`, relative, sorted.
-QStringList filesBelow(const QString& folder) {
-    QStringList files;
-    QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) files << QDir(folder).relativeFilePath(it.next());
-    files.sort();
-    return files;
-}
-
-QByteArray randomBytes(int size) {
-    QByteArray bytes(size, '\0');
-    for (char& byte : bytes) byte = static_cast<char>(QRandomGenerator::global()->bounded(256));
-    return bytes;
-}
-
-// The program with its own data and log folder and XDG folders, so nothing of the machine's
-// user is read or written.
-class ProgramTest : public ::testing::Test {
-  protected:
-    void start(QProcess& process, const QStringList& arguments,
-               const QStringList& extraEnvironment = {}) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("VELT_CONFIG_DIR"), data_.path());
-        environment.insert(QStringLiteral("VELT_LOG_DIR"), data_.path());
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
-                           data_.path() + QStringLiteral("/xdg"));
-        environment.remove(QStringLiteral("VELT_LAUNCH_SMOKE"));
-        environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
-        for (const QString& entry : extraEnvironment)
-            environment.insert(entry.section(QLatin1Char('='), 0, 0),
-                               entry.section(QLatin1Char('='), 1));
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(VELT_EXECUTABLE), arguments);
-        ASSERT_TRUE(process.waitForStarted());
-    }
-
-    struct Finished {
+TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) {
+    const struct {
+        const char* arguments;  // DIR is the empty test folder
         int exitCode;
-        QString out;
-        QString err;
+        const char* text;  // the start of standard output on success, else part of the error
+        bool argumentError;
+    } cases[] = {
+        // Nothing before the last argument error writes anything.
+        {"--version", 0, "VELT | Compressor 1.", false},
+        {"--version -h", 0, "Usage: velt-compressor", false},
+        {"--frobnicate", 2, "unknown option: --frobnicate", true},
+        {"DIR", 2, "unknown option: ", true},
+        {"--preset fast", 2, "bad value for --preset: \"fast\"", true},
+        {"--format=gif", 2, "bad value for --format: \"gif\"", true},
+        {"--original delete", 2, "bad value for --original", true},
+        {"--once DIR --quality jpeg=101", 2, "bad value for --quality", true},
+        {"--quality jpeg=-1", 2, "bad value for --quality", true},
+        {"--quality jpg=50", 2, "bad value for --quality", true},
+        {"--quality jpeg=high", 2, "bad value for --quality", true},
+        {"--once", 2, "missing value for --once", true},
+        {"--once DIR/missing", 2, "folder not found: ", true},
+        {"--headless --once DIR", 2, "--once cannot be combined with --headless", true},
+        {"--once DIR --watch DIR", 2, "--watch cannot be combined with --once", true},
+        {"--headless=yes", 2, "--headless takes no value", true},
+        {"--once DIR", 0, "compressed 0, already optimal 0, failed 0, saved 0 B\n", false},
+        {"--headless", 2, "Выберите папку для сжатия\nУкажите папку: velt-compressor --headless",
+         false},
     };
-    Finished run(const QStringList& arguments, const QStringList& extraEnvironment = {}) {
-        QProcess process;
-        start(process, arguments, extraEnvironment);
-        EXPECT_TRUE(process.waitForFinished(30000));
-        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+    for (const auto& c : cases) {
+        const auto [exitCode, out, err] = run(c.arguments);
+        EXPECT_EQ(exitCode, c.exitCode) << c.arguments;
+        const QString text = QString::fromUtf8(c.text);
+        EXPECT_TRUE(exitCode == 0 ? out.startsWith(text) : err.contains(text)) << c.arguments;
+        EXPECT_TRUE(entriesIn(folder_.path()).isEmpty()) << c.arguments;
+        if (!c.argumentError) continue;
+        // A one-line reason, a blank line and the usage; nothing written anywhere.
+        EXPECT_TRUE(out.isEmpty() && entriesIn(data_.path()).isEmpty() &&
+                    err.startsWith(QStringLiteral("velt-compressor: ") + text) &&
+                    err.section(QLatin1Char('\n'), 1).startsWith(QStringLiteral("\nUsage: ")))
+            << c.arguments << err.toStdString();
     }
 
-    QString log() const {
-        return QString::fromUtf8(readFile(data_.filePath(QStringLiteral("native.log"))));
-    }
-
-    QTemporaryDir data_;
-    QTemporaryDir folder_;
-};
-
-TEST_F(ProgramTest, OnceReportsEachFileAndFailsOnABrokenImage) {
-    writeFile(folder_.filePath(QStringLiteral("broken.jpg")), randomBytes(4096));
-    writeFile(folder_.filePath(QStringLiteral("notes.txt")), "not an image");
-    const Finished once = run({QStringLiteral("--once"), folder_.path()});
-    EXPECT_EQ(once.exitCode, 1) << once.err.toStdString();
-    const QStringList lines = once.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    ASSERT_EQ(lines.size(), 2) << once.out.toStdString();
-    EXPECT_TRUE(lines.at(0).startsWith(QStringLiteral("failed"))) << lines.at(0).toStdString();
-    EXPECT_TRUE(lines.at(0).contains(QStringLiteral("broken.jpg")));
-    EXPECT_EQ(lines.at(1), QStringLiteral("compressed 0, already optimal 0, failed 1, saved 0 B"));
-    // The source is untouched and no temporary or backup file is left behind.
-    EXPECT_EQ(filesBelow(folder_.path()),
-              (QStringList{QStringLiteral("broken.jpg"), QStringLiteral("notes.txt")}));
-    // A batch does not choose the folder.
-    EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("native-config.json"))));
-
-    const QTemporaryDir empty;
-    const Finished nothing = run({QStringLiteral("--once"), empty.path()});
-    EXPECT_EQ(nothing.exitCode, 0);
-    EXPECT_EQ(nothing.out,
-              QStringLiteral("compressed 0, already optimal 0, failed 0, saved 0 B\n"));
-}
-
-TEST_F(ProgramTest, BadArgumentsExit2AndTouchNothing) {
-    const QString missing = folder_.filePath(QStringLiteral("missing"));
-    const QList<QStringList> cases = {
-        {QStringLiteral("--once"), missing},
-        {QStringLiteral("--headless"), QStringLiteral("--watch"), missing},
-        {QStringLiteral("--once"), folder_.path(), QStringLiteral("--quality"),
-         QStringLiteral("webp=200")},
-        {QStringLiteral("--headless"), QStringLiteral("--bogus")},
-    };
-    for (const QStringList& arguments : cases) {
-        const Finished finished = run(arguments);
-        EXPECT_EQ(finished.exitCode, 2) << arguments.join(QLatin1Char(' ')).toStdString();
-        EXPECT_TRUE(finished.out.isEmpty());
-        EXPECT_TRUE(finished.err.startsWith(QStringLiteral("velt-compressor: ")));
-        EXPECT_TRUE(finished.err.contains(QStringLiteral("\n\nUsage: velt-compressor")));
-    }
-    EXPECT_TRUE(filesBelow(data_.path()).isEmpty())
-        << filesBelow(data_.path()).join(QLatin1Char(' ')).toStdString();
-    EXPECT_TRUE(filesBelow(folder_.path()).isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(missing));
-}
-
-TEST_F(ProgramTest, HeadlessWithoutAFolderSaysHowToGiveOne) {
-    const Finished finished = run({QStringLiteral("--headless")});
-    EXPECT_EQ(finished.exitCode, 2);
-    EXPECT_TRUE(finished.err.contains(QStringLiteral("Выберите папку для сжатия")))
-        << finished.err.toStdString();
-    EXPECT_TRUE(finished.err.contains(QStringLiteral("--watch")));
-}
-
-TEST_F(ProgramTest, LaunchSmokeExitsAtOnceWithoutWatching) {
-    const Finished finished =
-        run({QStringLiteral("--headless"), QStringLiteral("--watch"), folder_.path()},
-            {QStringLiteral("VELT_LAUNCH_SMOKE=1")});
-    EXPECT_EQ(finished.exitCode, 0);
+    // The smoke launch starts and exits before it watches anything.
+    environment_.insert(QStringLiteral("VELT_LAUNCH_SMOKE"), QStringLiteral("1"));
+    EXPECT_EQ(std::get<0>(run("--headless --watch DIR")), 0);
     EXPECT_TRUE(log().contains(QStringLiteral("] Launch smoke complete\n")));
     EXPECT_FALSE(log().contains(QStringLiteral("Start watcher")));
 }
 
-TEST_F(ProgramTest, HeadlessWatchSavesTheFolderAndStopsCleanlyOnSigterm) {
-    writeFile(folder_.filePath(QStringLiteral("broken.jpg")), randomBytes(2048));
-    QProcess process;
-    start(process, {QStringLiteral("--headless"), QStringLiteral("--watch"), folder_.path()});
-    QByteArray err;
-    // The broken image is noticed and reported as one line on standard error.
-    for (int i = 0; i < 100 && !err.contains("broken.jpg"); ++i) {
-        process.waitForReadyRead(100);
-        err += process.readAllStandardError();
-    }
-    ASSERT_TRUE(err.contains("broken.jpg")) << err.toStdString();
-    ::kill(static_cast<pid_t>(process.processId()), SIGTERM);
-    ASSERT_TRUE(process.waitForFinished(10000));
-    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(process.exitCode(), 0);
-    EXPECT_TRUE(log().contains(QStringLiteral("Signal 15 received, stopping")));
-
-    const QString config =
-        QString::fromUtf8(readFile(data_.filePath(QStringLiteral("native-config.json"))));
-    EXPECT_TRUE(config.contains(QStringLiteral("\"watchDirectory\":\"file://") + folder_.path() +
-                                QStringLiteral("/\"")))
-        << config.toStdString();
-    EXPECT_TRUE(config.contains(QStringLiteral("\"enabled\":true")));
-    // Nothing but the source remains, apart from what the engine deliberately keeps.
-    for (const QString& file : filesBelow(folder_.path()))
-        EXPECT_FALSE(file.contains(QStringLiteral(".velt-temp"))) << file.toStdString();
-
-    // The next launch watches the saved folder without being told.
-    QProcess again;
-    start(again, {QStringLiteral("--headless")});
-    QByteArray againErr;
-    for (int i = 0; i < 50 && !againErr.contains(folder_.path().toUtf8()); ++i) {
-        again.waitForReadyRead(100);
-        againErr += again.readAllStandardError();
-    }
-    EXPECT_TRUE(againErr.contains(folder_.path().toUtf8())) << againErr.toStdString();
-    ::kill(static_cast<pid_t>(again.processId()), SIGINT);
-    ASSERT_TRUE(again.waitForFinished(10000));
-    EXPECT_EQ(again.exitCode(), 0);
+TEST_F(ProgramTest, OnceFailsOnABrokenJpegAndLeavesItAsItWas) {
+    const QByteArray broken = QByteArray("\xFF\xD8\xFF\xE0") + QByteArray(4096, '\x5A');
+    writeFile(file("broken.jpg"), broken);
+    const auto [exitCode, out, err] = run("--once DIR");
+    EXPECT_EQ(exitCode, 1) << err.toStdString();
+    const QRegularExpression report(QStringLiteral(
+        "^failed .*broken\\.jpg.*\ncompressed 0, already optimal 0, failed 1, saved 0 B\n$"));
+    EXPECT_TRUE(report.match(out).hasMatch()) << out.toStdString();
+    // No temporary or backup file is left, and a batch does not choose the folder.
+    EXPECT_EQ(entriesIn(folder_.path()), words("broken.jpg"));
+    EXPECT_EQ(readFile(file("broken.jpg")), broken);
+    EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("native-config.json"))));
 }
 
 }  // namespace
-}  // namespace velt
+}  // namespace velt::testing

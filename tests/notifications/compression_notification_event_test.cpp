@@ -7,15 +7,13 @@ namespace {
 
 using Event = CompressionNotificationEvent;
 
-const QString photo = QStringLiteral("/home/u/Фото/./IMG 1.HEIC");
-
 TEST(NotificationEvent, KeysAndSystemNotification) {
+    const QString photo = QStringLiteral("/Фото/./IMG 1.HEIC");  // keys use the clean path
     const std::tuple<Event, const char*, bool> cases[] = {
-        {Event::unsupportedFile(photo), "unsupported:/home/u/Фото/IMG 1.HEIC", true},
-        {Event::processingFailed(photo, QStringLiteral("x")), "failed:/home/u/Фото/IMG 1.HEIC",
-         true},
+        {Event::unsupportedFile(photo), "unsupported:/Фото/IMG 1.HEIC", true},
+        {Event::processingFailed(photo, QStringLiteral("x")), "failed:/Фото/IMG 1.HEIC", true},
         {Event::watcherFailed(QStringLiteral("gone")), "watcher", true},
-        {Event::alreadyOptimal(photo), "optimal:/home/u/Фото/IMG 1.HEIC", false},
+        {Event::alreadyOptimal(photo), "optimal:/Фото/IMG 1.HEIC", false},
     };
     for (const auto& [event, key, allows] : cases) {
         EXPECT_EQ(event.dedupeKey(), QString::fromUtf8(key));
@@ -24,46 +22,36 @@ TEST(NotificationEvent, KeysAndSystemNotification) {
 }
 
 TEST(NotificationEvent, TitlesAndBodiesInBothLanguages) {
-    const auto ru = AppLanguage::russian;
-    const auto en = AppLanguage::english;
+    using enum AppLanguage;
     const Event unsupported = Event::unsupportedFile(QStringLiteral("/f/clip.MOV"));
-    EXPECT_EQ(unsupported.title(ru), QStringLiteral("Файл не поддерживается"));
-    EXPECT_EQ(unsupported.body(ru), QStringLiteral("VELT | Compressor пропустил «clip.MOV»."));
-    EXPECT_EQ(unsupported.body(en), QStringLiteral("VELT | Compressor skipped “clip.MOV”."));
-
     const Event failed = Event::processingFailed(QStringLiteral("/f/a.png"), QStringLiteral("Bad"));
-    EXPECT_EQ(failed.title(en), QStringLiteral("Could not compress file"));
-    EXPECT_EQ(failed.body(ru), QStringLiteral("«a.png»: Bad"));
-    EXPECT_EQ(failed.body(en), QStringLiteral("“a.png”: Bad"));
-
     const Event watcher = Event::watcherFailed(QStringLiteral("No folder"));
-    EXPECT_EQ(watcher.title(ru), QStringLiteral("Папка недоступна"));
-    EXPECT_EQ(watcher.body(en), QStringLiteral("No folder"));
-
     const Event optimal = Event::alreadyOptimal(QStringLiteral("/f/b.jpg"));
-    EXPECT_EQ(optimal.title(en), QStringLiteral("File already optimal"));
-    EXPECT_EQ(optimal.body(ru),
-              QStringLiteral("«b.jpg» оставлен без изменений: новый файл был бы тяжелее."));
-    EXPECT_EQ(optimal.body(en),
-              QStringLiteral("“b.jpg” was left unchanged because the new file would be larger."));
+    const std::pair<QString, const char*> cases[] = {
+        {unsupported.title(russian), "Файл не поддерживается"},
+        {unsupported.body(russian), "VELT | Compressor пропустил «clip.MOV»."},
+        {unsupported.body(english), "VELT | Compressor skipped “clip.MOV”."},
+        {failed.title(english), "Could not compress file"},
+        {failed.body(russian), "«a.png»: Bad"},
+        {failed.body(english), "“a.png”: Bad"},
+        {watcher.title(russian), "Папка недоступна"},
+        {watcher.body(english), "No folder"},
+        {optimal.title(english), "File already optimal"},
+        {optimal.body(russian), "«b.jpg» оставлен без изменений: новый файл был бы тяжелее."},
+        {optimal.body(english), "“b.jpg” was left unchanged because the new file would be larger."},
+    };
+    for (const auto& [actual, expected] : cases) EXPECT_EQ(actual, QString::fromUtf8(expected));
 }
 
+// Longer than 120 characters: the first 117 and "..."; an emoji counts as one and is never split.
 TEST(NotificationEvent, MessageShorteningAtTheBoundary) {
-    const QString exactly120(120, QLatin1Char('m'));
-    EXPECT_EQ(shortenedMessage(exactly120), exactly120);
-    const QString long121(121, QLatin1Char('m'));
-    EXPECT_EQ(shortenedMessage(long121), QString(117, QLatin1Char('m')) + QStringLiteral("..."));
-    // Emoji are one character each and are never split.
-    QString emoji;
-    for (int i = 0; i < 121; ++i) emoji += QStringLiteral("📷");
-    const QString cut = shortenedMessage(emoji);
-    EXPECT_TRUE(cut.endsWith(QStringLiteral("📷...")));
-    EXPECT_EQ(cut.size(), 117 * 2 + 3);
-    QString emoji120;
-    for (int i = 0; i < 120; ++i) emoji120 += QStringLiteral("📷");
-    EXPECT_EQ(shortenedMessage(emoji120), emoji120);
-    EXPECT_EQ(Event::processingFailed(QStringLiteral("/a.jpg"), long121).body(AppLanguage::english),
-              QStringLiteral("“a.jpg”: ") + QString(117, QLatin1Char('m')) + QStringLiteral("..."));
+    for (const QString& unit : {QStringLiteral("m"), QStringLiteral("📷")}) {
+        EXPECT_EQ(shortenedMessage(unit.repeated(120)), unit.repeated(120));
+        EXPECT_EQ(shortenedMessage(unit.repeated(121)), unit.repeated(117) + QStringLiteral("..."));
+    }
+    const QString m121(121, u'm');
+    EXPECT_EQ(Event::processingFailed(QStringLiteral("/a.jpg"), m121).body(AppLanguage::english),
+              QStringLiteral("“a.jpg”: ") + m121.left(117) + QStringLiteral("..."));
 }
 
 }  // namespace

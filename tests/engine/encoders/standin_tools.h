@@ -4,11 +4,8 @@
 #include "support/test_environment.h"
 
 #include <unistd.h>
-#include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QString>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -16,8 +13,9 @@
 
 namespace velt::testing {
 
-inline QString standinPath(const QString& name) {
-    return QStringLiteral(VELT_STANDIN_DIR "/") + name;
+inline void writeExecutable(const QString& path, const QByteArray& content) {
+    writeFile(path, content);
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 // Copies the stand-in `standin` into `directory` as `toolName`, executable, and returns its path.
@@ -25,24 +23,18 @@ inline QString installStandin(const QString& directory, const QString& standin,
                               const QString& toolName) {
     const QString target = QDir(directory).filePath(toolName);
     QFile::remove(target);
-    if (!QFile::copy(standinPath(standin), target)) return {};
-    QFile::setPermissions(
-        target, QFile::permissions(target) | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
+    if (!QFile::copy(QStringLiteral(VELT_STANDIN_DIR "/") + standin, target)) return {};
+    QFile::setPermissions(target, QFile::permissions(target) | QFile::ExeOwner);
     return target;
-}
-
-inline void writeExecutable(const QString& path, const QByteArray& content) {
-    writeFile(path, content);
-    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 // The pid the hang stand-in writes once it runs (VELT_STANDIN_READY); -1 after 10 s without it.
 inline pid_t waitForReadyPid(const QString& readyFile) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
+    for (; std::chrono::steady_clock::now() < deadline;
+         std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
         const QByteArray content = readFile(readyFile).trimmed();
         if (!content.isEmpty()) return static_cast<pid_t>(content.toLong());
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return -1;
 }

@@ -2,133 +2,181 @@
 
 #include "encoders/standin_tools.h"
 #include "engine/errors.h"
+#include "platform/executable_check.h"
 
+#include <elf.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <QFileInfo>
 #include <QTemporaryDir>
-#include <chrono>
-#include <optional>
-#include <thread>
+#include <cstring>
 
 namespace velt {
 namespace {
 
 using testing::installStandin;
 using testing::ScopedEnvironment;
+using namespace Qt::StringLiterals;
 
-class RunToolTest : public ::testing::Test {
-  protected:
-    QString install(const char* standin, const char* toolName) {
-        const QString path =
-            installStandin(tools_.path(), QString::fromUtf8(standin), QString::fromUtf8(toolName));
-        EXPECT_FALSE(path.isEmpty()) << standin;
-        return path;
+#if defined(__x86_64__)
+constexpr std::uint16_t nativeMachine = EM_X86_64, foreignMachine = EM_AARCH64;
+constexpr std::uint32_t nativeCpu = 0x01000007, foreignCpu = 0x0100000c;
+#else
+constexpr std::uint16_t nativeMachine = EM_AARCH64, foreignMachine = EM_X86_64;
+constexpr std::uint32_t nativeCpu = 0x0100000c, foreignCpu = 0x01000007;
+#endif
+
+QByteArray elf(unsigned char elfClass, std::uint16_t type, std::uint16_t machine,
+               unsigned char data = ELFDATA2LSB) {
+    Elf64_Ehdr header{};
+    const unsigned char ident[] = {0x7f, 'E', 'L', 'F', elfClass, data, EV_CURRENT};
+    std::memcpy(header.e_ident, ident, sizeof ident);
+    header.e_type = type;
+    header.e_machine = machine;
+    header.e_version = EV_CURRENT;
+    return QByteArray(reinterpret_cast<const char*>(&header), sizeof header) + QByteArray(64, 0);
+}
+
+QByteArray word(std::uint32_t value, bool bigEndian) {
+    QByteArray bytes;
+    for (int i = 0; i < 4; ++i) bytes += char(value >> (bigEndian ? 24 - 8 * i : 8 * i));
+    return bytes;
+}
+
+// Mach-O: a thin header, or a universal one listing `cpus` (20-byte entries).
+QByteArray thin(std::uint32_t magic, std::uint32_t cpu) {
+    return word(magic, false) + word(cpu, false) + QByteArray(24, 0);
+}
+QByteArray fat(std::initializer_list<std::uint32_t> cpus, std::uint32_t declared = 0) {
+    QByteArray bytes = word(0xcafebabe, true) + word(declared ? declared : cpus.size(), true);
+    for (std::uint32_t cpu : cpus) bytes += word(cpu, true) + QByteArray(16, 0);
+    return bytes;
+}
+
+TEST(ExecutableCheck, AcceptsOnlyNativeExecutables) {
+    QTemporaryDir folder;
+    const QString fifo = folder.filePath(u"fifo"_s);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0755), 0);
+    const std::pair<QByteArray, bool> headers[] = {
+        {elf(ELFCLASS64, ET_DYN, nativeMachine), true},
+        {elf(ELFCLASS64, ET_DYN, foreignMachine), false},
+        {elf(ELFCLASS32, ET_EXEC, nativeMachine), false},
+        {elf(ELFCLASS64, ET_DYN, nativeMachine, ELFDATA2MSB), false},
+        {elf(ELFCLASS64, ET_REL, nativeMachine), false},
+        {elf(ELFCLASS64, ET_DYN, nativeMachine).left(20), false},
+        {"#!/bin/sh\nexit 0\n", false},
+        {{}, false},
+        {thin(0xfeedfacf, nativeCpu), true},
+        {thin(0xfeedfacf, foreignCpu), false},
+        {fat({foreignCpu, nativeCpu}), true},
+        {fat({foreignCpu}), false},
+        {fat({foreignCpu}, 2), false},                                         // table cut short
+        {word(0xcafebabe, true) + word(52, true) + QByteArray(64, 0), false},  // Java class
+    };
+    int index = 0;
+    for (const auto& [content, expected] : headers) {
+        const QString path = folder.filePath(QString::number(index++));
+        testing::writeExecutable(path, content);
+        EXPECT_EQ(executableSupportsCurrentArchitecture(path), expected) << index - 1;
     }
-    QString file(const char* name) const { return work_.filePath(QString::fromUtf8(name)); }
+    for (const QString& path : {folder.path(), folder.filePath(u"missing"_s), fifo})
+        EXPECT_FALSE(executableSupportsCurrentArchitecture(path)) << path.toStdString();
+    EXPECT_TRUE(executableSupportsCurrentArchitecture(u"/bin/ls"_s));
+}
 
-    // Runs the tool and returns the error it threw, or nothing.
-    std::optional<FileSystemError::Code> runExpectingFileError(const QString& tool,
-                                                               const QStringList& arguments = {}) {
+TEST(ToolSearch, OverrideFirstThenFixedFoldersAndFallThrough) {
+    const QString bundled =
+        QDir::cleanPath(QFileInfo(QFileInfo(u"/proc/self/exe"_s).symLinkTarget()).path() +
+                        u"/../libexec/velt-compressor/bin"_s);
+    const QStringList fixed = {bundled, u"/opt/homebrew/bin/"_s, u"/usr/local/bin/"_s,
+                               u"/usr/bin/"_s};
+    for (const auto& [value, expected] :
+         {std::pair{std::optional<QByteArray>(), fixed},
+          std::pair{std::optional(QByteArray()), fixed},
+          std::pair{std::optional(QByteArray("/srv/t")), QStringList{u"/srv/t"_s} + fixed}}) {
+        const ScopedEnvironment override("VELT_TOOL_DIR", value);
+        EXPECT_EQ(toolSearchDirectories(), expected);
+    }
+    const QString system = u"/usr/bin/cwebp"_s;
+    for (const QString& before : fixed.mid(0, 3))
+        if (QFile::exists(before + u"/cwebp"_s) || !QFile::exists(system))
+            GTEST_SKIP() << "needs cwebp in /usr/bin/ and nowhere before it";
+    // The override folder holds "cwebp" as: a native program (found), or anything else, which
+    // falls through to /usr/bin/. An empty override is ignored, even in the working directory.
+    for (const std::string_view name : {"native", "script", "no exec bit", "directory", "empty"}) {
+        QTemporaryDir folder;
+        const QString at = folder.filePath(u"cwebp"_s);
+        if (name == "native" || name == "no exec bit" || name == "empty")
+            installStandin(folder.path(), u"record"_s, u"cwebp"_s);
+        if (name == "no exec bit") QFile::setPermissions(at, QFile::ReadOwner);
+        if (name == "script") testing::writeExecutable(at, "#!/bin/sh\nexit 0\n");
+        if (name == "directory") QDir(folder.path()).mkdir(u"cwebp"_s);
+        const QString previous = QDir::currentPath();
+        QDir::setCurrent(folder.path());
+        const ScopedEnvironment override("VELT_TOOL_DIR",
+                                         name == "empty" ? QByteArray() : folder.path().toUtf8());
+        const auto found = toolURL(u"cwebp"_s);
+        QDir::setCurrent(previous);
+        EXPECT_EQ(found, std::optional(name == "native" ? at : system)) << name;
+    }
+}
+
+TEST(RunTool, ExitStatusArgumentVectorAndStopWhileRunning) {
+    QTemporaryDir dir;
+    EngineLifecycle unstopped;
+    const auto install = [&](const char* standin, const char* tool) {
+        return installStandin(dir.path(), QString::fromUtf8(standin), QString::fromUtf8(tool));
+    };
+    const QString record = dir.filePath(u"record.txt"_s);
+    const ScopedEnvironment recordVariable("VELT_STANDIN_RECORD", record.toUtf8());
+    const QStringList arguments = {u"-q"_s, QString::fromUtf8("фото 1.png"), QString(), u"$HOME"_s,
+                                   u"*"_s,  u"a;b|c && `d` 'e' \"f\" > g"_s};
+    runTool(install("record", "cwebp"), arguments, unstopped);
+    EXPECT_EQ(testing::readFile(record), arguments.join(u'\n').toUtf8() + "\n\n");
+    // Far more output than any pipe holds: only a null device lets it finish.
+    EXPECT_NO_THROW(runTool(install("noisy", "pngquant"), {}, unstopped));
+    const std::pair<QString, FileSystemError::Code> failures[] = {
+        {install("exit1", "cjpeg"), FileSystemError::writeUnknown},
+        {dir.filePath(u"missing"_s), FileSystemError::launchFailed},
+        {dir.path(), FileSystemError::launchFailed},
+    };
+    for (const auto& [tool, code] : failures) {
         try {
-            runTool(tool, arguments, lifecycle_);
-            return std::nullopt;
+            runTool(tool, {}, unstopped);
+            ADD_FAILURE() << tool.toStdString();
         } catch (const FileSystemError& error) {
-            lastDescription_ = error.description();
-            return error.code();
+            EXPECT_EQ(error.code(), code) << tool.toStdString();
+            EXPECT_TRUE(error.description().contains(code == FileSystemError::launchFailed
+                                                         ? tool
+                                                         : u"cjpeg failed with exit status 1"_s))
+                << error.what();
         }
     }
 
-    QTemporaryDir tools_;
-    QTemporaryDir work_;
-    EngineLifecycle lifecycle_;
-    QString lastDescription_;
-};
-
-TEST_F(RunToolTest, ExitStatusDecidesSuccess) {
-    EXPECT_EQ(runExpectingFileError(install("record", "cwebp")), std::nullopt);
-    // Far more output than any pipe holds: only a null device lets it finish.
-    EXPECT_EQ(runExpectingFileError(install("noisy", "pngquant")), std::nullopt);
-
-    EXPECT_EQ(runExpectingFileError(install("exit1", "cjpeg")), FileSystemError::writeUnknown);
-    EXPECT_TRUE(lastDescription_.contains(QStringLiteral("cjpeg")))
-        << lastDescription_.toStdString();
-    EXPECT_TRUE(lastDescription_.contains(QStringLiteral("status 1")))
-        << lastDescription_.toStdString();
-
-    EXPECT_EQ(runExpectingFileError(file("no-such-tool")), FileSystemError::launchFailed);
-}
-
-TEST_F(RunToolTest, PassesTheArgumentVectorUntouched) {
-    const QString record = file("record.txt");
-    const ScopedEnvironment recordVariable("VELT_STANDIN_RECORD", record.toUtf8());
-    const QStringList arguments = {
-        QStringLiteral("-q"),
-        QStringLiteral("80"),
-        QString::fromUtf8("photo with spaces.jpg"),
-        QString::fromUtf8("фото_отпуск.png"),
-        QString::fromUtf8("🐈‍⬛ cat.webp"),
-        QString(),
-        QStringLiteral("$HOME"),
-        QStringLiteral("*"),
-        QStringLiteral("a;b|c && `d` 'e' \"f\" > g"),
-    };
-    runTool(install("record", "cwebp"), arguments, lifecycle_);
-
-    QByteArray expected;
-    for (const QString& argument : arguments) expected += argument.toUtf8() + '\n';
-    expected += '\n';
-    EXPECT_EQ(testing::readFile(record), expected);
-}
-
-TEST_F(RunToolTest, StopBeforeTheRunStartsNothing) {
-    const QString record = file("record.txt");
-    const ScopedEnvironment recordVariable("VELT_STANDIN_RECORD", record.toUtf8());
-    lifecycle_.requestStop();
-    EXPECT_THROW(runTool(install("record", "cwebp"), {QStringLiteral("x")}, lifecycle_),
-                 FolderCompressorControlError);
-    EXPECT_FALSE(QFile::exists(record));
-}
-
-struct StopCase {
-    const char* name;
-    const char* environmentFlag;  // how the hang stand-in answers SIGTERM; nullptr: it dies
-};
-
-TEST_F(RunToolTest, StopWhileRunningEndsTheToolAndCancels) {
-    const StopCase cases[] = {
-        {"default", nullptr},
-        {"ignores SIGTERM", "VELT_STANDIN_IGNORE_TERM"},
-        {"exits 0 when stopped", "VELT_STANDIN_TERM_EXIT0"},
-    };
     const QString tool = install("hang", "cjpeg");
-    for (const StopCase& testCase : cases) {
-        SCOPED_TRACE(testCase.name);
+    // The stand-in knows no VELT_STANDIN_PLAIN: it keeps the default answer to SIGTERM.
+    for (const char* flag : {"VELT_STANDIN_PLAIN", "VELT_STANDIN_IGNORE_TERM"}) {
         EngineLifecycle lifecycle;
-        const QString ready = work_.filePath(QString::fromUtf8(testCase.name));
+        const QString ready = dir.filePath(QString::fromUtf8(flag));
         const ScopedEnvironment readyVariable("VELT_STANDIN_READY", ready.toUtf8());
-        std::optional<ScopedEnvironment> flag;
-        if (testCase.environmentFlag) flag.emplace(testCase.environmentFlag, QByteArray("1"));
-
+        const ScopedEnvironment behaviour(flag, QByteArray("1"));
         pid_t pid = -1;
         std::thread stopper([&] {
             pid = testing::waitForReadyPid(ready);
-            std::this_thread::sleep_for(std::chrono::milliseconds(200));
             lifecycle.requestStop();
         });
         const auto start = std::chrono::steady_clock::now();
-        bool cancelled = false;
         try {
             runTool(tool, {}, lifecycle);
+            ADD_FAILURE() << "not cancelled";
         } catch (const FolderCompressorControlError& error) {
-            cancelled = error.kind() == FolderCompressorControlError::cancelled;
+            EXPECT_EQ(error.kind(), FolderCompressorControlError::cancelled);
         }
-        const auto elapsed = std::chrono::steady_clock::now() - start;
         stopper.join();
-
-        EXPECT_TRUE(cancelled);
         // A correctness bound (the stand-in would sleep 60 s), not a speed measurement.
-        EXPECT_LT(elapsed, std::chrono::seconds(5));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << flag;
         ASSERT_GT(pid, 0);
-        EXPECT_TRUE(testing::processGone(pid));
+        EXPECT_TRUE(testing::processGone(pid)) << flag;
     }
 }
 

@@ -219,3 +219,30 @@ TEST(RasterLimits, Table) {
 
 }  // namespace
 }  // namespace velt
+
+namespace velt {
+namespace {
+
+// An encoded file is kept only when it is non-empty and decodes; otherwise it is deleted.
+TEST(EncodedImageChecks, RejectedFilesAreDeleted) {
+    QTemporaryDir dir;
+    const QString good = dir.filePath(QStringLiteral("good.jpg"));
+    ASSERT_TRUE(testing::writeJPEGWithCjpeg(testing::photoLikeBitmap(64, 48), 80, good,
+                                            {QStringLiteral("-progressive")}));
+    const QByteArray jpeg = testing::readFile(good);
+    EXPECT_EQ(validateEncodedImage(good), jpeg.size());
+    QByteArray corruptScan = jpeg;
+    corruptScan.chop(200);  // the scans end early: only decoding them shows it
+    const std::pair<const char*, QByteArray> rejected[] = {{"empty.jpg", QByteArray()},
+                                                           {"garbage.jpg", QByteArray(900, '\x33')},
+                                                           {"cut.jpg", corruptScan}};
+    for (const auto& [name, bytes] : rejected) {
+        const QString path = dir.filePath(QString::fromUtf8(name));
+        testing::writeFile(path, bytes);
+        EXPECT_THROW(validateEncodedImage(path), FileSystemError) << name;
+        EXPECT_FALSE(QFileInfo::exists(path)) << name;
+    }
+}
+
+}  // namespace
+}  // namespace velt
