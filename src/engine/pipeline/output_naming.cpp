@@ -26,6 +26,8 @@ QString baseName(const QString& source) {
     return splitFileName(fileNameOf(source)).base;
 }
 
+}  // namespace
+
 ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice) {
     switch (strategy) {
         case FormatStrategy::automatic:
@@ -43,8 +45,6 @@ ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice) {
     }
     return automaticChoice;
 }
-
-}  // namespace
 
 QString outputPath(const AppConfig& config, const QString& source, ImageFormat sourceFormat,
                    ImageFormat target) {

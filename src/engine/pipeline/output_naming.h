@@ -11,6 +11,9 @@
 
 namespace velt {
 
+// The format a strategy asks for; `automaticChoice` for the automatic strategy.
+ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice);
+
 // The output path for a source of `sourceFormat` written as `target`: the source itself when it
 // is replaced in its own format, otherwise base + ("_veltcompressed" when the original is kept) +
 // "." + the target's extension, beside the source.

@@ -3,6 +3,7 @@
 #include "engine/errors.h"
 #include "engine/pipeline/can_write.h"
 #include "engine/pipeline/image_safety.h"
+#include "engine/pipeline/output_naming.h"
 #include "model/file_url.h"
 
 namespace velt {
@@ -15,22 +16,8 @@ namespace {
                               .arg(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1)));
 }
 
-ImageFormat chooseTarget(FormatStrategy strategy, ImageFormat source,
-                         const imageio::Bitmap& image) {
-    switch (strategy) {
-        case FormatStrategy::jpeg:
-            return ImageFormat::jpeg;
-        case FormatStrategy::png:
-            return ImageFormat::png;
-        case FormatStrategy::webp:
-            return ImageFormat::webp;
-        case FormatStrategy::avif:
-            return ImageFormat::avif;
-        case FormatStrategy::heic:
-            return ImageFormat::heic;
-        case FormatStrategy::automatic:
-            break;
-    }
+// The automatic strategy keeps the source's format when it can be written.
+ImageFormat automaticTarget(ImageFormat source, const imageio::Bitmap& image) {
     if (canWrite(source)) return source;
     if (isNativeWritable(ImageFormat::avif)) return ImageFormat::avif;
     return imageio::hasAlphaChannel(image.alphaInfo) ? ImageFormat::png : ImageFormat::jpeg;
@@ -63,7 +50,7 @@ ImagePlan makePlan(const AppConfig& config, const QString& path) {
 
     ImagePlan plan;
     plan.source = properties.format;
-    plan.target = chooseTarget(config.formatStrategy, plan.source, *image);
+    plan.target = targetFormat(config.formatStrategy, automaticTarget(plan.source, *image));
     plan.colorSpace = image->colorSpace.model == imageio::ColorModel::rgb
                           ? image->colorSpace
                           : imageio::sRGBColorSpace();
