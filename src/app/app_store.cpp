@@ -5,6 +5,7 @@
 #include "model/constants.h"
 #include "model/file_url.h"
 #include "model/native_log.h"
+#include "platform/folder_bookmark.h"
 #include "platform/login_item.h"
 
 #include <QCoreApplication>
@@ -109,9 +110,10 @@ void AppStore::sendNotification(const CompressionNotificationEvent& event) {
 }
 
 std::optional<QString> AppStore::resolvedWatchDirectory() const {
-    // A bookmark is the path the user picked; an empty one cannot be resolved.
-    if (config_.watchDirectoryBookmark && !config_.watchDirectoryBookmark->isEmpty())
-        return QString::fromUtf8(*config_.watchDirectoryBookmark);
+    // A bookmark is the path the user picked; one that names no path falls back to the folder.
+    if (config_.watchDirectoryBookmark) {
+        if (auto path = resolveFolderBookmark(*config_.watchDirectoryBookmark)) return path;
+    }
     return config_.watchDirectory;
 }
 
@@ -175,6 +177,20 @@ void AppStore::start() {
     changed();
 }
 
+AppStore::LaunchStart AppStore::startOnLaunch() {
+    if (!resolvedWatchDirectory()) {
+        start();  // sets the "choose a folder" error the panel shows
+        return LaunchStart::noFolder;
+    }
+    // The user's stop is kept across launches: only a running watch is resumed.
+    if (!config_.enabled) {
+        NativeLog::write(QStringLiteral("Start on launch skipped: compression is switched off"));
+        return LaunchStart::switchedOff;
+    }
+    start();
+    return isRunning() ? LaunchStart::started : LaunchStart::failed;
+}
+
 void AppStore::stop() {
     NativeLog::write(QStringLiteral("Stop watcher"));
     if (config_.enabled) {
@@ -231,7 +247,7 @@ void AppStore::useWatchDirectory(const QString& path) {
     AppConfig picked = config_;
     picked.enabled = true;
     picked.watchDirectory = absolute;
-    picked.watchDirectoryBookmark = absolute.toUtf8();
+    picked.watchDirectoryBookmark = makeFolderBookmark(absolute);
     setConfig(picked);  // restarts a running engine on the new folder
     if (!wasRunning) start();
 }

@@ -57,9 +57,13 @@ class AppStore : public QObject {
     void setSessionOverrides(const SettingsOverrides& overrides) { overrides_ = overrides; }
     AppConfig engineConfig() const { return overrides_.appliedTo(config_); }
 
-    // Starts watching the stored folder; a missing or protected folder or a failed start is
-    // reported through watcherError.
+    // The user's switch: saves enabled = true and starts watching the stored folder; a missing
+    // or protected folder or a failed start is reported through watcherError.
     void start();
+    // What a launch does: starts watching only when compression is switched on and a folder is
+    // stored, never changing `enabled` (a stop the user made stays made).
+    enum class LaunchStart { started, switchedOff, noFolder, failed };
+    LaunchStart startOnLaunch();
     // The user's stop: saves enabled = false and stops the engine.
     void stop();
     // Stops the engine at the end of the process, leaving the saved settings as they are.

@@ -96,13 +96,21 @@ int HeadlessRunner::run(const CommandLineRequest& request) {
         QCoreApplication::exit(0);
     });
 
-    if (request.watchDirectory) {
+    AppStore::LaunchStart launch = AppStore::LaunchStart::started;
+    if (request.watchDirectory)
         store.useWatchDirectory(*request.watchDirectory);
-    } else {
-        store.start();
+    else
+        launch = store.startOnLaunch();
+    const AppLanguage language = store.config().language;
+    if (launch == AppStore::LaunchStart::switchedOff) {
+        line(text(language,
+                  QStringLiteral("Автоматическое сжатие выключено. Включить: velt-compressor "
+                                 "--headless --watch ПАПКА"),
+                  QStringLiteral("Automatic compression is switched off. To switch it on: "
+                                 "velt-compressor --headless --watch DIR")));
+        return 0;
     }
     if (!store.isRunning()) {
-        const AppLanguage language = store.config().language;
         const QString reason = store.watcherError().value_or(QString());
         if (!store.resolvedWatchDirectory()) {
             line(reason);

@@ -1,7 +1,7 @@
-// The headless program: the store without a tray. Watches the saved folder (or the one given
-// with --watch, which is saved as the chosen folder) until SIGINT or SIGTERM, then stops the
-// engine and exits 0. What a desktop would show — notices, alerts, finished files — is written
-// to standard error, one line each.
+// The headless program: the store without a tray. Watches the saved folder while compression is
+// switched on (or the one given with --watch, which is saved as the chosen folder and switches it
+// on) until SIGINT or SIGTERM, then stops the engine and exits 0. What a desktop would show —
+// notices, alerts, finished files — is written to standard error, one line each.
 //
 // Main thread only. REQUIRES: a QCoreApplication exists.
 #pragma once
@@ -21,7 +21,8 @@ class HeadlessRunner final : public Presenter {
     HeadlessRunner();
 
     // Runs the event loop; returns the process's exit code: 0 after a signal or the launch
-    // smoke test, 2 when there is no folder to watch, 1 when watching could not start.
+    // smoke test, and at once when compression is switched off (without --watch); 2 when there
+    // is no folder to watch, 1 when watching could not start.
     int run(const CommandLineRequest& request);
 
     void showAlert(const QString& message, const QString& informativeText, const QString& button,

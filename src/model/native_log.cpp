@@ -15,10 +15,25 @@ namespace {
 // Serialises writers of this process so that lines stay whole and rotation is not raced.
 std::mutex logMutex;
 
+// One line per message, whatever it carries: a control character (a NUL from a damaged setting, a
+// newline in a file name) is written as \uXXXX so it can neither cut the line nor hide in it.
+QString printable(const QString& message) {
+    QString out;
+    out.reserve(message.size());
+    for (const QChar c : message) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            out += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        else
+            out += c;
+    }
+    return out;
+}
+
 QByteArray formatLine(const QString& message) {
     const QString stamp =
         QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
-    return (QLatin1Char('[') + stamp + QStringLiteral(" +0000] ") + message + QLatin1Char('\n'))
+    return (QLatin1Char('[') + stamp + QStringLiteral(" +0000] ") + printable(message) +
+            QLatin1Char('\n'))
         .toUtf8();
 }
 

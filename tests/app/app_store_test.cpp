@@ -77,7 +77,32 @@ TEST_F(StoreTest, OnlyEngineSettingsRestartTheEngineAndStopIsRemembered) {
     store->stop();
     EXPECT_FALSE(store->isRunning());
     store.reset();
-    EXPECT_FALSE(makeStore()->config().enabled);
+
+    // Launching again (the autostart entry, or --headless without --watch) keeps it stopped.
+    auto relaunched = makeStore();
+    EXPECT_EQ(relaunched->startOnLaunch(), AppStore::LaunchStart::switchedOff);
+    EXPECT_FALSE(relaunched->isRunning());
+    EXPECT_FALSE(loadAppConfig().enabled);
+}
+
+TEST_F(StoreTest, ABookmarkThatNamesNoPathFallsBackToTheStoredFolder) {
+    const QByteArray nul("\0\0/x", 4);
+    for (const QByteArray& bookmark : {QByteArray("relative/photos"), QByteArray("\xff\xfe/photos"),
+                                       nul, QByteArray("/photos/\nnext"), QByteArray()}) {
+        AppConfig config;
+        config.watchDirectory = folder_.path();
+        config.watchDirectoryBookmark = bookmark;
+        ASSERT_TRUE(saveAppConfig(config));
+        auto store = makeStore();
+        EXPECT_EQ(store->resolvedWatchDirectory(), folder_.path()) << bookmark.toHex().data();
+        EXPECT_EQ(store->startOnLaunch(), AppStore::LaunchStart::started);
+        store.reset();
+    }
+    const QByteArray log = readFile(data_.file(QStringLiteral("native.log")));
+    EXPECT_FALSE(log.contains('\0'));
+    EXPECT_EQ(QString::fromUtf8(log).count(QStringLiteral("Start watcher ") + folder_.path() +
+                                           QLatin1Char('\n')),
+              5);
 }
 
 TEST(ProtectedFolders, PathsInsideAUserFolderAreProtected) {
