@@ -27,6 +27,8 @@ QString batchLine(const BatchFileResult& result) {
         case BatchFileResult::Outcome::failed:
             return QStringLiteral("failed           ") + name + QStringLiteral(": ") +
                    result.message;
+        case BatchFileResult::Outcome::cancelled:
+            return QStringLiteral("stopped          ") + name;
         case BatchFileResult::Outcome::skipped:
             break;
     }
@@ -53,6 +55,7 @@ QString batchSummary(const std::vector<BatchFileResult>& results) {
                 ++failed;
                 break;
             case BatchFileResult::Outcome::skipped:
+            case BatchFileResult::Outcome::cancelled:
                 break;
         }
     }

@@ -3,6 +3,8 @@
 
 #include "model/history.h"
 
+#include <QString>
+
 #include <cstdint>
 #include <optional>
 
@@ -13,6 +15,9 @@ struct FolderCompressionResult {
     // Source size minus output size; negative when a requested conversion came out larger.
     std::int64_t savedBytes = 0;
     std::optional<CompressionHistoryEntry> historyEntry;
+    // When nothing was written and no history entry says why: the reason in a few words
+    // ("empty file", "existing output is up to date"), for the log and the batch report.
+    QString nothingDoneReason;
 };
 
 }  // namespace velt

@@ -1,5 +1,7 @@
 #include "engine/pipeline/output_naming.h"
 
+#include "engine/errors.h"
+#include "engine/install/file_operations.h"
 #include "engine/pipeline/can_write.h"
 #include "model/constants.h"
 #include "model/file_url.h"
@@ -13,6 +15,10 @@
 namespace velt {
 namespace {
 
+constexpr qsizetype maximumNameBytes = 255;
+// Far more same-named outputs than any folder holds; past it something is wrong.
+constexpr int maximumNameAttempts = 1000;
+
 // Plain string work: these run for every settled file on every scan.
 QString fileNameOf(const QString& path) {
     return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
@@ -24,6 +30,31 @@ QString siblingPath(const QString& source, const QString& fileName) {
 
 QString baseName(const QString& source) {
     return splitFileName(fileNameOf(source)).base;
+}
+
+// `base` cut, at a character boundary, so that base + tail takes at most 255 bytes in UTF-8.
+QString fittedName(const QString& base, const QString& tail) {
+    const qsizetype room = maximumNameBytes - tail.toUtf8().size();
+    if (base.toUtf8().size() <= room) return base + tail;
+    QString cut;
+    qsizetype bytes = 0;
+    for (qsizetype i = 0; i < base.size();) {
+        const qsizetype length = base.at(i).isHighSurrogate() && i + 1 < base.size() ? 2 : 1;
+        const qsizetype more = base.mid(i, length).toUtf8().size();
+        if (bytes + more > room) break;
+        cut += base.mid(i, length);
+        bytes += more;
+        i += length;
+    }
+    return cut + tail;
+}
+
+// The n-th name tried for an output: n = 1 is the plain name, later ones carry "-n".
+QString candidateName(const QString& base, int n, bool keep, ImageFormat target) {
+    QString tail = n > 1 ? QLatin1Char('-') + QString::number(n) : QString();
+    if (keep) tail += compressedFileSuffix;
+    tail += QLatin1Char('.') + fileExtension(target);
+    return fittedName(base, tail);
 }
 
 }  // namespace
@@ -46,41 +77,76 @@ ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice) {
     return automaticChoice;
 }
 
-QString outputPath(const AppConfig& config, const QString& source, ImageFormat sourceFormat,
-                   ImageFormat target) {
-    const bool keep = config.originalPolicy == OriginalPolicy::keep;
-    if (!keep && target == sourceFormat) return source;
-    return siblingPath(source, baseName(source) + (keep ? compressedFileSuffix : QString()) +
-                                   QLatin1Char('.') + fileExtension(target));
+// The source an existing output was written for, when the registry records it and the file
+// still holds what was written; nothing for anyone else's file.
+std::optional<QString> writtenFor(const EngineContext& context, const QString& output) {
+    const auto record = context.processedRegistry.entries.find(standardizedPath(output));
+    if (record == context.processedRegistry.entries.end() ||
+        record->second.decision != ProcessedDecision::compressed || !record->second.source)
+        return std::nullopt;
+    const auto fingerprint = contentFingerprint(output);
+    if (!fingerprint || *fingerprint != record->second.fingerprint) return std::nullopt;
+    return record->second.source;
 }
 
-std::optional<QString> predictedOutputURL(const AppConfig& config, const QString& source) {
+bool isOwnOutputOf(const EngineContext& context, const QString& output, const QString& source) {
+    return writtenFor(context, output) == standardizedPath(source);
+}
+
+QString outputPath(const EngineContext& context, const QString& source, ImageFormat sourceFormat,
+                   ImageFormat target) {
+    const bool keep = context.config.originalPolicy == OriginalPolicy::keep;
+    if (!keep && target == sourceFormat) return source;
+    const QString base = baseName(source);
+    for (int n = 1; n <= maximumNameAttempts; ++n) {
+        const QString candidate = siblingPath(source, candidateName(base, n, keep, target));
+        if (standardizedPath(candidate) == standardizedPath(source)) continue;
+        if (!pathExists(candidate)) return candidate;
+        const auto owner = writtenFor(context, candidate);
+        if (owner == standardizedPath(source)) return candidate;
+        // A file of unknown origin that is not older than the source settles it untouched.
+        if (n == 1 && keep && !owner && existingOutputIsFresh(context.config, source, candidate))
+            return candidate;
+    }
+    throw FileSystemError(FileSystemError::writeUnknown,
+                          QStringLiteral("No free name for the output of ") + source);
+}
+
+std::optional<QString> predictedOutputURL(const EngineContext& context, const QString& source) {
     const auto sourceFormat =
         imageFormatFromFileExtension(splitFileName(fileNameOf(source)).extension);
     if (!sourceFormat) return std::nullopt;
     ImageFormat automaticChoice = *sourceFormat;
-    if (config.formatStrategy == FormatStrategy::automatic && !canWrite(*sourceFormat))
+    if (context.config.formatStrategy == FormatStrategy::automatic && !canWrite(*sourceFormat))
         automaticChoice =
             isNativeWritable(ImageFormat::avif) ? ImageFormat::avif : ImageFormat::jpeg;
-    return outputPath(config, source, *sourceFormat,
-                      targetFormat(config.formatStrategy, automaticChoice));
+    try {
+        return outputPath(context, source, *sourceFormat,
+                          targetFormat(context.config.formatStrategy, automaticChoice));
+    } catch (const FileSystemError&) {
+        return std::nullopt;
+    }
 }
 
 void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
                                   const QString& keeping, const QSet<QString>* onlyAmong) {
     if (context.config.originalPolicy != OriginalPolicy::keep) return;
     static const char* const extensions[] = {"jpg", "jpeg", "png", "webp", "avif", "heic", "heif"};
+    QStringList names;
+    for (const char* extension : extensions)
+        names << baseName(source) + compressedFileSuffix + QLatin1Char('.') +
+                     QLatin1String(extension);
+    const auto sourceRecord = context.processedRegistry.entries.find(standardizedPath(source));
+    if (sourceRecord != context.processedRegistry.entries.end() && sourceRecord->second.output)
+        names << fileNameOf(*sourceRecord->second.output);
+
     const QString kept = standardizedPath(keeping);
-    for (const char* extension : extensions) {
-        const QString name =
-            baseName(source) + compressedFileSuffix + QLatin1Char('.') + QLatin1String(extension);
+    for (const QString& name : names) {
         if (onlyAmong && !onlyAmong->contains(name)) continue;
         const QString stale = siblingPath(source, name);
         const QString key = standardizedPath(stale);
-        if (key == kept) continue;
-        const QByteArray encoded = QFile::encodeName(stale);
-        if (::access(encoded.constData(), F_OK) != 0 && errno == ENOENT) continue;
-        if (::unlink(encoded.constData()) != 0) {
+        if (key == kept || !pathExists(stale) || !isOwnOutputOf(context, stale, source)) continue;
+        if (::unlink(QFile::encodeName(stale).constData()) != 0) {
             NativeLog::write(QStringLiteral("Could not remove stale output ") + stale +
                              QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno)));
             continue;
@@ -88,6 +154,7 @@ void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
         context.processedSignatures.erase(key);
         context.ownWrites.erase(key);
         context.recentWrites.erase(key);
+        context.processedRegistry.entries.erase(key);
         NativeLog::write(QStringLiteral("Removed stale output ") + name);
     }
 }

@@ -1,4 +1,12 @@
-// Where a source's output goes, and the sibling outputs that settings changes leave behind.
+// Where a source's output goes, which files the engine may treat as its own outputs, and the
+// sibling outputs that a change of settings leaves behind.
+//
+// The engine never replaces or removes a file it did not write. A name counts as the engine's own
+// output of a source only when the processed-file registry records it as written for that source
+// and the file still holds what was written. Every other existing file under a wanted name is left
+// alone and the output takes the next free name.
+//
+// Runs on the engine's queue.
 #pragma once
 
 #include "engine/watcher/engine_context.h"
@@ -14,23 +22,36 @@ namespace velt {
 // The format a strategy asks for; `automaticChoice` for the automatic strategy.
 ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice);
 
-// The output path for a source of `sourceFormat` written as `target`: the source itself when it
-// is replaced in its own format, otherwise base + ("_veltcompressed" when the original is kept) +
-// "." + the target's extension, beside the source.
-QString outputPath(const AppConfig& config, const QString& source, ImageFormat sourceFormat,
+// The output path for a source of `sourceFormat` written as `target`:
+// - the source itself when it is replaced in its own format;
+// - otherwise, beside the source, base + ("_veltcompressed" when the original is kept) + "." +
+//   the target's extension; when that name holds a file the engine may not replace, the first
+//   free (or own) name with "-2", "-3", … after the base. Under the keep policy an existing
+//   first-choice file that is not older than the source is still returned (it is then taken as
+//   the up-to-date output, as it always was), because that settles the source without touching
+//   anything.
+// Names are shortened (the base cut at a character boundary) so that they fit in 255 bytes.
+// Throws FileSystemError when no name is free.
+QString outputPath(const EngineContext& context, const QString& source, ImageFormat sourceFormat,
                    ImageFormat target);
 
 // The output path predicted from the name alone (no decoding): nothing when the extension names
 // no image format. With the automatic strategy and a source format that cannot be written, the
 // prediction is AVIF when the image writer can encode it, else JPEG; the real plan may choose
 // PNG for a transparent image. That difference is accepted.
-std::optional<QString> predictedOutputURL(const AppConfig& config, const QString& source);
+std::optional<QString> predictedOutputURL(const EngineContext& context, const QString& source);
 
-// With the keep policy, removes every base_veltcompressed.<ext> sibling of `source` except
-// `keeping`, forgets them in the engine's maps and logs each removal. Never fails.
+// Whether `output` is an output the engine recorded as written for `source` and that still holds
+// what was written (same content fingerprint).
+bool isOwnOutputOf(const EngineContext& context, const QString& output, const QString& source);
+
+// With the keep policy, removes the outputs of `source` other than `keeping` that the engine
+// wrote for it (its "_veltcompressed" siblings of every format and its recorded output), forgets
+// them in the engine's maps and logs each removal. A file of that name that the engine did not
+// write for this source is left alone. Never fails.
 // `onlyAmong`, when given, names the compressed outputs a fresh listing of the folder saw: names
 // outside it are known to be absent and are not looked up (a scan checks every settled file, and
-// looking up seven missing names each time dominated its cost in large folders).
+// looking up missing names each time dominated its cost in large folders).
 void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
                                   const QString& keeping, const QSet<QString>* onlyAmong = nullptr);
 

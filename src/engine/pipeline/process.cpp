@@ -7,6 +7,7 @@
 #include "engine/pipeline/output_naming.h"
 #include "engine/pipeline/plan.h"
 #include "model/file_url.h"
+#include "model/native_log.h"
 
 #include <QDir>
 #include <QFile>
@@ -47,9 +48,22 @@ CompressionHistoryEntry historyEntry(const QString& source, const QString& outpu
     return entry;
 }
 
+QString fileNameOf(const QString& path) {
+    return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
+}
+
 void rememberSignature(EngineContext& context, const QString& path) {
     if (const auto signature = fileSignature(path))
         context.processedSignatures[standardizedPath(path)] = *signature;
+}
+
+// An empty file is usually still being written; it is looked at again once it changes.
+FolderCompressionResult leaveEmptyFile(EngineContext& context, const QString& file) {
+    rememberSignature(context, file);
+    NativeLog::write(QStringLiteral("Empty file left alone ") + fileNameOf(file));
+    FolderCompressionResult result;
+    result.nothingDoneReason = QStringLiteral("empty file");
+    return result;
 }
 
 // The source is already represented by a fresh compressed sibling.
@@ -57,9 +71,11 @@ FolderCompressionResult settleWithFreshOutput(EngineContext& context, const QStr
                                               const QString& output) {
     rememberSignature(context, file);
     rememberSignature(context, output);
-    context.rememberProcessed(file, ProcessedDecision::existingOutputFresh);
+    context.rememberProcessed(file, ProcessedDecision::existingOutputFresh, {std::nullopt, output});
     context.setProgress(100);
-    return {};
+    FolderCompressionResult result;
+    result.nothingDoneReason = QStringLiteral("existing output is up to date");
+    return result;
 }
 
 FolderCompressionResult settleAlreadyOptimal(EngineContext& context, const QString& file,
@@ -69,8 +85,10 @@ FolderCompressionResult settleAlreadyOptimal(EngineContext& context, const QStri
     context.rememberProcessed(file, ProcessedDecision::alreadyOptimal);
     context.sendEvent(CompressionNotificationEvent::alreadyOptimal(file));
     context.setProgress(100);
-    return {false, 0,
-            historyEntry(file, file, size, size, CompressionHistoryStatus::alreadyOptimal)};
+    return {false,
+            0,
+            historyEntry(file, file, size, size, CompressionHistoryStatus::alreadyOptimal),
+            {}};
 }
 
 void install(EngineContext& context, const QString& file, const QString& temp,
@@ -104,9 +122,15 @@ void recordInstalled(EngineContext& context, const QString& file, const QString&
         context.processedSignatures[outputKey] = *signature;
         context.recentWrites[outputKey] = RecentWrite{now, *signature};
     }
-    context.rememberProcessed(output, ProcessedDecision::compressed);
-    if (outputKey != sourceKey)
-        context.rememberProcessed(file, ProcessedDecision::existingOutputFresh);
+    if (outputKey == sourceKey) {
+        context.rememberProcessed(output, ProcessedDecision::compressed);
+    } else {
+        // The output's record names its source: that is what makes it the engine's own to
+        // replace or remove later.
+        context.rememberProcessed(output, ProcessedDecision::compressed, {file, std::nullopt});
+        context.rememberProcessed(file, ProcessedDecision::existingOutputFresh,
+                                  {std::nullopt, output});
+    }
     std::int64_t outputSize = 0;
     try {
         outputSize = fileSize(output);
@@ -125,14 +149,14 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     std::optional<SourceVersion> version;
     if (context.config.originalPolicy == OriginalPolicy::replace) version = sourceVersion(file);
     const std::int64_t size = version ? version->signature.size : fileSize(file);
-    if (size <= 0) return {};
+    if (size <= 0) return leaveEmptyFile(context, file);
 
     context.setProgress(15);
     const ImagePlan plan = makePlan(context.config, file);
     context.checkpoint();
 
     context.setProgress(35);
-    const QString output = outputPath(context.config, file, plan.source, plan.target);
+    const QString output = outputPath(context, file, plan.source, plan.target);
     removeStaleCompressedOutputs(context, file, output);
     if (existingOutputIsFresh(context.config, file, output))
         return settleWithFreshOutput(context, file, output);
@@ -168,8 +192,10 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     install(context, file, temp, output, version);
     recordInstalled(context, file, output);
     context.setProgress(100);
-    return {true, size - outputSize,
-            historyEntry(file, output, size, outputSize, CompressionHistoryStatus::compressed)};
+    return {true,
+            size - outputSize,
+            historyEntry(file, output, size, outputSize, CompressionHistoryStatus::compressed),
+            {}};
 }
 
 }  // namespace velt

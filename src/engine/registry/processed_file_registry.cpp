@@ -72,6 +72,8 @@ ProcessedFileRecord decodeRecord(const nlohmann::json& object) {
     record.updatedAt = decodeDate(updatedAt.get<double>());
     record.resourceIdentifier = json::optionalString(object, "resourceIdentifier");
     record.settingsKey = json::optionalString(object, "settingsKey");
+    record.source = json::optionalString(object, "source");
+    record.output = json::optionalString(object, "output");
     return record;
 }
 
@@ -85,6 +87,8 @@ nlohmann::json encodeRecord(const ProcessedFileRecord& record) {
     object["updatedAt"] = encodeDate(record.updatedAt);
     if (record.resourceIdentifier) object["resourceIdentifier"] = toStd(*record.resourceIdentifier);
     if (record.settingsKey) object["settingsKey"] = toStd(*record.settingsKey);
+    if (record.source) object["source"] = toStd(*record.source);
+    if (record.output) object["output"] = toStd(*record.output);
     return object;
 }
 

@@ -1,7 +1,8 @@
 // ProcessedFileRegistry: the engine's persistent memory of files it has settled, so that a
-// restart does not examine and re-encode the whole folder. Stored as "processed-files.json" in
-// the data folder: sorted keys, unsigned 64-bit hashes written exactly, "updatedAt" as seconds
-// since 2001-01-01 UTC.
+// restart does not examine and re-encode the whole folder, and of which outputs it wrote for which
+// source, so that it never replaces or removes a file it did not write. Stored as
+// "processed-files.json" in the data folder: sorted keys, unsigned 64-bit hashes written exactly,
+// "updatedAt" as seconds since 2001-01-01 UTC.
 //
 // Only the engine's queue reads or writes it; no lock.
 #pragma once
@@ -28,6 +29,13 @@ struct ProcessedFileRecord {
     std::chrono::system_clock::time_point updatedAt;
     std::optional<QString> resourceIdentifier;
     std::optional<QString> settingsKey;
+    // For an output the engine wrote beside or instead of its source: that source's path. It is
+    // what makes the output the engine's own to replace or remove later; a file without it is
+    // never touched.
+    std::optional<QString> source;
+    // For a source whose output has another name: that output's path, the name to look at when
+    // the source is processed again.
+    std::optional<QString> output;
 
     bool operator==(const ProcessedFileRecord&) const = default;
 };

@@ -4,7 +4,6 @@
 #include "engine/watcher/folder_compressor.h"
 #include "engine/watcher/skip_rules.h"
 #include "model/file_url.h"
-#include "model/native_log.h"
 
 #include <QFileInfo>
 
@@ -40,46 +39,14 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
                 results.push_back({file, BatchFileResult::Outcome::skipped, 0, {}});
                 continue;
             }
-            results.push_back(processBatchFile(file));
+            results.push_back(runCandidate(file));
+            context_.setProgress(100);  // also ends a progress animation the file started
         }
         context_.listedCompressedOutputs.reset();
         context_.clearFileMaps();
     });
     lifecycle_.requestStop();
     return results;
-}
-
-BatchFileResult FolderCompressor::processBatchFile(const QString& file) {
-    BatchFileResult outcome{file, BatchFileResult::Outcome::skipped, 0, {}};
-    try {
-        const FolderCompressionResult result = processor_(context_, file);
-        NativeLog::write(QStringLiteral("Processed ") + QFileInfo(file).fileName() +
-                         QStringLiteral(" wrote=") +
-                         (result.didWrite ? QStringLiteral("true") : QStringLiteral("false")) +
-                         QStringLiteral(" saved=") + QString::number(result.savedBytes));
-        if (result.didWrite) {
-            context_.stats.done += 1;
-            context_.stats.savedBytes += std::max<std::int64_t>(result.savedBytes, 0);
-            outcome.outcome = BatchFileResult::Outcome::compressed;
-            outcome.savedBytes = result.savedBytes;
-        } else if (result.historyEntry &&
-                   result.historyEntry->status == CompressionHistoryStatus::alreadyOptimal) {
-            outcome.outcome = BatchFileResult::Outcome::alreadyOptimal;
-        } else {
-            outcome.message = QStringLiteral("existing output is up to date");
-        }
-        if (result.historyEntry) context_.sendHistory(*result.historyEntry);
-    } catch (const FolderCompressorControlError& error) {
-        NativeLog::write(QStringLiteral("Processing stopped ") + QFileInfo(file).fileName() +
-                         QStringLiteral(": ") + QString::fromUtf8(error.what()));
-        outcome.message = QString::fromUtf8(error.what());
-    } catch (const std::exception& error) {
-        reportFailure(file, error);
-        outcome.outcome = BatchFileResult::Outcome::failed;
-        outcome.message = errorDescription(error);
-    }
-    context_.setProgress(100);  // also ends a progress animation the file may have started
-    return outcome;
 }
 
 }  // namespace velt

@@ -16,6 +16,7 @@ void EngineContext::clearFileMaps() {
     processedSignatures.clear();
     unsupportedSignatures.clear();
     pendingFiles.clear();
+    failedSignatures.clear();
 }
 
 void EngineContext::sendStats() const {
@@ -47,7 +48,8 @@ QString EngineContext::processingSettingsKey() const {
     return velt::processingSettingsKey(config);
 }
 
-void EngineContext::rememberProcessed(const QString& path, ProcessedDecision decision) {
+void EngineContext::rememberProcessed(const QString& path, ProcessedDecision decision,
+                                      const Counterpart& counterpart) {
     const auto fingerprint = contentFingerprint(path);
     if (!fingerprint) return;
     const auto signature = fileSignature(path);
@@ -57,6 +59,8 @@ void EngineContext::rememberProcessed(const QString& path, ProcessedDecision dec
     record.updatedAt = std::chrono::system_clock::now();
     record.resourceIdentifier = signature ? signature->resourceIdentifier : std::nullopt;
     record.settingsKey = processingSettingsKey();
+    if (counterpart.source) record.source = standardizedPath(*counterpart.source);
+    if (counterpart.output) record.output = standardizedPath(*counterpart.output);
     processedRegistry.entries[standardizedPath(path)] = record;
     processedRegistry.pruneIfNeeded();
     processedRegistry.save();

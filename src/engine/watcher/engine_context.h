@@ -66,6 +66,8 @@ class EngineContext {
     std::unordered_map<QString, FileSignature> processedSignatures;
     std::unordered_map<QString, FileSignature> unsupportedSignatures;
     std::unordered_map<QString, PendingFile> pendingFiles;
+    // The signature a file had when its processing failed: that version is not tried again.
+    std::unordered_map<QString, FileSignature> failedSignatures;
     ProcessedFileRegistry processedRegistry;
     CompressionStats stats;
     // While an encoder runs: the eased progress animation.
@@ -90,9 +92,15 @@ class EngineContext {
     void startSmoothProgress(int from, int to, double estimatedSeconds);
 
     QString processingSettingsKey() const;
+    // Which file an output was written for, or which output a source has.
+    struct Counterpart {
+        std::optional<QString> source;
+        std::optional<QString> output;
+    };
     // Records the decision for the file's current content, identity and settings, then saves the
     // registry. Nothing is recorded for a file that cannot be read.
-    void rememberProcessed(const QString& path, ProcessedDecision decision);
+    void rememberProcessed(const QString& path, ProcessedDecision decision,
+                           const Counterpart& counterpart = {});
 };
 
 }  // namespace velt

@@ -122,6 +122,22 @@ bool FolderCompressor::processCandidate(const QString& file) {
     context_.stats.active = 1;
     context_.stats.progress = 0;
     context_.sendStats();
+    const BatchFileResult outcome = runCandidate(file);
+    if (outcome.outcome == BatchFileResult::Outcome::cancelled) return false;  // stop() resets
+    if (outcome.outcome != BatchFileResult::Outcome::failed &&
+        outcome.outcome != BatchFileResult::Outcome::skipped) {
+        context_.setProgress(100);
+        QThread::msleep(static_cast<unsigned long>(timing_.restAfterFile.count()));
+    }
+    context_.stats.active = 0;
+    context_.stats.progress.reset();
+    context_.sendStats();
+    return true;
+}
+
+BatchFileResult FolderCompressor::runCandidate(const QString& file) {
+    using Outcome = BatchFileResult::Outcome;
+    BatchFileResult outcome{file, Outcome::skipped, 0, {}};
     try {
         const FolderCompressionResult result = processor_(context_, file);
         NativeLog::write(QStringLiteral("Processed ") + fileName(file) + QStringLiteral(" wrote=") +
@@ -130,14 +146,22 @@ bool FolderCompressor::processCandidate(const QString& file) {
         if (result.didWrite) {
             context_.stats.done += 1;
             context_.stats.savedBytes += std::max<std::int64_t>(result.savedBytes, 0);
+            outcome.outcome = Outcome::compressed;
+            outcome.savedBytes = result.savedBytes;
+        } else if (result.historyEntry &&
+                   result.historyEntry->status == CompressionHistoryStatus::alreadyOptimal) {
+            outcome.outcome = Outcome::alreadyOptimal;
+        } else {
+            outcome.outcome = Outcome::skipped;
+            outcome.message = result.nothingDoneReason;
         }
         if (result.historyEntry) context_.sendHistory(*result.historyEntry);
-        context_.setProgress(100);
-        QThread::msleep(static_cast<unsigned long>(timing_.restAfterFile.count()));
     } catch (const FolderCompressorControlError& error) {
         if (error.kind() == FolderCompressorControlError::cancelled) {
             NativeLog::write(QStringLiteral("Processing cancelled ") + fileName(file));
-            return false;  // the counters are left to stop()
+            outcome.outcome = Outcome::cancelled;
+            outcome.message = QString::fromUtf8(error.what());
+            return outcome;
         }
         const QString key = standardizedPath(file);
         context_.pendingFiles.erase(key);
@@ -145,16 +169,20 @@ bool FolderCompressor::processCandidate(const QString& file) {
         context_.recentWrites.erase(key);
         NativeLog::write(QStringLiteral("Source changed during processing; retry deferred ") +
                          fileName(file));
+        outcome.message = QString::fromUtf8(error.what());
     } catch (const std::exception& error) {
         reportFailure(file, error);
+        outcome.outcome = Outcome::failed;
+        outcome.message = errorDescription(error);
     }
-    context_.stats.active = 0;
-    context_.stats.progress.reset();
-    context_.sendStats();
-    return true;
+    return outcome;
 }
 
 void FolderCompressor::reportFailure(const QString& file, const std::exception& error) {
+    // A broken file fails once per version: it is tried again only when it changes (or after a
+    // restart), so it cannot flood the history, the error count and the machine.
+    if (const auto signature = fileSignature(file))
+        context_.failedSignatures[standardizedPath(file)] = *signature;
     const QString description = errorDescription(error);
     NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") + description);
     context_.stats.errors += 1;

@@ -28,11 +28,12 @@ namespace velt {
 
 // What a batch run did with one candidate.
 struct BatchFileResult {
-    enum class Outcome { compressed, alreadyOptimal, failed, skipped };
+    // cancelled: the engine was stopped while this file was in progress.
+    enum class Outcome { compressed, alreadyOptimal, failed, skipped, cancelled };
     QString file;
     Outcome outcome = Outcome::skipped;
     std::int64_t savedBytes = 0;  // for compressed files
-    QString message;              // for failed files
+    QString message;              // for failed files, and why a file was skipped
 };
 
 class FolderCompressor {
@@ -78,9 +79,13 @@ class FolderCompressor {
     void startPolling();
     void scheduleScan();
     void scan();
-    // Processes one candidate; false when the scan must end (cancellation).
+    // Processes one candidate as a scan does; false when the scan must end (cancellation).
     bool processCandidate(const QString& file);
-    BatchFileResult processBatchFile(const QString& file);
+    // Runs the processor on one candidate and does what every processed file needs, in a scan
+    // and in a batch alike: the "Processed" line, the counters, the history entry, and for a
+    // failure its report and the memory that keeps this version of the file from being tried
+    // again. Never throws.
+    BatchFileResult runCandidate(const QString& file);
     void reportFailure(const QString& file, const std::exception& error);
     void reportUnsupportedIfNeeded(const QString& file);
     void stopTimers();

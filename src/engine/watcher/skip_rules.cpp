@@ -15,7 +15,7 @@ void forgetWrites(EngineContext& context, const QString& key) {
 void removeStaleOutputsOf(EngineContext& context, const QString& file) {
     // Nothing to look for when the listing saw no compressed output at all (the common case).
     if (context.listedCompressedOutputs && context.listedCompressedOutputs->isEmpty()) return;
-    if (const auto predicted = predictedOutputURL(context.config, file))
+    if (const auto predicted = predictedOutputURL(context, file))
         removeStaleCompressedOutputs(
             context, file, *predicted,
             context.listedCompressedOutputs ? &*context.listedCompressedOutputs : nullptr);
@@ -81,11 +81,20 @@ bool stillSettling(EngineContext& context, const EngineTiming& timing, const QSt
     return true;
 }
 
+// A version of a file that failed stays failed until it changes.
+bool failedBefore(EngineContext& context, const QString& key, const FileSignature& signature) {
+    const auto failed = context.failedSignatures.find(key);
+    if (failed == context.failedSignatures.end()) return false;
+    if (failed->second == signature) return true;
+    context.failedSignatures.erase(failed);
+    return false;
+}
+
 }  // namespace
 
 bool registryCanSkip(const EngineContext& context, const QString& file) {
     if (context.config.originalPolicy == OriginalPolicy::replace) return true;
-    const auto predicted = predictedOutputURL(context.config, file);
+    const auto predicted = predictedOutputURL(context, file);
     return predicted && existingOutputIsFresh(context.config, file, *predicted);
 }
 
@@ -94,6 +103,7 @@ bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QStrin
     const auto now = EngineClock::now();
     const auto signature = fileSignature(file);
     if (!signature) return true;
+    if (failedBefore(context, key, *signature)) return true;
     if (checkOwnWrite(context, timing, file, key, *signature, now) == Verdict::skip) return true;
     if (checkRecentWrite(context, timing, key, *signature, now) == Verdict::skip) return true;
 

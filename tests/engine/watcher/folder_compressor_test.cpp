@@ -20,7 +20,7 @@ FolderCompressionResult wrote(const QString& file, std::int64_t saved) {
     entry.date = QDateTime::currentDateTimeUtc();
     entry.sourceURL = file;
     entry.status = CompressionHistoryStatus::compressed;
-    return {true, saved, entry};
+    return {true, saved, entry, {}};
 }
 
 TEST(FolderCompressorLifecycle, StartFailsOnMissingFolderOrPlainFile) {
@@ -122,6 +122,23 @@ TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
         eventually([&] { return rig.stats().back().errors >= 1 && rig.stats().back().done == 1; }));
     EXPECT_TRUE(rig.log().contains("Process error " + rig.file(QStringLiteral("bad.jpg")).toUtf8() +
                                    ": Broken image"));
+
+    // That version of the broken file is not tried again, however many scans pass...
+    const auto attemptsOnBad = [&] {
+        std::size_t count = 0;
+        for (const testing::Call& call : rig.calls())
+            count += call.file.endsWith(QLatin1String("bad.jpg"));
+        return count;
+    };
+    std::this_thread::sleep_for(20 * testing::fastTiming().polling);
+    EXPECT_EQ(attemptsOnBad(), 1u);
+    EXPECT_EQ(rig.history().size(), 2u);
+    // ...until it changes,
+    testing::writeFile(rig.file(QStringLiteral("bad.jpg")), QByteArray(99, 'c'));
+    EXPECT_TRUE(eventually([&] { return attemptsOnBad() == 2; }));
+    // or the engine starts again.
+    rig.start();
+    EXPECT_TRUE(eventually([&] { return attemptsOnBad() == 3; }));
 }
 
 TEST(FolderCompressorScan, ChangedSourceIsRetriedAsNew) {

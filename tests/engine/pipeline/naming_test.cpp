@@ -1,0 +1,215 @@
+// Output naming and collisions: the engine never writes over, moves aside or removes a file it
+// did not write, and sources that share a base name each keep their own output.
+#include "engine/pipeline/output_naming.h"
+#include "engine/pipeline/process.h"
+#include "image_fixtures.h"
+#include "imageio/image_io.h"
+#include "support/test_environment.h"
+
+#include <gtest/gtest.h>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+namespace velt {
+namespace {
+
+using testing::readFile;
+using testing::writeFile;
+
+class NamingTest : public ::testing::Test {
+  protected:
+    NamingTest() : context(lifecycle, callbacks) { context.watchDirectory = folder.path(); }
+
+    QString file(const QString& name) const { return QDir(folder.path()).filePath(name); }
+
+    void setAge(const QString& path, int secondsAgo) {
+        QFile handle(path);
+        ASSERT_TRUE(handle.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(handle.setFileTime(QDateTime::currentDateTime().addSecs(-secondsAgo),
+                                       QFileDevice::FileModificationTime));
+    }
+
+    QStringList folderNames() const {
+        QStringList names = QDir(folder.path()).entryList(QDir::Files | QDir::Hidden);
+        names.sort();
+        return names;
+    }
+
+    testing::IsolatedDataFolder data;
+    QTemporaryDir folder;
+    EngineLifecycle lifecycle;
+    EngineCallbacks callbacks;
+    EngineContext context;
+};
+
+// What stands under the first-choice name when a source is named.
+enum class Occupant { nothing, ownOutput, otherSourcesOutput, usersOlderFile, usersNewerFile };
+
+TEST_F(NamingTest, TheFirstChoiceIsTakenOnlyWhenFreeOrTheEnginesOwnForThisSource) {
+    struct Row {
+        OriginalPolicy policy;
+        ImageFormat target;  // the source is a PNG
+        Occupant occupant;
+        const char* expected;
+    };
+    using enum Occupant;
+    const auto keep = OriginalPolicy::keep;
+    const auto replace = OriginalPolicy::replace;
+    const Row rows[] = {
+        {keep, ImageFormat::jpeg, nothing, "photo_veltcompressed.jpg"},
+        {keep, ImageFormat::jpeg, ownOutput, "photo_veltcompressed.jpg"},
+        {keep, ImageFormat::jpeg, otherSourcesOutput, "photo-2_veltcompressed.jpg"},
+        {keep, ImageFormat::jpeg, usersOlderFile, "photo-2_veltcompressed.jpg"},
+        // Not older than the source: it settles the source as up to date, untouched.
+        {keep, ImageFormat::jpeg, usersNewerFile, "photo_veltcompressed.jpg"},
+        {keep, ImageFormat::png, otherSourcesOutput, "photo-2_veltcompressed.png"},
+        {replace, ImageFormat::jpeg, nothing, "photo.jpg"},
+        {replace, ImageFormat::jpeg, ownOutput, "photo.jpg"},
+        {replace, ImageFormat::jpeg, otherSourcesOutput, "photo-2.jpg"},
+        {replace, ImageFormat::jpeg, usersOlderFile, "photo-2.jpg"},
+        {replace, ImageFormat::jpeg, usersNewerFile, "photo-2.jpg"},
+        // Compressed in place: its own name, whatever stands elsewhere.
+        {replace, ImageFormat::png, usersNewerFile, "photo.png"},
+    };
+    for (const Row& row : rows) {
+        QTemporaryDir fresh;
+        context.processedRegistry.entries.clear();
+        context.config.originalPolicy = row.policy;
+        const QString source = QDir(fresh.path()).filePath(QStringLiteral("photo.png"));
+        writeFile(source, "source");
+        setAge(source, 100);
+        const QString first =
+            QDir(fresh.path())
+                .filePath(QStringLiteral("photo") +
+                          (row.policy == keep ? QStringLiteral("_veltcompressed") : QString()) +
+                          QLatin1Char('.') + fileExtension(row.target));
+        if (row.occupant != nothing && first != source) {
+            writeFile(first, "occupant");
+            setAge(first, row.occupant == usersOlderFile ? 200 : 10);
+            if (row.occupant == ownOutput)
+                context.rememberProcessed(first, ProcessedDecision::compressed,
+                                          {source, std::nullopt});
+            if (row.occupant == otherSourcesOutput)
+                context.rememberProcessed(
+                    first, ProcessedDecision::compressed,
+                    {QDir(fresh.path()).filePath(QStringLiteral("photo.heic")), std::nullopt});
+        }
+        const QString output = outputPath(context, source, ImageFormat::png, row.target);
+        EXPECT_EQ(QFileInfo(output).fileName().toStdString(), row.expected)
+            << "policy " << static_cast<int>(row.policy) << ", target "
+            << fileExtension(row.target).toStdString() << ", occupant "
+            << static_cast<int>(row.occupant);
+    }
+}
+
+TEST_F(NamingTest, OwnOutputChangedByTheUserIsNoLongerTheEngines) {
+    const QString source = file(QStringLiteral("a.png"));
+    const QString output = file(QStringLiteral("a_veltcompressed.jpg"));
+    writeFile(source, "source");
+    setAge(source, 10);
+    writeFile(output, "what the engine wrote");
+    context.rememberProcessed(output, ProcessedDecision::compressed, {source, std::nullopt});
+    EXPECT_TRUE(isOwnOutputOf(context, output, source));
+    EXPECT_FALSE(isOwnOutputOf(context, output, file(QStringLiteral("a.webp"))));
+    writeFile(output, "the user's own edit of it");
+    setAge(output, 100);
+    EXPECT_FALSE(isOwnOutputOf(context, output, source));
+    EXPECT_EQ(outputPath(context, source, ImageFormat::png, ImageFormat::jpeg),
+              file(QStringLiteral("a-2_veltcompressed.jpg")));
+}
+
+TEST_F(NamingTest, NamesThatWouldPass255BytesAreShortenedAtACharacterBoundary) {
+    // 80 three-byte characters: 240 bytes of base, too long once a suffix is added.
+    const QString base = QString(80, QChar(0x5199));
+    const QString source = file(base + QStringLiteral(".png"));
+    writeFile(source, "source");
+    const QString output = outputPath(context, source, ImageFormat::png, ImageFormat::webp);
+    const QString name = QFileInfo(output).fileName();
+    EXPECT_LE(name.toUtf8().size(), 255);
+    EXPECT_TRUE(name.endsWith(QStringLiteral("_veltcompressed.webp")));
+    EXPECT_TRUE(base.startsWith(name.left(name.indexOf(QLatin1Char('_')))));
+    EXPECT_FALSE(name.contains(QChar::ReplacementCharacter));
+}
+
+// Sources that share a base name, every one converted to JPEG, in both policies: nothing of the
+// user's is lost, each source keeps its own output, a second pass changes nothing.
+TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
+    const auto photo = testing::photoLikeBitmap(96, 64);
+    for (const auto policy : {OriginalPolicy::replace, OriginalPolicy::keep}) {
+        QTemporaryDir fresh;
+        const QDir dir(fresh.path());
+        context.watchDirectory = fresh.path();
+        context.processedRegistry.entries.clear();
+        context.clearFileMaps();
+        context.config.originalPolicy = policy;
+        context.config.formatStrategy = FormatStrategy::jpeg;
+        // The user's own photo.jpg, and a file of theirs that merely looks like an output.
+        const QString usersJPEG = dir.filePath(QStringLiteral("photo.jpg"));
+        ASSERT_TRUE(testing::writeJPEGWithCjpeg(photo, 90, usersJPEG));
+        const QByteArray usersBytes = readFile(usersJPEG);
+        const QString lookalike = dir.filePath(QStringLiteral("photo_veltcompressed.webp"));
+        writeFile(lookalike, "the user's own file");
+        setAge(lookalike, 1000);
+        QStringList sources;
+        for (const auto format : {ImageFormat::png, ImageFormat::heic}) {
+            const QString path = dir.filePath(QStringLiteral("photo.") + fileExtension(format));
+            imageio::encodeImage(photo, format, 80, path);
+            setAge(path, 500);
+            sources << path;
+        }
+        for (int pass = 0; pass < 2; ++pass) {
+            for (const QString& source : sources) {
+                if (!QFileInfo::exists(source)) continue;
+                const FolderCompressionResult result = process(context, source);
+                if (pass == 1) {
+                    EXPECT_FALSE(result.didWrite) << source.toStdString();
+                    continue;
+                }
+                ASSERT_TRUE(result.didWrite) << source.toStdString() << " policy " << static_cast<int>(policy) << " " << readFile(data.file(QStringLiteral("native.log"))).toStdString();
+                ASSERT_TRUE(result.historyEntry && result.historyEntry->outputURL);
+                EXPECT_TRUE(testing::decodeIndependently(*result.historyEntry->outputURL));
+            }
+        }
+        EXPECT_EQ(readFile(usersJPEG), usersBytes);
+        EXPECT_EQ(readFile(lookalike), "the user's own file");
+        QStringList names = dir.entryList(QDir::Files | QDir::Hidden);
+        names.sort();
+        const QStringList expected =
+            policy == OriginalPolicy::replace
+                ? QStringList{QStringLiteral("photo-2.jpg"), QStringLiteral("photo-3.jpg"),
+                              QStringLiteral("photo.jpg"),
+                              QStringLiteral("photo_veltcompressed.webp")}
+                : QStringList{QStringLiteral("photo-2_veltcompressed.jpg"),
+                              QStringLiteral("photo.heic"),
+                              QStringLiteral("photo.jpg"),
+                              QStringLiteral("photo.png"),
+                              QStringLiteral("photo_veltcompressed.jpg"),
+                              QStringLiteral("photo_veltcompressed.webp")};
+        EXPECT_EQ(names, expected) << names.join(QLatin1Char(' ')).toStdString();
+    }
+}
+
+// A change of format removes the engine's earlier output of that source, and only that.
+TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
+    const QString source = file(QStringLiteral("logo.png"));
+    imageio::encodeImage(testing::photoLikeBitmap(80, 60, true), ImageFormat::png, 0, source);
+    setAge(source, 100);
+    context.config.formatStrategy = FormatStrategy::jpeg;
+    ASSERT_TRUE(process(context, source).didWrite);
+    const QString ownJPEG = file(QStringLiteral("logo_veltcompressed.jpg"));
+    ASSERT_TRUE(QFileInfo::exists(ownJPEG));
+    writeFile(file(QStringLiteral("logo_veltcompressed.avif")), "the user's file");
+
+    context.config.formatStrategy = FormatStrategy::webp;
+    ASSERT_TRUE(process(context, source).didWrite);
+    EXPECT_EQ(folderNames(),
+              (QStringList{QStringLiteral("logo.png"), QStringLiteral("logo_veltcompressed.avif"),
+                           QStringLiteral("logo_veltcompressed.webp")}));
+    EXPECT_TRUE(readFile(data.file(QStringLiteral("native.log")))
+                    .contains("Removed stale output logo_veltcompressed.jpg"));
+}
+
+}  // namespace
+}  // namespace velt
