@@ -24,8 +24,17 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         context_.clearFileMaps();
         context_.stats = CompressionStats();
         QSet<QString> compressedOutputs;
+        const QString watched = *context_.watchDirectory;
         const QStringList candidates = supportedFiles(
-            *context_.watchDirectory, [](const QString&) {}, &compressedOutputs);
+            watched, [](const QString&) {}, &compressedOutputs,
+            [&](const QByteArray& rawName, const FileSignature& signature) {
+                reportUndecodableNameIfNeeded(watched, rawName, signature);
+                if (!supportedExtensions.contains(lowerExtension(QString::fromUtf8(rawName))))
+                    return;
+                results.push_back({watched + QLatin1Char('/') + QString::fromUtf8(rawName),
+                                   BatchFileResult::Outcome::skipped, 0,
+                                   QStringLiteral("the file name is not valid UTF-8")});
+            });
         context_.listedCompressedOutputs = std::move(compressedOutputs);
         // A batch is asked for what is there now: every file counts as settled, so it is seen
         // as pending since long enough ago and the stability rule lets it through at once.

@@ -111,7 +111,8 @@ bool hasInterestingExtension(const char* name) {
 
 QStringList supportedFiles(const QString& folder,
                            const std::function<void(const QString&)>& reportUnsupported,
-                           QSet<QString>* compressedOutputs) {
+                           QSet<QString>* compressedOutputs,
+                           const UndecodableNameReport& reportUndecodableName) {
     QStringList candidates;
     // Every child of a folder inside a backup folder is inside it too.
     if (insideBackupFolder(folder)) return candidates;
@@ -126,6 +127,13 @@ QStringList supportedFiles(const QString& folder,
             continue;
         // A direct child is inside the folder by construction: only its name can exclude it.
         const QString name = QFile::decodeName(entry->d_name);
+        if (QFile::encodeName(name) != entry->d_name) {
+            if (reportUndecodableName) {
+                if (const auto signature = fileSignatureAt(::dirfd(dir.get()), entry->d_name))
+                    reportUndecodableName(QByteArray(entry->d_name), *signature);
+            }
+            continue;
+        }
         if (ignoredByName(name)) {
             if (compressedOutputs && isCompressedOutputName(name)) compressedOutputs->insert(name);
             continue;

@@ -1,6 +1,8 @@
 // Which files in the watched folder are candidates for processing.
 #pragma once
 
+#include "engine/watcher/file_signature.h"
+
 #include <QSet>
 #include <QString>
 #include <QStringList>
@@ -30,10 +32,15 @@ bool shouldIgnore(const QString& file, const QString& folder);
 // links are never followed), not hidden, not ignored, with a supported extension. Every other
 // regular file that is not ignored and whose extension is in unsupportedDropExtensions is passed
 // to `reportUnsupported` (other files are passed over without a look). When `compressedOutputs` is
-// given, it receives the names of the "_veltcompressed" files seen. An unreadable folder gives
-// no candidates.
+// given, it receives the names of the "_veltcompressed" files seen. A file whose name is not valid
+// UTF-8 (Linux names are bytes) is never a candidate: the program's file operations work on text
+// paths and would reach another name. It is passed to `reportUndecodableName`, when given, with
+// its raw name and its signature. An unreadable folder gives no candidates.
+using UndecodableNameReport =
+    std::function<void(const QByteArray& rawName, const FileSignature& signature)>;
 QStringList supportedFiles(const QString& folder,
                            const std::function<void(const QString&)>& reportUnsupported,
-                           QSet<QString>* compressedOutputs = nullptr);
+                           QSet<QString>* compressedOutputs = nullptr,
+                           const UndecodableNameReport& reportUndecodableName = nullptr);
 
 }  // namespace velt

@@ -14,23 +14,37 @@ FileTime toFileTime(const struct statx_timestamp& stamp) {
     return FileTime(std::chrono::seconds(stamp.tv_sec) + std::chrono::nanoseconds(stamp.tv_nsec));
 }
 
-bool readStatx(const QString& path, struct statx& result) {
-    const QByteArray encoded = QFile::encodeName(path);
-    return ::statx(AT_FDCWD, encoded.constData(), AT_SYMLINK_NOFOLLOW,
+bool readStatxAt(int folder, const char* name, struct statx& result) {
+    return ::statx(folder, name, AT_SYMLINK_NOFOLLOW,
                    STATX_SIZE | STATX_MTIME | STATX_BTIME | STATX_INO, &result) == 0;
 }
 
-}  // namespace
+bool readStatx(const QString& path, struct statx& result) {
+    return readStatxAt(AT_FDCWD, QFile::encodeName(path).constData(), result);
+}
 
-std::optional<FileSignature> fileSignature(const QString& path) {
-    struct statx info {};
-    if (!readStatx(path, info) || !(info.stx_mask & STATX_MTIME)) return std::nullopt;
+std::optional<FileSignature> signatureOf(const struct statx& info) {
+    if (!(info.stx_mask & STATX_MTIME)) return std::nullopt;
     FileSignature signature;
     signature.size = (info.stx_mask & STATX_SIZE) ? static_cast<std::int64_t>(info.stx_size) : 0;
     signature.modifiedAt = toFileTime(info.stx_mtime);
     if (info.stx_mask & STATX_BTIME) signature.attributeModifiedAt = toFileTime(info.stx_btime);
     if (info.stx_mask & STATX_INO) signature.resourceIdentifier = QString::number(info.stx_ino);
     return signature;
+}
+
+}  // namespace
+
+std::optional<FileSignature> fileSignature(const QString& path) {
+    struct statx info {};
+    if (!readStatx(path, info)) return std::nullopt;
+    return signatureOf(info);
+}
+
+std::optional<FileSignature> fileSignatureAt(int folder, const char* name) {
+    struct statx info {};
+    if (!readStatxAt(folder, name, info)) return std::nullopt;
+    return signatureOf(info);
 }
 
 std::int64_t fileSize(const QString& path) {

@@ -25,6 +25,10 @@ struct FileSignature {
 // attributes cannot be read.
 std::optional<FileSignature> fileSignature(const QString& path);
 
+// The signature of the entry `name` of the open folder `folder`, by its raw bytes (for names that
+// have no faithful text form).
+std::optional<FileSignature> fileSignatureAt(int folder, const char* name);
+
 // The size in bytes of the item at `path`. Throws FileSystemError when it cannot be read.
 std::int64_t fileSize(const QString& path);
 

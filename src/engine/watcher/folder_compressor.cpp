@@ -102,7 +102,10 @@ void FolderCompressor::scan() {
     QSet<QString> compressedOutputs;
     const QStringList candidates = supportedFiles(
         folder, [this](const QString& file) { reportUnsupportedIfNeeded(file); },
-        &compressedOutputs);
+        &compressedOutputs,
+        [this, &folder](const QByteArray& rawName, const FileSignature& sig) {
+            reportUndecodableNameIfNeeded(folder, rawName, sig);
+        });
     NativeLog::debug(QStringLiteral("Scan ") + folder + QStringLiteral(" files=") +
                      QString::number(candidates.size()));
     // The skip rules look for a settled file's stale outputs only among the names listed here.
@@ -200,6 +203,38 @@ void FolderCompressor::reportFailure(const QString& file, const std::exception& 
     entry.status = CompressionHistoryStatus::failed;
     entry.message = description;
     context_.sendHistory(entry);
+}
+
+namespace {
+
+// The raw bytes of a name for the log: printable ASCII as it is, every other byte as \xNN.
+QString escapedName(const QByteArray& rawName) {
+    QString shown;
+    for (const char byte : rawName) {
+        const auto value = static_cast<unsigned char>(byte);
+        if (value >= 0x20 && value < 0x7f)
+            shown += QLatin1Char(byte);
+        else
+            shown += QStringLiteral("\\x%1").arg(value, 2, 16, QLatin1Char('0'));
+    }
+    return shown;
+}
+
+}  // namespace
+
+void FolderCompressor::reportUndecodableNameIfNeeded(const QString& folder,
+                                                     const QByteArray& rawName,
+                                                     const FileSignature& signature) {
+    if (!supportedExtensions.contains(lowerExtension(QString::fromUtf8(rawName)))) return;
+    // Keyed by the name's escaped form, which, unlike its lossy text form, is unique.
+    const QString key = folder + QLatin1Char('/') + escapedName(rawName);
+    const auto known = context_.unsupportedSignatures.find(key);
+    if (known != context_.unsupportedSignatures.end() && known->second == signature) return;
+    context_.unsupportedSignatures[key] = signature;
+    NativeLog::write(QStringLiteral("Unsupported file name (not valid UTF-8) ") +
+                     escapedName(rawName));
+    context_.sendEvent(CompressionNotificationEvent::unsupportedFile(folder + QLatin1Char('/') +
+                                                                     QString::fromUtf8(rawName)));
 }
 
 void FolderCompressor::reportUnsupportedIfNeeded(const QString& file) {

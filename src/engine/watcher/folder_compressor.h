@@ -88,6 +88,9 @@ class FolderCompressor {
     BatchFileResult runCandidate(const QString& file);
     void reportFailure(const QString& file, const std::exception& error);
     void reportUnsupportedIfNeeded(const QString& file);
+    // An image whose name is not valid UTF-8 is reported once per version as unsupported.
+    void reportUndecodableNameIfNeeded(const QString& folder, const QByteArray& rawName,
+                                       const FileSignature& signature);
     void stopTimers();
 
     EngineLifecycle lifecycle_;

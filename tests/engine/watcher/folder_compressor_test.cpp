@@ -4,7 +4,10 @@
 #include "engine/install/safe_install.h"
 #include "engine_test_rig.h"
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <gtest/gtest.h>
+#include <cstring>
 #include <QFile>
 
 namespace velt {
@@ -92,6 +95,30 @@ TEST(FolderCompressorScan, UnsupportedNoticeOncePerSignature) {
     EXPECT_TRUE(eventually([&] { return rig.events().size() == 2; }));
     EXPECT_EQ(rig.callCount(), 0u);
     EXPECT_EQ(rig.log().count("Unsupported file clip.MOV"), 2);
+}
+
+// Linux names are bytes: an image whose name is not UTF-8 is reported once per version, never
+// processed under a mangled name and never passed over in silence.
+TEST(FolderCompressorScan, ImageNameThatIsNotUTF8IsReportedOncePerVersion) {
+    EngineRig rig;
+    rig.start();
+    const QByteArray raw = QFile::encodeName(rig.folder.path()) + "/ph\xffto.jpg";
+    const auto writeRaw = [&](const char* bytes) {
+        const int fd = ::open(raw.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::write(fd, bytes, std::strlen(bytes)), static_cast<ssize_t>(std::strlen(bytes)));
+        ::close(fd);
+    };
+    writeRaw("jpeg");
+    ASSERT_TRUE(eventually([&] { return rig.events().size() == 1; }));
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(rig.events().size(), 1u);
+    EXPECT_EQ(rig.events()[0].kind(), CompressionNotificationEvent::Kind::unsupportedFile);
+    writeRaw("a changed jpeg");
+    EXPECT_TRUE(eventually([&] { return rig.events().size() == 2; }));
+    EXPECT_EQ(rig.callCount(), 0u);
+    EXPECT_EQ(rig.log().count("Unsupported file name (not valid UTF-8) ph\\xffto.jpg"), 2);
+    ::unlink(raw.constData());
 }
 
 TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
