@@ -98,9 +98,9 @@ bool registryCanSkip(const EngineContext& context, const QString& file) {
     return predicted && existingOutputIsFresh(context.config, file, *predicted);
 }
 
-bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QString& file) {
+bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QString& file,
+                EngineClock::time_point now) {
     const QString key = standardizedPath(file);
-    const auto now = EngineClock::now();
     const auto signature = fileSignature(file);
     if (!signature) return true;
     if (failedBefore(context, key, *signature)) return true;

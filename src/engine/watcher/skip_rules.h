@@ -11,8 +11,9 @@ namespace velt {
 
 // True when `file` must not be processed in this scan. Updates the engine's maps as it decides
 // (a new or changed signature starts waiting in pendingFiles; a file that held still long enough
-// leaves it and is processed).
-bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QString& file);
+// leaves it and is processed). `now` is the time the decision is made for.
+bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QString& file,
+                EngineClock::time_point now = EngineClock::now());
 
 // The registry may only settle a kept original while its compressed sibling still exists and
 // is fresh; a replaced original is settled by its record alone.
