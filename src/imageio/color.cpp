@@ -86,6 +86,12 @@ std::uint8_t inkProduct(unsigned ink, unsigned black) {
 
 }  // namespace
 
+QByteArray iccProfileToEmbed(const ColorSpace& space) {
+    if (space.model != ColorModel::rgb || space.iccData.isEmpty()) return {};
+    if (space.name.contains(QLatin1String("srgb"), Qt::CaseInsensitive)) return {};
+    return space.iccData;
+}
+
 ColorSpace sRGBColorSpace() {
     return ColorSpace{ColorModel::rgb, QStringLiteral("sRGB"), QByteArray()};
 }

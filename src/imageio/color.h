@@ -21,6 +21,12 @@ struct ColorSpace {
     bool operator==(const ColorSpace&) const = default;
 };
 
+// The ICC profile an encoded copy must carry to keep the colours of `space`: its bytes when it is
+// an RGB space other than sRGB (by name, case-insensitively), else nothing (sRGB is every
+// format's default assumption, so writing it only costs bytes; grey and CMYK images are
+// converted to sRGB before encoding).
+QByteArray iccProfileToEmbed(const ColorSpace& space);
+
 // The default space of untagged images: sRGB, named, no profile bytes.
 ColorSpace sRGBColorSpace();
 

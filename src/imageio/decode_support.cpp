@@ -1,7 +1,7 @@
 // Size guards, error helpers and file access shared by the decoders and header readers.
 #include "imageio/decode_internal.h"
 
-#include "model/constants.h"
+#include "model/image_safety.h"
 
 #include <QFile>
 
@@ -12,19 +12,14 @@ void throwCorrupt(const QString& what) {
 }
 
 void checkDecodeSize(std::int64_t width, std::int64_t height) {
-    if (width < 1 || height < 1) throwCorrupt(QStringLiteral("The image has invalid dimensions."));
-    const auto refuse = [&] {
-        throw ImageIOError(ImageIOError::tooLarge,
-                           QStringLiteral("The image is too large to process safely (%1\u00D7%2).")
-                               .arg(width)
-                               .arg(height));
-    };
-    std::int64_t pixels = 0;
-    std::int64_t bytes = 0;
-    if (__builtin_mul_overflow(width, height, &pixels)) refuse();
-    if (__builtin_mul_overflow(pixels, std::int64_t{4}, &bytes)) refuse();
-    if (pixels > maximumDecodedPixelCount) refuse();
-    if (bytes > maximumDecodedRasterBytes) refuse();
+    try {
+        validatedDecodedRasterByteCount(width, height);
+    } catch (const ImageSafetyError& error) {
+        throw ImageIOError(error.kind() == ImageSafetyError::invalidDimensions
+                               ? ImageIOError::corruptFile
+                               : ImageIOError::tooLarge,
+                           error.errorDescription());
+    }
 }
 
 QByteArray readWholeFile(const QString& path) {

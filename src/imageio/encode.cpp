@@ -9,16 +9,6 @@
 
 namespace velt::imageio {
 
-namespace detail {
-
-QByteArray iccProfileToEmbed(const ColorSpace& space) {
-    if (space.model != ColorModel::rgb || space.iccData.isEmpty()) return {};
-    if (space.name.contains(QLatin1String("srgb"), Qt::CaseInsensitive)) return {};
-    return space.iccData;
-}
-
-}  // namespace detail
-
 namespace {
 
 void checkBitmap(const Bitmap& bitmap) {
@@ -34,7 +24,7 @@ void checkBitmap(const Bitmap& bitmap) {
 }
 
 QByteArray encodeToMemory(const Bitmap& bitmap, ImageFormat format, int quality) {
-    const QByteArray icc = detail::iccProfileToEmbed(bitmap.colorSpace);
+    const QByteArray icc = iccProfileToEmbed(bitmap.colorSpace);
     switch (format) {
         case ImageFormat::jpeg:
             return detail::encodeJPEG(bitmap, quality, icc);

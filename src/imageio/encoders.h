@@ -10,10 +10,6 @@
 
 namespace velt::imageio::detail {
 
-// The ICC profile to write for `space`: its bytes when it is an RGB space other than sRGB (by
-// name, case-insensitively), else nothing (sRGB is every format's default assumption).
-QByteArray iccProfileToEmbed(const ColorSpace& space);
-
 // Baseline JPEG at `quality` (clamped to 0-100), 4:2:0, optimised Huffman tables. Alpha is
 // ignored (the caller flattens first when it cares); `icc` goes into APP2 markers when non-empty.
 QByteArray encodeJPEG(const Bitmap& bitmap, int quality, const QByteArray& icc);

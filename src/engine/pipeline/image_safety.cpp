@@ -10,14 +10,6 @@
 namespace velt {
 namespace {
 
-QString describe(ImageSafetyError::Kind kind, std::int64_t width, std::int64_t height) {
-    if (kind == ImageSafetyError::invalidDimensions)
-        return QStringLiteral("The image has invalid dimensions.");
-    return QStringLiteral("The image is too large to process safely (%1×%2).")
-        .arg(width)
-        .arg(height);
-}
-
 [[noreturn]] void rejectWrittenFile(const QString& path) {
     QFile::remove(path);
     throw FileSystemError(FileSystemError::writeUnknown,
@@ -26,42 +18,11 @@ QString describe(ImageSafetyError::Kind kind, std::int64_t width, std::int64_t h
 
 }  // namespace
 
-ImageSafetyError::ImageSafetyError(Kind kind, std::int64_t width, std::int64_t height)
-    : std::runtime_error(describe(kind, width, height).toStdString()),
-      kind_(kind),
-      width_(width),
-      height_(height) {}
-
-ImageSafetyError ImageSafetyError::limitExceeded(std::int64_t width, std::int64_t height) {
-    return {resourceLimitExceeded, width, height};
-}
-
-ImageSafetyError ImageSafetyError::dimensionsInvalid() {
-    return {invalidDimensions, 0, 0};
-}
-
-QString ImageSafetyError::errorDescription() const {
-    return describe(kind_, width_, height_);
-}
-
-std::int64_t validatedDecodedRasterByteCount(std::int64_t width, std::int64_t height) {
-    if (width < 1 || height < 1) throw ImageSafetyError::dimensionsInvalid();
-    std::int64_t pixels = 0;
-    std::int64_t bytes = 0;
-    if (__builtin_mul_overflow(width, height, &pixels) || __builtin_mul_overflow(pixels, 4, &bytes))
-        throw ImageSafetyError::limitExceeded(width, height);
-    // Both limits are checked so that either constant can be changed alone.
-    if (pixels > maximumDecodedPixelCount || bytes > maximumDecodedRasterBytes)
-        throw ImageSafetyError::limitExceeded(width, height);
-    return bytes;
-}
-
 std::optional<QByteArray> iccDataForEncoding(const std::optional<imageio::ColorSpace>& colorSpace) {
-    if (!colorSpace || colorSpace->model != imageio::ColorModel::rgb) return std::nullopt;
-    // sRGB is what every output format assumes anyway: embedding it only costs bytes.
-    if (colorSpace->name.contains(QLatin1String("srgb"), Qt::CaseInsensitive)) return std::nullopt;
-    if (colorSpace->iccData.isEmpty()) return std::nullopt;
-    return colorSpace->iccData;
+    if (!colorSpace) return std::nullopt;
+    QByteArray profile = imageio::iccProfileToEmbed(*colorSpace);
+    if (profile.isEmpty()) return std::nullopt;
+    return profile;
 }
 
 std::int64_t validateTemporaryFile(const QString& path) {
