@@ -1,6 +1,10 @@
 // The real program's exit codes and messages, and a batch run over a broken image.
 #include "app_test_support.h"
 
+#include "imageio/image_io.h"
+#include "model/config_file.h"
+
+#include <QDirIterator>
 #include <QRegularExpression>
 
 namespace velt::testing {
@@ -67,6 +71,51 @@ TEST_F(ProgramTest, OnceFailsOnABrokenJpegAndLeavesItAsItWas) {
     EXPECT_EQ(entriesIn(folder_.path()), words("broken.jpg"));
     EXPECT_EQ(readFile(file("broken.jpg")), broken);
     EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("native-config.json"))));
+}
+
+// A new user's first batch: a PNG converted to JPEG beside the user's own JPEG of the same name.
+TEST_F(ProgramTest, OnceReplacingLosesNoOriginal) {
+    const auto photo = [](int seed) {
+        imageio::Bitmap bitmap;
+        bitmap.width = 160;
+        bitmap.height = 120;
+        bitmap.rgba.resize(160 * 120 * 4);
+        for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
+            bitmap.rgba[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>((i * seed) % 251);
+        return bitmap;
+    };
+    imageio::encodeImage(photo(7), ImageFormat::jpeg, 98, file("photo.jpg"));
+    imageio::encodeImage(photo(13), ImageFormat::png, 0, file("photo.png"));
+    const QByteArray jpeg = readFile(file("photo.jpg"));
+    const QByteArray png = readFile(file("photo.png"));
+    const auto [exitCode, out, err] = run("--once DIR --original replace --format jpeg");
+    EXPECT_EQ(exitCode, 0) << out.toStdString() << err.toStdString();
+
+    // Every original is at its place or, byte for byte, in the backup folder.
+    QList<QByteArray> kept;
+    QDirIterator it(folder_.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) kept << readFile(it.next());
+    EXPECT_TRUE(kept.contains(jpeg));
+    EXPECT_TRUE(kept.contains(png));
+    EXPECT_EQ(entriesIn(folder_.path()), words(".velt-compressor-backups photo-2.jpg photo.jpg"));
+}
+
+// The user's stop holds when the program is launched the way the autostart entry does.
+TEST_F(ProgramTest, HeadlessLaunchKeepsCompressionSwitchedOff) {
+    AppConfig config;
+    config.enabled = false;
+    config.watchDirectory = folder_.path();
+    const QString configFile = data_.filePath(QStringLiteral("native-config.json"));
+    writeFile(configFile, encodeAppConfig(config));
+    const QByteArray saved = readFile(configFile);
+    writeFile(file("photo.png"), "would be processed");
+    const auto [exitCode, out, err] = run("--headless");
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_TRUE(err.contains(QStringLiteral("switched off")) ||
+                err.contains(QStringLiteral("выключено")))
+        << err.toStdString();
+    EXPECT_EQ(readFile(configFile), saved);
+    EXPECT_FALSE(log().contains(QStringLiteral("Start watcher")));
 }
 
 }  // namespace
