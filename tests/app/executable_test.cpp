@@ -100,6 +100,50 @@ TEST_F(ProgramTest, OnceReplacingLosesNoOriginal) {
     EXPECT_EQ(entriesIn(folder_.path()), words(".velt-compressor-backups photo-2.jpg photo.jpg"));
 }
 
+// A replaced photo is never compressed a second time with the same settings, even when the
+// registry that remembers it is lost (a kill before its save) or cannot be written at all.
+TEST_F(ProgramTest, OwnOutputIsNeverCompressedAgainWithoutTheRegistry) {
+    for (const bool unwritableDataFolder : {false, true}) {
+        QTemporaryDir folder;
+        const QString photo = folder.filePath(QStringLiteral("photo.jpg"));
+        imageio::Bitmap bitmap;
+        bitmap.width = 320;
+        bitmap.height = 240;
+        bitmap.rgba.resize(320 * 240 * 4);
+        for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
+            bitmap.rgba[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>((i * 7) % 253);
+        imageio::encodeImage(bitmap, ImageFormat::jpeg, 98, photo);
+        if (unwritableDataFolder) {
+            const QString blocked = data_.filePath(QStringLiteral("not-a-folder"));
+            writeFile(blocked, "a file where the data folder should be");
+            environment_.insert(QStringLiteral("VELT_CONFIG_DIR"), blocked);
+        }
+        QByteArray compressed;
+        for (int run = 0; run < 2; ++run) {
+            QProcess process;
+            launch(process, {QStringLiteral("--once"), folder.path(), QStringLiteral("--original"),
+                             QStringLiteral("replace")});
+            ASSERT_TRUE(process.waitForFinished(30000));
+            const QString out = QString::fromUtf8(process.readAllStandardOutput());
+            EXPECT_EQ(process.exitCode(), 0) << out.toStdString();
+            if (run == 0) {
+                EXPECT_TRUE(out.startsWith(QStringLiteral("compressed"))) << out.toStdString();
+                compressed = readFile(photo);
+                QFile::remove(data_.filePath(QStringLiteral("processed-files.json")));
+            } else {
+                EXPECT_TRUE(out.contains(QStringLiteral("already compressed by this program")))
+                    << out.toStdString();
+            }
+        }
+        EXPECT_EQ(readFile(photo), compressed) << "compressed twice";
+        QDirIterator backups(folder.filePath(QStringLiteral(".velt-compressor-backups")),
+                             QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        int count = 0;
+        while (backups.hasNext()) count += !backups.next().isEmpty();
+        EXPECT_EQ(count, 1) << "the compressed copy was backed up as an original";
+    }
+}
+
 // The user's stop holds when the program is launched the way the autostart entry does.
 TEST_F(ProgramTest, HeadlessLaunchKeepsCompressionSwitchedOff) {
     AppConfig config;

@@ -104,8 +104,18 @@ QString backup(const QString& source, const SourceVersion& expected,
     makeFolders(folder);
     const QString copy = freeBackupPath(folder, relative.mid(slash + 1),
                                         [] { return QDateTime::currentMSecsSinceEpoch(); });
-    currentFileOperations().copy(source, copy);
-    verifyCopy(copy, expected);
+    // The copy appears under its final name only complete and verified: a kill halfway leaves a
+    // hidden temporary file (removed at the next start), never a truncated "original".
+    const QString temporary = tempURL(copy);
+    currentFileOperations().copy(source, temporary);
+    verifyCopy(temporary, expected);
+    try {
+        currentFileOperations().move(temporary, copy);
+    } catch (...) {
+        removeQuietly(temporary);
+        throw;
+    }
+    syncFolder(folder);
     return copy;
 }
 

@@ -2,6 +2,7 @@
 
 #include "engine/errors.h"
 #include "engine/install/file_operations.h"
+#include "engine/install/output_marker.h"
 #include "engine/pipeline/can_write.h"
 #include "model/constants.h"
 #include "model/file_url.h"
@@ -81,12 +82,14 @@ ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice) {
 // still holds what was written; nothing for anyone else's file.
 std::optional<QString> writtenFor(const EngineContext& context, const QString& output) {
     const auto record = context.processedRegistry.entries.find(standardizedPath(output));
-    if (record == context.processedRegistry.entries.end() ||
-        record->second.decision != ProcessedDecision::compressed || !record->second.source)
-        return std::nullopt;
-    const auto fingerprint = contentFingerprint(output);
-    if (!fingerprint || *fingerprint != record->second.fingerprint) return std::nullopt;
-    return record->second.source;
+    if (record != context.processedRegistry.entries.end() &&
+        record->second.decision == ProcessedDecision::compressed && record->second.source) {
+        const auto fingerprint = contentFingerprint(output);
+        if (fingerprint && *fingerprint == record->second.fingerprint) return record->second.source;
+    }
+    // The registry may have lost it; the file's own marker still tells.
+    if (const auto marker = readOutputMarker(output)) return marker->source;
+    return std::nullopt;
 }
 
 bool isOwnOutputOf(const EngineContext& context, const QString& output, const QString& source) {

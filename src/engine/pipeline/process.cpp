@@ -1,6 +1,7 @@
 #include "engine/pipeline/process.h"
 
 #include "engine/errors.h"
+#include "engine/install/output_marker.h"
 #include "engine/install/safe_install.h"
 #include "engine/pipeline/image_safety.h"
 #include "engine/pipeline/image_writer.h"
@@ -64,6 +65,32 @@ FolderCompressionResult leaveEmptyFile(EngineContext& context, const QString& fi
     FolderCompressionResult result;
     result.nothingDoneReason = QStringLiteral("empty file");
     return result;
+}
+
+// A file this program wrote with the settings in force: compressing it again would only lose
+// quality, whatever the registry remembers (it may have been lost with a kill or an unwritable
+// data folder).
+FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& file,
+                                        const OutputMarker& marker) {
+    rememberSignature(context, file);
+    if (marker.source == standardizedPath(file))
+        context.rememberProcessed(file, ProcessedDecision::compressed);
+    else
+        context.rememberProcessed(file, ProcessedDecision::compressed,
+                                  {marker.source, std::nullopt});
+    NativeLog::write(QStringLiteral("Own output recognised ") + fileNameOf(file));
+    FolderCompressionResult result;
+    result.nothingDoneReason = QStringLiteral("already compressed by this program");
+    return result;
+}
+
+// The finished temporary file says, before it is installed, that this program made it.
+void markAsOwnOutput(const EngineContext& context, const QString& file, const QString& temp,
+                     const std::optional<SourceVersion>& version) {
+    const auto fingerprint = contentFingerprint(temp);
+    if (!fingerprint) return;
+    writeOutputMarker(temp, {context.processingSettingsKey(), standardizedPath(file),
+                             version ? version->digest : QByteArray(), *fingerprint});
 }
 
 // The source is already represented by a fresh compressed sibling.
@@ -146,6 +173,9 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     ProcessingScope scope(context);
     context.checkpoint();
     context.setProgress(5);
+    if (const auto marker = readOutputMarker(file);
+        marker && marker->settingsKey == context.processingSettingsKey())
+        return settleOwnOutput(context, file, *marker);
     std::optional<SourceVersion> version;
     if (context.config.originalPolicy == OriginalPolicy::replace) version = sourceVersion(file);
     const std::int64_t size = version ? version->signature.size : fileSize(file);
@@ -188,6 +218,7 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
         backup(file, *version, context.watchDirectory);
         context.checkpoint();
     }
+    markAsOwnOutput(context, file, temp, version);
     // A requested conversion is installed even when it is larger: the user asked for the format.
     install(context, file, temp, output, version);
     recordInstalled(context, file, output);

@@ -1,5 +1,6 @@
 // The batch form of the engine: one pass over a folder, as the command line's --once asks.
 #include "engine/errors.h"
+#include "engine/install/recovery.h"
 #include "engine/watcher/candidates.h"
 #include "engine/watcher/folder_compressor.h"
 #include "engine/watcher/skip_rules.h"
@@ -23,6 +24,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         context_.watchDirectory = standardizedPath(folder);
         context_.clearFileMaps();
         context_.stats = CompressionStats();
+        recoverInterruptedWork(*context_.watchDirectory);
         QSet<QString> compressedOutputs;
         const QString watched = *context_.watchDirectory;
         const QStringList candidates = supportedFiles(

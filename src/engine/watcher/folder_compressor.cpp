@@ -1,6 +1,7 @@
 #include "engine/watcher/folder_compressor.h"
 
 #include "engine/errors.h"
+#include "engine/install/recovery.h"
 #include "engine/pipeline/process.h"
 #include "engine/watcher/candidates.h"
 #include "engine/watcher/skip_rules.h"
@@ -45,6 +46,8 @@ void FolderCompressor::start(const AppConfig& config, const QString& watchDirect
                               QStringLiteral("The folder “%1” doesn’t exist.").arg(watchDirectory));
     }
     queue_.sync([this] {
+        // What a killed run left is put back or removed before anything is looked at.
+        recoverInterruptedWork(*context_.watchDirectory);
         context_.stats = CompressionStats();
         context_.sendStats();
         startPolling();
