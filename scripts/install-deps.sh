@@ -15,6 +15,8 @@ packages=(
   libgtest-dev libgmock-dev
   # the external encoders the engine drives, and independent decoders the tests check with
   libjpeg-turbo-progs webp pngquant libheif-examples pngcheck
+  # the crash campaign kills the program at chosen system calls
+  strace
   # desktop test rigs: a virtual X server, a session bus and a notification daemon
   xvfb xauth dbus dbus-x11 notification-daemon
 )
