@@ -6,6 +6,7 @@
 #include "model/format.h"
 #include "model/native_log.h"
 
+#include <unistd.h>
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QTextStream>
@@ -79,10 +80,28 @@ int runOnceCommand(const CommandLineRequest& request) {
     std::optional<QString> failure;
     std::atomic<bool> interrupted = false;
 
+    // Each file's line appears the moment it is done; on a terminal a progress line follows it.
+    const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+    std::int64_t savedSoFar = 0;
+    const auto onFileDone = [&](const BatchFileResult& result, int done, int total) {
+        if (result.outcome == BatchFileResult::Outcome::compressed)
+            savedSoFar += std::max<std::int64_t>(result.savedBytes, 0);
+        QByteArray text = (batchLine(result) + QLatin1Char('\n')).toUtf8();
+        if (terminal)
+            text = "\r\x1b[K" + text +
+                   QStringLiteral("%1/%2, %3 saved")
+                       .arg(done)
+                       .arg(total)
+                       .arg(formatBytes(savedSoFar))
+                       .toUtf8();
+        std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), stdout);
+        std::fflush(stdout);
+    };
+
     // The batch runs off the main thread so that a signal can stop the engine meanwhile.
     std::thread worker([&] {
         try {
-            results = engine.runOnce(config, request.onceDirectory);
+            results = engine.runOnce(config, request.onceDirectory, onFileDone);
         } catch (const std::exception& error) {
             failure = errorDescription(error);
         }
@@ -103,11 +122,10 @@ int runOnceCommand(const CommandLineRequest& request) {
         QTextStream(stderr) << "velt-compressor: " << *failure << Qt::endl;
         return 1;
     }
+    if (terminal) out << "\r\x1b[K";
     bool anyFailed = false;
-    for (const BatchFileResult& result : results) {
-        out << batchLine(result) << '\n';
+    for (const BatchFileResult& result : results)
         anyFailed = anyFailed || result.outcome == BatchFileResult::Outcome::failed;
-    }
     out << batchSummary(results) << Qt::endl;
     if (interrupted) QTextStream(stderr) << "velt-compressor: interrupted" << Qt::endl;
     return anyFailed || interrupted ? 1 : 0;

@@ -11,7 +11,8 @@
 namespace velt {
 
 std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
-                                                       const QString& folder) {
+                                                       const QString& folder,
+                                                       const BatchProgress& onFileDone) {
     stop();
     if (!QFileInfo(folder).isDir()) {
         throw FileSystemError(FileSystemError::noSuchFile,
@@ -37,6 +38,15 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
                                    BatchFileResult::Outcome::skipped, 0,
                                    QStringLiteral("the file name is not valid UTF-8")});
             });
+        const int total = static_cast<int>(results.size() + candidates.size());
+        const auto record = [&](BatchFileResult result) {
+            results.push_back(std::move(result));
+            if (onFileDone) onFileDone(results.back(), static_cast<int>(results.size()), total);
+        };
+        if (onFileDone) {
+            for (int i = 0; i < static_cast<int>(results.size()); ++i)
+                onFileDone(results[i], i + 1, total);
+        }
         context_.listedCompressedOutputs = std::move(compressedOutputs);
         // A batch is asked for what is there now: every file counts as settled, so it is seen
         // as pending since long enough ago and the stability rule lets it through at once.
@@ -47,10 +57,10 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
                 context_.pendingFiles[standardizedPath(file)] =
                     PendingFile{*signature, settledSince};
             if (shouldSkip(context_, timing_, file)) {
-                results.push_back({file, BatchFileResult::Outcome::skipped, 0, {}});
+                record({file, BatchFileResult::Outcome::skipped, 0, {}});
                 continue;
             }
-            results.push_back(runCandidate(file));
+            record(runCandidate(file));
             context_.setProgress(100);  // also ends a progress animation the file started
         }
         context_.listedCompressedOutputs.reset();

@@ -65,8 +65,12 @@ class FolderCompressor {
     // files; the engine's other skip rules and the registry apply as in a scan. Blocks until the
     // batch ends; stop() from another thread ends it after the file in progress. Throws
     // FileSystemError(noSuchFile) when the folder is missing. Stops a running watch first and
-    // leaves the engine stopped.
-    std::vector<BatchFileResult> runOnce(const AppConfig& config, const QString& folder);
+    // leaves the engine stopped. `onFileDone`, when given, is called on the engine's queue with
+    // each result the moment it is known, with the number of results so far and the number of
+    // files the batch looks at.
+    using BatchProgress = std::function<void(const BatchFileResult&, int done, int total)>;
+    std::vector<BatchFileResult> runOnce(const AppConfig& config, const QString& folder,
+                                         const BatchProgress& onFileDone = nullptr);
 
     EngineCallbacks callbacks;
 
