@@ -21,6 +21,10 @@ inline constexpr std::chrono::milliseconds ownWriteSettlingInterval = 8000ms;
 // not saturate the machine.
 inline constexpr std::chrono::milliseconds restAfterProcessedFile = 120ms;
 
+// With file events a tick that saw no change lists nothing; the folder is still listed at least
+// this often, for changes no event reports (network file systems, a missed event).
+inline constexpr std::chrono::milliseconds fullScanInterval = 30000ms;
+
 // The intervals in force. Production uses the constants above; tests may shorten them.
 struct EngineTiming {
     std::chrono::milliseconds writeStability = writeStabilityInterval;
@@ -29,6 +33,7 @@ struct EngineTiming {
     std::chrono::milliseconds recentWriteCooldown = velt::recentWriteCooldown;
     std::chrono::milliseconds ownWriteSettling = ownWriteSettlingInterval;
     std::chrono::milliseconds restAfterFile = restAfterProcessedFile;
+    std::chrono::milliseconds fullScan = fullScanInterval;
 };
 
 }  // namespace velt

@@ -50,6 +50,8 @@ void FolderCompressor::start(const AppConfig& config, const QString& watchDirect
         recoverInterruptedWork(*context_.watchDirectory);
         context_.stats = CompressionStats();
         context_.sendStats();
+        if (fileEventsEnabled_)
+            events_ = std::make_unique<FolderEvents>(*context_.watchDirectory, queue_.context());
         startPolling();
         scheduleScan();
     });
@@ -61,6 +63,7 @@ void FolderCompressor::stop() {
     // On the queue this runs at once; from elsewhere it waits for the file in progress.
     queue_.sync([this] {
         stopTimers();
+        events_.reset();
         context_.smoothProgressTimer.reset();
         context_.clearFileMaps();
         context_.stats.active = 0;
@@ -84,7 +87,9 @@ void FolderCompressor::startPolling() {
     delete timer_;
     timer_ = new QTimer(queue_.context());
     timer_->setInterval(timing_.polling);
-    QObject::connect(timer_, &QTimer::timeout, queue_.context(), [this] { scheduleScan(); });
+    QObject::connect(timer_, &QTimer::timeout, queue_.context(), [this] {
+        if (scanIsDue()) scheduleScan();
+    });
     timer_->start();
 }
 
@@ -99,8 +104,20 @@ void FolderCompressor::scheduleScan() {
     workItem_->start(timing_.scanDebounce);
 }
 
+bool FolderCompressor::scanIsDue() {
+    if (!events_ || !events_->isActive()) return true;
+    if (events_->takeChanged() || lookAgain_) return true;
+    if (!context_.pendingFiles.empty() || !context_.recentWrites.empty()) return true;
+    for (const auto& [path, own] : context_.ownWrites) {
+        if (!own.fingerprint) return true;
+    }
+    return EngineClock::now() - lastScan_ >= timing_.fullScan;
+}
+
 void FolderCompressor::scan() {
     if (lifecycle_.isCancellationRequested() || !context_.watchDirectory) return;
+    lastScan_ = EngineClock::now();
+    lookAgain_ = false;
     const QString folder = *context_.watchDirectory;
     QSet<QString> compressedOutputs;
     const QStringList candidates = supportedFiles(
@@ -120,6 +137,8 @@ void FolderCompressor::scan() {
     for (const QString& file : candidates) {
         if (lifecycle_.isCancellationRequested()) return;
         if (shouldSkip(context_, timing_, file)) continue;
+        // What a file's processing decided (or deferred) is confirmed by the next listing.
+        lookAgain_ = true;
         if (!processCandidate(file)) return;
     }
 }

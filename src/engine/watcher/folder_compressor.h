@@ -15,6 +15,7 @@
 #include "engine/pipeline/folder_compression_result.h"
 #include "engine/watcher/engine_context.h"
 #include "engine/watcher/engine_timing.h"
+#include "engine/watcher/folder_events.h"
 #include "engine/watcher/lifecycle.h"
 #include "engine/watcher/serial_queue.h"
 
@@ -78,10 +79,16 @@ class FolderCompressor {
     // shorter intervals. REQUIRES: called while the engine is stopped.
     void setProcessorForTesting(Processor processor) { processor_ = std::move(processor); }
     void setTimingForTesting(const EngineTiming& timing) { timing_ = timing; }
+    // Without file events the engine lists the folder on every tick, as on a file system that
+    // has none.
+    void setFileEventsForTesting(bool enabled) { fileEventsEnabled_ = enabled; }
 
   private:
     void startPolling();
     void scheduleScan();
+    // Whether a poll tick must list the folder: something changed, bookkeeping is waiting for
+    // a later look, a full scan is due, or there are no file events to tell.
+    bool scanIsDue();
     void scan();
     // Processes one candidate as a scan does; false when the scan must end (cancellation).
     bool processCandidate(const QString& file);
@@ -102,8 +109,12 @@ class FolderCompressor {
     EngineContext context_;  // queue-owned
     Processor processor_;
     EngineTiming timing_;
-    QTimer* timer_ = nullptr;     // the poll timer; lives on the queue
-    QTimer* workItem_ = nullptr;  // the debounced scan; lives on the queue
+    QTimer* timer_ = nullptr;               // the poll timer; lives on the queue
+    QTimer* workItem_ = nullptr;            // the debounced scan; lives on the queue
+    std::unique_ptr<FolderEvents> events_;  // queue-owned
+    EngineClock::time_point lastScan_;
+    bool lookAgain_ = false;  // the last scan processed a file: the next tick lists again
+    bool fileEventsEnabled_ = true;
 };
 
 }  // namespace velt

@@ -5,10 +5,10 @@
 #include "engine_test_rig.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 #include <gtest/gtest.h>
-#include <cstring>
+#include <unistd.h>
 #include <QFile>
+#include <cstring>
 
 namespace velt {
 namespace {
@@ -300,6 +300,7 @@ TEST(FolderCompressorLifecycle, StartingTwiceLeavesOnePollTimer) {
     timing.polling = 100ms;
     timing.scanDebounce = 0ms;
     rig.engine->setTimingForTesting(timing);
+    rig.engine->setFileEventsForTesting(false);  // every tick lists the folder
     rig.start();
     rig.start();
     std::this_thread::sleep_for(1050ms);
@@ -309,6 +310,53 @@ TEST(FolderCompressorLifecycle, StartingTwiceLeavesOnePollTimer) {
     // timers would scan about twenty times.
     EXPECT_GE(scans, 6);
     EXPECT_LE(scans, 14);
+}
+
+}  // namespace
+}  // namespace velt
+
+namespace velt {
+namespace {
+
+using testing::EngineRig;
+using testing::eventually;
+
+// File events only spare idle ticks: a file dropped, renamed into the folder or rewritten in
+// place is picked up with them and without them, and an idle folder is not listed every tick.
+TEST(FolderCompressorEvents, ChangesArePickedUpAndIdleTicksListNothing) {
+    testing::ScopedEnvironment debug("VELT_DEBUG_LOG", QByteArray("1"));
+    for (const bool events : {true, false}) {
+        EngineRig rig;
+        rig.engine->setFileEventsForTesting(events);
+        rig.start();
+        QTemporaryDir outside;
+        const auto processedCount = [&](const char* name) {
+            std::size_t count = 0;
+            for (const testing::Call& call : rig.calls())
+                count += call.file.endsWith(QString::fromUtf8(name));
+            return count;
+        };
+        testing::writeFile(rig.file(QStringLiteral("dropped.jpg")), "a");
+        EXPECT_TRUE(eventually([&] { return processedCount("dropped.jpg") == 1; }));
+        const QString staged = QDir(outside.path()).filePath(QStringLiteral("moved.png"));
+        testing::writeFile(staged, "b");
+        ASSERT_EQ(::rename(QFile::encodeName(staged).constData(),
+                           QFile::encodeName(rig.file(QStringLiteral("moved.png"))).constData()),
+                  0);
+        EXPECT_TRUE(eventually([&] { return processedCount("moved.png") == 1; }));
+        testing::writeFile(rig.file(QStringLiteral("dropped.jpg")), "rewritten in place");
+        EXPECT_TRUE(eventually([&] { return processedCount("dropped.jpg") == 2; }));
+
+        // Idle: 20 ticks pass.
+        std::this_thread::sleep_for(500ms);
+        const auto before = rig.log().count("] Scan ");
+        std::this_thread::sleep_for(20 * testing::fastTiming().polling);
+        const auto idleScans = rig.log().count("] Scan ") - before;
+        if (events)
+            EXPECT_LE(idleScans, 1) << "an idle folder was listed on every tick";
+        else
+            EXPECT_GE(idleScans, 10);
+    }
 }
 
 }  // namespace
