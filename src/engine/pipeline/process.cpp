@@ -1,6 +1,7 @@
 #include "engine/pipeline/process.h"
 
 #include "engine/errors.h"
+#include "engine/install/file_operations.h"
 #include "engine/install/output_marker.h"
 #include "engine/install/safe_install.h"
 #include "engine/pipeline/image_safety.h"
@@ -82,6 +83,19 @@ FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& f
     FolderCompressionResult result;
     result.nothingDoneReason = QStringLiteral("already compressed by this program");
     return result;
+}
+
+// The output's name was free (or held the engine's own output of this source) when it was chosen;
+// a file that appeared there while the image was being encoded is someone else's and stays.
+void requireOutputNameStillOurs(const EngineContext& context, const QString& file,
+                                const QString& output) {
+    if (standardizedPath(output) == standardizedPath(file) || !pathExists(output) ||
+        isOwnOutputOf(context, output, file))
+        return;
+    throw FileSystemError(FileSystemError::writeUnknown,
+                          QStringLiteral("“%1” appeared while the image was being compressed; it "
+                                         "was left alone")
+                              .arg(fileNameOf(output)));
 }
 
 // The finished temporary file says, before it is installed, that this program made it.
@@ -218,6 +232,7 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
         backup(file, *version, context.watchDirectory);
         context.checkpoint();
     }
+    requireOutputNameStillOurs(context, file, output);
     markAsOwnOutput(context, file, temp, version);
     // A requested conversion is installed even when it is larger: the user asked for the format.
     install(context, file, temp, output, version);

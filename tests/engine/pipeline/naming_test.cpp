@@ -213,3 +213,26 @@ TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
 
 }  // namespace
 }  // namespace velt
+
+namespace velt {
+namespace {
+
+// A file that appears under the output's name while the image is being encoded is the user's.
+TEST_F(NamingTest, AFileThatAppearsUnderTheOutputNameMeanwhileIsLeftAlone) {
+    context.config.originalPolicy = OriginalPolicy::replace;
+    context.config.formatStrategy = FormatStrategy::jpeg;
+    const QString source = file(QStringLiteral("late.png"));
+    imageio::encodeImage(testing::photoLikeBitmap(80, 60), ImageFormat::png, 0, source);
+    const QByteArray original = readFile(source);
+    callbacks.onBeforeDestructiveInstallForTesting = [this](const QString&) {
+        writeFile(file(QStringLiteral("late.jpg")), "saved by the user just now");
+    };
+    EXPECT_THROW(process(context, source), std::exception);
+    EXPECT_EQ(readFile(file(QStringLiteral("late.jpg"))), "saved by the user just now");
+    EXPECT_EQ(readFile(source), original);
+    for (const QString& name : folderNames())
+        EXPECT_FALSE(name.startsWith(QLatin1Char('.'))) << name.toStdString();
+}
+
+}  // namespace
+}  // namespace velt
