@@ -68,7 +68,7 @@ class Parser {
                 option = option.left(equals);
             }
             if (option == QLatin1String("--help") || option == QLatin1String("-h"))
-                return CommandLineRequest{CommandLineRequest::Action::showHelp, {}, {}, {}};
+                return CommandLineRequest{CommandLineRequest::Action::showHelp, {}, {}, {}, {}};
             if (auto error = handle(option)) return *error;
         }
         return finish();
@@ -89,6 +89,16 @@ class Parser {
         if (option == QLatin1String("--original"))
             return choice(option, originalFromText, request_.overrides.originalPolicy,
                           QStringLiteral("keep or replace"));
+        if (option == QLatin1String("--jobs")) {
+            const auto value = takeValue();
+            if (!value) return missing(option);
+            bool isNumber = false;
+            const int jobs = value->toInt(&isNumber);
+            if (!isNumber || jobs < 1 || jobs > 256)
+                return bad(option, *value, QStringLiteral("a whole number from 1 to 256"));
+            request_.jobs = jobs;
+            return std::nullopt;
+        }
         if (option == QLatin1String("--quality")) {
             const auto value = takeValue();
             if (!value) return missing(option);
@@ -166,6 +176,8 @@ class Parser {
     Result finish() {
         if (request_.watchDirectory && mode_ == Action::once)
             return CommandLineError{QStringLiteral("--watch cannot be combined with --once")};
+        if (request_.jobs && mode_ != Action::once)
+            return CommandLineError{QStringLiteral("--jobs goes with --once")};
         request_.action = mode_.value_or(Action::run);
         if (version_) request_.action = Action::showVersion;
         return request_;
@@ -199,7 +211,9 @@ QString usageText() {
         "                    and exit 0; notices are written to standard error, one per line\n"
         "  --watch DIR       watch DIR instead, and save it as the chosen folder\n"
         "  --once DIR        compress what is in DIR now (the saved folder is not changed), print\n"
-        "                    one line per file and a summary; exit 0, or 1 when a file failed\n"
+        "                    one line per file as it is done and a summary; exit 0, or 1 when a\n"
+        "                    file failed\n"
+        "  --jobs N          with --once: compress N files at a time (default: one per core)\n"
         "\n"
         "Settings for this run only (never saved):\n"
         "  --preset P        balanced, gentle, maximum or custom (brings the preset's qualities)\n"

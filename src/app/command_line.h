@@ -24,6 +24,7 @@ struct CommandLineRequest {
     Action action = Action::run;
     std::optional<QString> watchDirectory;  // --watch, absolute
     QString onceDirectory;                  // --once, absolute
+    std::optional<int> jobs;                // --jobs, at least 1; only with --once
     SettingsOverrides overrides;            // for this run only
 
     bool operator==(const CommandLineRequest&) const = default;

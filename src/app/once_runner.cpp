@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QTextStream>
+#include <QThread>
 #include <QTimer>
 #include <atomic>
 #include <cstdio>
@@ -83,6 +84,7 @@ int runOnceCommand(const CommandLineRequest& request) {
     // Each file's line appears the moment it is done; on a terminal a progress line follows it.
     const bool terminal = ::isatty(STDOUT_FILENO) == 1;
     std::int64_t savedSoFar = 0;
+    // Called by one worker at a time.
     const auto onFileDone = [&](const BatchFileResult& result, int done, int total) {
         if (result.outcome == BatchFileResult::Outcome::compressed)
             savedSoFar += std::max<std::int64_t>(result.savedBytes, 0);
@@ -101,7 +103,8 @@ int runOnceCommand(const CommandLineRequest& request) {
     // The batch runs off the main thread so that a signal can stop the engine meanwhile.
     std::thread worker([&] {
         try {
-            results = engine.runOnce(config, request.onceDirectory, onFileDone);
+            results = engine.runOnce(config, request.onceDirectory, onFileDone,
+                                     request.jobs.value_or(QThread::idealThreadCount()));
         } catch (const std::exception& error) {
             failure = errorDescription(error);
         }

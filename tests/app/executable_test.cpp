@@ -6,6 +6,7 @@
 
 #include <QDirIterator>
 #include <QRegularExpression>
+#include <map>
 
 namespace velt::testing {
 namespace {
@@ -34,6 +35,10 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
         {"--headless --once DIR", 2, "--once cannot be combined with --headless", true},
         {"--once DIR --watch DIR", 2, "--watch cannot be combined with --once", true},
         {"--headless=yes", 2, "--headless takes no value", true},
+        {"--once DIR --jobs 0", 2, "bad value for --jobs: \"0\"", true},
+        {"--once DIR --jobs=-1", 2, "bad value for --jobs", true},
+        {"--once DIR --jobs many", 2, "bad value for --jobs", true},
+        {"--headless --jobs 2", 2, "--jobs goes with --once", true},
         {"--once DIR", 0, "compressed 0, already optimal 0, failed 0, saved 0 B\n", false},
         {"--headless", 2, "Выберите папку для сжатия\nУкажите папку: velt-compressor --headless",
          false},
@@ -142,6 +147,70 @@ TEST_F(ProgramTest, OwnOutputIsNeverCompressedAgainWithoutTheRegistry) {
         while (backups.hasNext()) count += !backups.next().isEmpty();
         EXPECT_EQ(count, 1) << "the compressed copy was backed up as an original";
     }
+}
+
+// Several workers give the same files, the same bytes and the same summary as one, and a stop
+// in the middle leaves nothing of ours behind.
+TEST_F(ProgramTest, ParallelBatchMatchesOneWorkerAndStopsClean) {
+    const auto photo = [](int seed) {
+        imageio::Bitmap bitmap;
+        bitmap.width = 200;
+        bitmap.height = 150;
+        bitmap.rgba.resize(200 * 150 * 4);
+        for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
+            bitmap.rgba[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>((i * seed) % 249);
+        return bitmap;
+    };
+    const auto fill = [&](const QString& folder) {
+        const QDir dir(folder);
+        imageio::encodeImage(photo(3), ImageFormat::jpeg, 98,
+                             dir.filePath(QStringLiteral("a.jpg")));
+        imageio::encodeImage(photo(5), ImageFormat::jpeg, 97,
+                             dir.filePath(QStringLiteral("b.jpg")));
+        imageio::encodeImage(photo(7), ImageFormat::png, 0, dir.filePath(QStringLiteral("c.png")));
+        imageio::encodeImage(photo(9), ImageFormat::png, 0,
+                             dir.filePath(QStringLiteral("same.png")));
+        imageio::encodeImage(photo(11), ImageFormat::jpeg, 99,
+                             dir.filePath(QStringLiteral("same.jpg")));
+    };
+    std::map<QString, QByteArray> bytes[2];
+    QString summaries[2];
+    for (int jobs = 1; jobs <= 2; ++jobs) {
+        QTemporaryDir folder;
+        fill(folder.path());
+        QProcess process;
+        launch(process,
+               {QStringLiteral("--once"), folder.path(), QStringLiteral("--format"),
+                QStringLiteral("jpeg"), QStringLiteral("--original"), QStringLiteral("replace"),
+                QStringLiteral("--jobs"), QString::number(jobs)});
+        ASSERT_TRUE(process.waitForFinished(60000));
+        const QString out = QString::fromUtf8(process.readAllStandardOutput());
+        EXPECT_EQ(process.exitCode(), 0) << out.toStdString();
+        summaries[jobs - 1] = out.section(QLatin1Char('\n'), -2);
+        for (const QString& name : QDir(folder.path()).entryList(QDir::Files | QDir::Hidden))
+            bytes[jobs - 1][name] = readFile(QDir(folder.path()).filePath(name));
+    }
+    EXPECT_EQ(summaries[0], summaries[1]);
+    EXPECT_EQ(bytes[0], bytes[1]) << "two workers wrote other files or other bytes";
+    EXPECT_EQ(bytes[1].size(), 5u);  // same.png became same-2.jpg beside the user's same.jpg
+
+    // A stop while both workers are inside an encoder.
+    QTemporaryDir tools;
+    ASSERT_TRUE(
+        QFile::link(QStringLiteral(VELT_HANG_TOOL), tools.filePath(QStringLiteral("cjpeg"))));
+    fill(folder_.path());
+    environment_.insert(QStringLiteral("VELT_TOOL_DIR"), tools.path());
+    QProcess stopped;
+    launch(stopped, {QStringLiteral("--once"), folder_.path(), QStringLiteral("--jobs"),
+                     QStringLiteral("2")});
+    ASSERT_TRUE(waitFor(stopped, [&] {
+        return log().count(QStringLiteral("Processed ")) >= 1 ||
+               entriesIn(folder_.path()).size() > 5;
+    }));
+    ::kill(static_cast<pid_t>(stopped.processId()), SIGINT);
+    ASSERT_TRUE(stopped.waitForFinished(10000));
+    for (const QString& name : entriesIn(folder_.path()))
+        EXPECT_FALSE(name.startsWith(QLatin1Char('.'))) << name.toStdString();
 }
 
 // The user's stop holds when the program is launched the way the autostart entry does.

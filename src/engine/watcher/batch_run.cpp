@@ -1,4 +1,5 @@
-// The batch form of the engine: one pass over a folder, as the command line's --once asks.
+// The batch form of the engine: one pass over a folder, as the command line's --once asks, on
+// one or more workers.
 #include "engine/errors.h"
 #include "engine/install/recovery.h"
 #include "engine/watcher/candidates.h"
@@ -7,12 +8,36 @@
 #include "model/file_url.h"
 
 #include <QFileInfo>
+#include <algorithm>
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <thread>
 
 namespace velt {
+namespace {
+
+// Sources that share a base name may want the same output name (photo.png and photo.heic both
+// becoming photo.jpg): they are handled one after another by one worker, so the naming of one
+// always sees the other's output. Groups keep the listing's order.
+std::vector<QStringList> groupsByBaseName(const QStringList& files) {
+    std::vector<QStringList> groups;
+    std::map<QString, std::size_t> index;
+    for (const QString& file : files) {
+        const QString base =
+            splitFileName(file.mid(file.lastIndexOf(QLatin1Char('/')) + 1)).base.toLower();
+        const auto [it, added] = index.emplace(base, groups.size());
+        if (added) groups.emplace_back();
+        groups[it->second] << file;
+    }
+    return groups;
+}
+
+}  // namespace
 
 std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
                                                        const QString& folder,
-                                                       const BatchProgress& onFileDone) {
+                                                       const BatchProgress& onFileDone, int jobs) {
     stop();
     if (!QFileInfo(folder).isDir()) {
         throw FileSystemError(FileSystemError::noSuchFile,
@@ -20,6 +45,13 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
     }
     lifecycle_.beginStart();
     std::vector<BatchFileResult> results;
+    std::mutex resultsMutex;
+    int total = 0;
+    const auto record = [&](BatchFileResult result) {
+        const std::lock_guard lock(resultsMutex);
+        results.push_back(std::move(result));
+        if (onFileDone) onFileDone(results.back(), static_cast<int>(results.size()), total);
+    };
     queue_.sync([&] {
         context_.config = config;
         context_.watchDirectory = standardizedPath(folder);
@@ -28,46 +60,81 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         recoverInterruptedWork(*context_.watchDirectory);
         QSet<QString> compressedOutputs;
         const QString watched = *context_.watchDirectory;
+        std::vector<BatchFileResult> unreadableNames;
         const QStringList candidates = supportedFiles(
             watched, [](const QString&) {}, &compressedOutputs,
             [&](const QByteArray& rawName, const FileSignature& signature) {
                 reportUndecodableNameIfNeeded(watched, rawName, signature);
                 if (!supportedExtensions.contains(lowerExtension(QString::fromUtf8(rawName))))
                     return;
-                results.push_back({watched + QLatin1Char('/') + QString::fromUtf8(rawName),
-                                   BatchFileResult::Outcome::skipped, 0,
-                                   QStringLiteral("the file name is not valid UTF-8")});
+                unreadableNames.push_back({watched + QLatin1Char('/') + QString::fromUtf8(rawName),
+                                           BatchFileResult::Outcome::skipped, 0,
+                                           QStringLiteral("the file name is not valid UTF-8")});
             });
-        const int total = static_cast<int>(results.size() + candidates.size());
-        const auto record = [&](BatchFileResult result) {
-            results.push_back(std::move(result));
-            if (onFileDone) onFileDone(results.back(), static_cast<int>(results.size()), total);
-        };
-        if (onFileDone) {
-            for (int i = 0; i < static_cast<int>(results.size()); ++i)
-                onFileDone(results[i], i + 1, total);
-        }
+        total = static_cast<int>(unreadableNames.size() + candidates.size());
+        for (BatchFileResult& result : unreadableNames) record(std::move(result));
+
+        // The skip rules decide first, in listing order; the rest is processed.
         context_.listedCompressedOutputs = std::move(compressedOutputs);
         // A batch is asked for what is there now: every file counts as settled, so it is seen
         // as pending since long enough ago and the stability rule lets it through at once.
         const auto settledSince = EngineClock::now() - timing_.writeStability;
+        QStringList toProcess;
         for (const QString& file : candidates) {
-            if (lifecycle_.isCancellationRequested()) break;
             if (const auto signature = fileSignature(file))
                 context_.pendingFiles[standardizedPath(file)] =
                     PendingFile{*signature, settledSince};
-            if (shouldSkip(context_, timing_, file)) {
+            if (shouldSkip(context_, timing_, file))
                 record({file, BatchFileResult::Outcome::skipped, 0, {}});
-                continue;
-            }
-            record(runCandidate(file));
-            context_.setProgress(100);  // also ends a progress animation the file started
+            else
+                toProcess << file;
         }
         context_.listedCompressedOutputs.reset();
+
+        if (jobs <= 1 || toProcess.size() <= 1) {
+            for (const QString& file : toProcess) {
+                if (lifecycle_.isCancellationRequested()) break;
+                record(runCandidate(context_, file));
+                context_.setProgress(100);  // also ends a progress animation the file started
+            }
+        } else {
+            runInParallel(groupsByBaseName(toProcess), jobs, record);
+        }
         context_.clearFileMaps();
     });
     lifecycle_.requestStop();
     return results;
+}
+
+void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int jobs,
+                                     const std::function<void(BatchFileResult)>& record) {
+    SharedRegistry shared;
+    shared.registry = context_.processedRegistry;
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&] {
+        EngineContext worker(lifecycle_, callbacks);
+        {
+            const std::lock_guard lock(shared.mutex);
+            worker.processedRegistry = shared.registry;
+        }
+        worker.config = context_.config;
+        worker.watchDirectory = context_.watchDirectory;
+        worker.sharedRegistry = &shared;
+        for (std::size_t group = next++; group < groups.size(); group = next++) {
+            for (const QString& file : groups[group]) {
+                if (lifecycle_.isCancellationRequested()) return;
+                record(runCandidate(worker, file));
+                worker.setProgress(100);
+            }
+        }
+    };
+    const int workers = std::min<int>(jobs, static_cast<int>(groups.size()));
+    std::vector<std::thread> threads;
+    for (int i = 1; i < workers; ++i) threads.emplace_back(work);
+    work();  // the queue's own thread is one of the workers
+    for (std::thread& thread : threads) thread.join();
+    const std::lock_guard lock(shared.mutex);
+    context_.processedRegistry = shared.registry;
 }
 
 }  // namespace velt

@@ -61,9 +61,17 @@ void EngineContext::rememberProcessed(const QString& path, ProcessedDecision dec
     record.settingsKey = processingSettingsKey();
     if (counterpart.source) record.source = standardizedPath(*counterpart.source);
     if (counterpart.output) record.output = standardizedPath(*counterpart.output);
-    processedRegistry.entries[standardizedPath(path)] = record;
+    const QString key = standardizedPath(path);
+    processedRegistry.entries[key] = record;
     processedRegistry.pruneIfNeeded();
-    processedRegistry.save();
+    if (!sharedRegistry) {
+        processedRegistry.save();
+        return;
+    }
+    const std::lock_guard lock(sharedRegistry->mutex);
+    sharedRegistry->registry.entries[key] = record;
+    sharedRegistry->registry.pruneIfNeeded();
+    sharedRegistry->registry.save();
 }
 
 }  // namespace velt

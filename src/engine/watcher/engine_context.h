@@ -18,6 +18,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <unordered_map>
 
@@ -54,6 +55,13 @@ struct EngineCallbacks {
     std::function<void(const QString&)> onBeforeDestructiveInstallForTesting;
 };
 
+// One registry for a batch's parallel workers: each worker's context keeps a copy for its own
+// decisions and writes every record it remembers through to this one, which is saved.
+struct SharedRegistry {
+    std::mutex mutex;
+    ProcessedFileRegistry registry;  // guarded by mutex
+};
+
 class EngineContext {
   public:
     EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks);
@@ -69,6 +77,9 @@ class EngineContext {
     // The signature a file had when its processing failed: that version is not tried again.
     std::unordered_map<QString, FileSignature> failedSignatures;
     ProcessedFileRegistry processedRegistry;
+    // Set for a batch worker: remembered decisions go to the shared registry, which is saved,
+    // instead of saving this context's copy.
+    SharedRegistry* sharedRegistry = nullptr;
     CompressionStats stats;
     // While an encoder runs: the eased progress animation.
     std::unique_ptr<SmoothProgress> smoothProgressTimer;

@@ -147,7 +147,7 @@ bool FolderCompressor::processCandidate(const QString& file) {
     context_.stats.active = 1;
     context_.stats.progress = 0;
     context_.sendStats();
-    const BatchFileResult outcome = runCandidate(file);
+    const BatchFileResult outcome = runCandidate(context_, file);
     if (outcome.outcome == BatchFileResult::Outcome::cancelled) return false;  // stop() resets
     if (outcome.outcome != BatchFileResult::Outcome::failed &&
         outcome.outcome != BatchFileResult::Outcome::skipped) {
@@ -160,17 +160,17 @@ bool FolderCompressor::processCandidate(const QString& file) {
     return true;
 }
 
-BatchFileResult FolderCompressor::runCandidate(const QString& file) {
+BatchFileResult FolderCompressor::runCandidate(EngineContext& context, const QString& file) {
     using Outcome = BatchFileResult::Outcome;
     BatchFileResult outcome{file, Outcome::skipped, 0, {}};
     try {
-        const FolderCompressionResult result = processor_(context_, file);
+        const FolderCompressionResult result = processor_(context, file);
         NativeLog::write(QStringLiteral("Processed ") + fileName(file) + QStringLiteral(" wrote=") +
                          (result.didWrite ? QStringLiteral("true") : QStringLiteral("false")) +
                          QStringLiteral(" saved=") + QString::number(result.savedBytes));
         if (result.didWrite) {
-            context_.stats.done += 1;
-            context_.stats.savedBytes += std::max<std::int64_t>(result.savedBytes, 0);
+            context.stats.done += 1;
+            context.stats.savedBytes += std::max<std::int64_t>(result.savedBytes, 0);
             outcome.outcome = Outcome::compressed;
             outcome.savedBytes = result.savedBytes;
         } else if (result.historyEntry &&
@@ -180,7 +180,7 @@ BatchFileResult FolderCompressor::runCandidate(const QString& file) {
             outcome.outcome = Outcome::skipped;
             outcome.message = result.nothingDoneReason;
         }
-        if (result.historyEntry) context_.sendHistory(*result.historyEntry);
+        if (result.historyEntry) context.sendHistory(*result.historyEntry);
     } catch (const FolderCompressorControlError& error) {
         if (error.kind() == FolderCompressorControlError::cancelled) {
             NativeLog::write(QStringLiteral("Processing cancelled ") + fileName(file));
@@ -189,30 +189,31 @@ BatchFileResult FolderCompressor::runCandidate(const QString& file) {
             return outcome;
         }
         const QString key = standardizedPath(file);
-        context_.pendingFiles.erase(key);
-        context_.processedSignatures.erase(key);
-        context_.recentWrites.erase(key);
+        context.pendingFiles.erase(key);
+        context.processedSignatures.erase(key);
+        context.recentWrites.erase(key);
         NativeLog::write(QStringLiteral("Source changed during processing; retry deferred ") +
                          fileName(file));
         outcome.message = QString::fromUtf8(error.what());
     } catch (const std::exception& error) {
-        reportFailure(file, error);
+        reportFailure(context, file, error);
         outcome.outcome = Outcome::failed;
         outcome.message = errorDescription(error);
     }
     return outcome;
 }
 
-void FolderCompressor::reportFailure(const QString& file, const std::exception& error) {
+void FolderCompressor::reportFailure(EngineContext& context, const QString& file,
+                                     const std::exception& error) {
     // A broken file fails once per version: it is tried again only when it changes (or after a
     // restart), so it cannot flood the history, the error count and the machine.
     if (const auto signature = fileSignature(file))
-        context_.failedSignatures[standardizedPath(file)] = *signature;
+        context.failedSignatures[standardizedPath(file)] = *signature;
     const QString description = errorDescription(error);
     NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") + description);
-    context_.stats.errors += 1;
-    context_.sendEvent(CompressionNotificationEvent::processingFailed(file, description));
-    if (!callbacks.onHistory) return;
+    context.stats.errors += 1;
+    context.sendEvent(CompressionNotificationEvent::processingFailed(file, description));
+    if (!context.callbacks.onHistory) return;
     CompressionHistoryEntry entry;
     entry.id = QUuid::createUuid();
     entry.date = QDateTime::currentDateTimeUtc();
@@ -224,7 +225,7 @@ void FolderCompressor::reportFailure(const QString& file, const std::exception& 
     }
     entry.status = CompressionHistoryStatus::failed;
     entry.message = description;
-    context_.sendHistory(entry);
+    context.sendHistory(entry);
 }
 
 namespace {

@@ -61,17 +61,20 @@ class FolderCompressor {
 
     bool isRunning() const;
 
-    // Processes the candidates now in `folder` once, one after another, with a copy of `config`,
+    // Processes the candidates now in `folder` once, with a copy of `config`,
     // without polling, without waiting for files to hold still and without the rest between
     // files; the engine's other skip rules and the registry apply as in a scan. Blocks until the
     // batch ends; stop() from another thread ends it after the file in progress. Throws
     // FileSystemError(noSuchFile) when the folder is missing. Stops a running watch first and
     // leaves the engine stopped. `onFileDone`, when given, is called on the engine's queue with
     // each result the moment it is known, with the number of results so far and the number of
-    // files the batch looks at.
+    // files the batch looks at (with several jobs, from the worker that finished the file, one
+    // call at a time). `jobs` workers process files at the same time, each through the same
+    // pipeline and safety rules; sources sharing a base name go to one worker, one after
+    // another. With more than one job the callbacks are called from the workers' threads.
     using BatchProgress = std::function<void(const BatchFileResult&, int done, int total)>;
     std::vector<BatchFileResult> runOnce(const AppConfig& config, const QString& folder,
-                                         const BatchProgress& onFileDone = nullptr);
+                                         const BatchProgress& onFileDone = nullptr, int jobs = 1);
 
     EngineCallbacks callbacks;
 
@@ -96,8 +99,12 @@ class FolderCompressor {
     // and in a batch alike: the "Processed" line, the counters, the history entry, and for a
     // failure its report and the memory that keeps this version of the file from being tried
     // again. Never throws.
-    BatchFileResult runCandidate(const QString& file);
-    void reportFailure(const QString& file, const std::exception& error);
+    BatchFileResult runCandidate(EngineContext& context, const QString& file);
+    void reportFailure(EngineContext& context, const QString& file, const std::exception& error);
+    // Processes `groups` on `jobs` workers, each with a context of its own and one shared
+    // registry; files of one group one after another.
+    void runInParallel(const std::vector<QStringList>& groups, int jobs,
+                       const std::function<void(BatchFileResult)>& record);
     void reportUnsupportedIfNeeded(const QString& file);
     // An image whose name is not valid UTF-8 is reported once per version as unsupported.
     void reportUndecodableNameIfNeeded(const QString& folder, const QByteArray& rawName,

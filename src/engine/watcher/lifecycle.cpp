@@ -15,15 +15,17 @@ void EngineLifecycle::markRunning() {
 }
 
 void EngineLifecycle::requestStop() {
-    std::shared_ptr<ChildProcess> process;
+    std::vector<std::shared_ptr<ChildProcess>> processes;
     {
         const std::lock_guard lock(lifecycleLock);
         cancellationRequested = true;
         running = false;
-        process = activeProcess;
+        processes = activeProcesses;
     }
     // Never terminate under the lock: the encoder's waiter takes it when the process ends.
-    if (process && process->isRunning()) process->terminate();
+    for (const auto& process : processes) {
+        if (process->isRunning()) process->terminate();
+    }
 }
 
 bool EngineLifecycle::isRunning() const {
@@ -43,13 +45,13 @@ void EngineLifecycle::checkpoint() const {
 
 bool EngineLifecycle::registerActiveProcess(std::shared_ptr<ChildProcess> process) {
     const std::lock_guard lock(lifecycleLock);
-    activeProcess = std::move(process);
+    activeProcesses.push_back(std::move(process));
     return cancellationRequested;
 }
 
 void EngineLifecycle::clearActiveProcess(const ChildProcess* process) {
     const std::lock_guard lock(lifecycleLock);
-    if (activeProcess.get() == process) activeProcess.reset();
+    std::erase_if(activeProcesses, [process](const auto& p) { return p.get() == process; });
 }
 
 }  // namespace velt

@@ -1,12 +1,14 @@
 // EngineLifecycle: the little state that stop() must reach from another thread while the
 // engine's queue is busy: whether a stop was requested, whether the engine runs, and the
-// external encoder now running. Everything else of the engine belongs to its queue.
+// external encoders now running (one per batch worker; a watching engine runs one at a time).
+// Everything else of the engine belongs to its queue.
 #pragma once
 
 #include "engine/encoders/child_process.h"
 
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace velt {
 
@@ -16,7 +18,7 @@ class EngineLifecycle {
     void beginStart();
     void markRunning();
 
-    // Sets the stop flag, clears `running` and terminates the registered encoder, if any.
+    // Sets the stop flag, clears `running` and terminates every registered encoder.
     void requestStop();
 
     bool isRunning() const;
@@ -29,14 +31,14 @@ class EngineLifecycle {
     // was already requested (the caller then terminates the process itself, because the stop may
     // have happened before the registration).
     bool registerActiveProcess(std::shared_ptr<ChildProcess> process);
-    // Clears the registration if it is still `process` (a newer one is left alone).
+    // Clears the registration of `process`.
     void clearActiveProcess(const ChildProcess* process);
 
   private:
     mutable std::mutex lifecycleLock;
-    bool cancellationRequested = false;           // guarded by lifecycleLock
-    bool running = false;                         // guarded by lifecycleLock
-    std::shared_ptr<ChildProcess> activeProcess;  // guarded by lifecycleLock
+    bool cancellationRequested = false;                          // guarded by lifecycleLock
+    bool running = false;                                        // guarded by lifecycleLock
+    std::vector<std::shared_ptr<ChildProcess>> activeProcesses;  // guarded by lifecycleLock
 };
 
 }  // namespace velt
