@@ -40,13 +40,11 @@ Bitmap decodeFirstFrame(const QString& path) {
                        QStringLiteral("The file is not an image in a supported format."));
 }
 
-void verifyFirstFrameDecodes(const QString& path) {
+FrameSize verifyFirstFrameDecodes(const QString& path) {
     const QByteArray data = detail::readWholeFile(path);
-    if (sniffedFormat(path, data) == ImageFormat::jpeg) {
-        detail::verifyJpegDecodes(data);
-        return;
-    }
-    decodeFirstFrame(path);
+    if (sniffedFormat(path, data) == ImageFormat::jpeg) return detail::verifyJpegDecodes(data);
+    const Bitmap bitmap = decodeFirstFrame(path);
+    return {bitmap.width, bitmap.height};
 }
 
 }  // namespace velt::imageio

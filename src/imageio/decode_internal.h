@@ -81,7 +81,7 @@ HeaderInfo readHeifHeader(const QString& path);
 
 // Frame-0 decoders over the whole file's bytes.
 Bitmap decodeJpeg(const QByteArray& data);
-void verifyJpegDecodes(const QByteArray& data);
+FrameSize verifyJpegDecodes(const QByteArray& data);
 Bitmap decodePng(const QByteArray& data);
 Bitmap decodeWebp(const QByteArray& data);
 Bitmap decodeHeif(const QByteArray& data);

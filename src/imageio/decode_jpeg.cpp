@@ -192,7 +192,7 @@ Bitmap decodeJpeg(const QByteArray& data) {
     return bitmap;
 }
 
-void verifyJpegDecodes(const QByteArray& data) {
+FrameSize verifyJpegDecodes(const QByteArray& data) {
     JpegDecoder decoder;
     if (!fencedReadHeader(&decoder, reinterpret_cast<const unsigned char*>(data.constData()),
                           static_cast<unsigned long>(data.size()))) {
@@ -204,6 +204,7 @@ void verifyJpegDecodes(const QByteArray& data) {
                                  ((decoder.info.image_height + 7) / 8) * 4;
     std::vector<std::uint8_t> pixels(capacity);
     if (!fencedReadReduced(&decoder, pixels.data(), capacity)) throwJpegError(decoder);
+    return {decoder.info.image_width, decoder.info.image_height};
 }
 
 }  // namespace velt::imageio::detail

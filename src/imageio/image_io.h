@@ -50,9 +50,17 @@ ImageProperties readProperties(const QString& path);
 // declared size exceeds the decode limits, corruptFile for damaged data).
 Bitmap decodeFirstFrame(const QString& path);
 
-// Proves that frame 0 decodes, throwing as decodeFirstFrame would. JPEG is decoded at 1/8 scale:
-// every coded coefficient is still read, so damage anywhere is found at a fraction of the cost.
-void verifyFirstFrameDecodes(const QString& path);
+// The pixel size of a decoded frame.
+struct FrameSize {
+    std::int64_t width = 0;
+    std::int64_t height = 0;
+    bool operator==(const FrameSize&) const = default;
+};
+
+// Proves that frame 0 decodes, throwing as decodeFirstFrame would, and returns its size (as
+// stored; HEIF after its own rotation). JPEG is decoded at 1/8 scale: every coded coefficient is
+// still read, so damage anywhere is found at a fraction of the cost.
+FrameSize verifyFirstFrameDecodes(const QString& path);
 
 // The bitmap turned upright for an EXIF orientation (1-8); 5-8 swap width and height. Values
 // outside 2-8 return it unchanged.

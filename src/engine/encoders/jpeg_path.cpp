@@ -51,7 +51,7 @@ void writeJPEGImage(EngineContext& context, const QString& destination, const Im
         jpegCandidates(base, directory, intermediate, profile, context.config.qualities.jpeg),
         cleanup, [&](const EncoderCandidate& candidate) {
             runTool(*cjpeg, candidate.arguments, context.lifecycle);
-            validateEncodedImage(candidate.url);
+            validateEncodedImage(candidate.url, expectedOutputSize(plan.image));
             return candidate.url;
         });
     installSmallest(results, destination);

@@ -109,6 +109,8 @@ void writePNGImage(EngineContext& context, const QString& sourceURL, const QStri
         throw FileSystemError(FileSystemError::writeUnknown,
                               QStringLiteral("No PNG candidate for ") + destination);
     copyOverDestination(smallestFile(candidates), destination);
+    // Whichever candidate won, the file that may replace an original must decode.
+    validateEncodedImage(destination, expectedOutputSize(plan.image));
 }
 
 }  // namespace velt

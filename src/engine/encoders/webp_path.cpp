@@ -90,7 +90,7 @@ void writeWebPImage(EngineContext& context, const QString& destination, const Im
             const std::optional<QString> webpmux =
                 profile ? locateTool(QStringLiteral("webpmux")) : std::nullopt;
             if (!webpmux) {
-                validateEncodedImage(candidate.url);
+                validateEncodedImage(candidate.url, expectedOutputSize(plan.image));
                 return candidate.url;
             }
             const QString embedded = cleanup.add(temporarySibling(
@@ -99,7 +99,7 @@ void writeWebPImage(EngineContext& context, const QString& destination, const Im
                     {QStringLiteral("-set"), QStringLiteral("icc"), *profile, candidate.url,
                      QStringLiteral("-o"), embedded},
                     context.lifecycle);
-            validateEncodedImage(embedded);
+            validateEncodedImage(embedded, expectedOutputSize(plan.image));
             return embedded;
         });
     installSmallest(results, destination);

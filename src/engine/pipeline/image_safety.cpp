@@ -31,14 +31,30 @@ std::int64_t validateTemporaryFile(const QString& path) {
     return size;
 }
 
-std::int64_t validateEncodedImage(const QString& path) {
+std::int64_t validateEncodedImage(const QString& path,
+                                  const std::optional<imageio::FrameSize>& expected) {
     const std::int64_t size = validateTemporaryFile(path);
+    imageio::FrameSize decoded;
     try {
-        imageio::verifyFirstFrameDecodes(path);
+        decoded = imageio::verifyFirstFrameDecodes(path);
     } catch (const std::exception&) {
         rejectWrittenFile(path);
     }
+    if (expected && decoded != *expected) {
+        QFile::remove(path);
+        throw FileSystemError(
+            FileSystemError::writeUnknown,
+            QStringLiteral("The encoder wrote a %1×%2 image instead of %3×%4; it was discarded.")
+                .arg(decoded.width)
+                .arg(decoded.height)
+                .arg(expected->width)
+                .arg(expected->height));
+    }
     return size;
+}
+
+imageio::FrameSize expectedOutputSize(const imageio::Bitmap& image) {
+    return {image.width, image.height};
 }
 
 }  // namespace velt

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "imageio/bitmap.h"
+#include "imageio/image_io.h"
 #include "model/image_safety.h"
 
 #include <QByteArray>
@@ -22,8 +23,13 @@ std::optional<QByteArray> iccDataForEncoding(const std::optional<imageio::ColorS
 // FileSystemError(writeUnknown) thrown.
 std::int64_t validateTemporaryFile(const QString& path);
 
-// As validateTemporaryFile, and frame 0 must decode; a file that does not is deleted and
-// FileSystemError(writeUnknown) thrown.
-std::int64_t validateEncodedImage(const QString& path);
+// As validateTemporaryFile, and frame 0 must decode, with `expected` dimensions when given; a
+// file that does not is deleted and FileSystemError(writeUnknown) thrown. Every output passes
+// this before it may replace or join an original.
+std::int64_t validateEncodedImage(const QString& path,
+                                  const std::optional<imageio::FrameSize>& expected = {});
+
+// The dimensions every output of `image` must decode to.
+imageio::FrameSize expectedOutputSize(const imageio::Bitmap& image);
 
 }  // namespace velt

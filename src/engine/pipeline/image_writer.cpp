@@ -5,6 +5,7 @@
 #include "engine/encoders/tool_runner.h"
 #include "engine/encoders/webp_path.h"
 #include "engine/errors.h"
+#include "engine/pipeline/image_safety.h"
 #include "imageio/image_io.h"
 
 #include <QFile>
@@ -66,6 +67,8 @@ void writeImage(EngineContext& context, const QString& sourceURL, const QString&
     writeImageWithImageIO(destination, plan.image, plan.target, context.config.qualities);
     // The tool paths check for a stop themselves; the built-in encoder cannot be interrupted.
     context.checkpoint();
+    // The tool paths decode what they wrote; the built-in encoders' output is checked here.
+    validateEncodedImage(destination, expectedOutputSize(plan.image));
 }
 
 }  // namespace velt

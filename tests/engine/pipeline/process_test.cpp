@@ -1,5 +1,6 @@
 #include "engine/pipeline/process.h"
 #include "engine/errors.h"
+#include "engine/pipeline/can_write.h"
 #include "engine/pipeline/image_safety.h"
 #include "image_fixtures.h"
 #include "imageio/image_io.h"
@@ -239,6 +240,37 @@ TEST(EncodedImageChecks, RejectedFilesAreDeleted) {
         testing::writeFile(path, bytes);
         EXPECT_THROW(validateEncodedImage(path), FileSystemError) << name;
         EXPECT_FALSE(QFileInfo::exists(path)) << name;
+    }
+}
+
+// Every output format's file is decoded, and must have the dimensions of the image it was made
+// from: a cut-short file of any format, or a file of the wrong size, never replaces anything.
+TEST(EncodedImageChecks, EveryFormatIsDecodedWithItsDimensions) {
+    registerImageWriterTypes();
+    QTemporaryDir dir;
+    const auto image = testing::photoLikeBitmap(96, 64);
+    const QString ppm = dir.filePath(QStringLiteral("source.ppm"));
+    testing::writeFile(ppm, testing::toPNM(image, false));
+    for (const auto format : {ImageFormat::jpeg, ImageFormat::png, ImageFormat::webp,
+                              ImageFormat::heic, ImageFormat::avif}) {
+        const QString path = dir.filePath(QStringLiteral("out.") + fileExtension(format));
+        if (format == ImageFormat::webp) {
+            ASSERT_TRUE(testing::runProgram(QStringLiteral("cwebp"), {QStringLiteral("-quiet"), ppm,
+                                                                      QStringLiteral("-o"), path}));
+        } else {
+            ASSERT_TRUE(format == ImageFormat::jpeg || format == ImageFormat::png ||
+                        isNativeWritable(format));
+            imageio::encodeImage(image, format, 70, path);
+        }
+        const QByteArray bytes = testing::readFile(path);
+        EXPECT_EQ(validateEncodedImage(path, expectedOutputSize(image)), bytes.size());
+        EXPECT_THROW(validateEncodedImage(path, imageio::FrameSize{64, 96}), FileSystemError)
+            << "a turned image passed as " << fileExtension(format).toStdString();
+        EXPECT_FALSE(QFileInfo::exists(path));
+        testing::writeFile(path, bytes.left(bytes.size() * 2 / 3));
+        EXPECT_THROW(validateEncodedImage(path, expectedOutputSize(image)), FileSystemError)
+            << "a cut-short " << fileExtension(format).toStdString() << " passed";
+        EXPECT_FALSE(QFileInfo::exists(path));
     }
 }
 
