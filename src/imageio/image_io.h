@@ -45,6 +45,11 @@ struct ImageProperties {
 // size. Throws ImageIOError(corruptFile) when they cannot be read.
 ImageProperties readProperties(const QString& path);
 
+// Whether the file is an animation (an APNG announcing more than one frame, a WebP marked as
+// animated, or a HEIF/AVIF image sequence), from its headers only; false for stills and unreadable
+// files. Throws ImageIOError(corruptFile) when the file cannot be opened.
+bool isAnimated(const QString& path);
+
 // Decodes frame 0 to RGBA: grey replicated, CMYK and non-RGB spaces converted to sRGB, RGB left
 // in its own profile's space. No orientation is applied. Throws ImageIOError (tooLarge when the
 // declared size exceeds the decode limits, corruptFile for damaged data).

@@ -41,6 +41,10 @@ CompressionNotificationEvent CompressionNotificationEvent::alreadyOptimal(const 
     return {Kind::alreadyOptimal, path, {}};
 }
 
+CompressionNotificationEvent CompressionNotificationEvent::animatedImage(const QString& path) {
+    return {Kind::animatedImage, path, {}};
+}
+
 QString CompressionNotificationEvent::dedupeKey() const {
     switch (kind_) {
         case Kind::unsupportedFile:
@@ -51,12 +55,14 @@ QString CompressionNotificationEvent::dedupeKey() const {
             return QStringLiteral("watcher");
         case Kind::alreadyOptimal:
             return QStringLiteral("optimal:") + standardizedPath(path_);
+        case Kind::animatedImage:
+            return QStringLiteral("animated:") + standardizedPath(path_);
     }
     return {};
 }
 
 bool CompressionNotificationEvent::allowsSystemNotification() const {
-    return kind_ != Kind::alreadyOptimal;
+    return kind_ != Kind::alreadyOptimal && kind_ != Kind::animatedImage;
 }
 
 QString CompressionNotificationEvent::title(AppLanguage language) const {
@@ -73,6 +79,9 @@ QString CompressionNotificationEvent::title(AppLanguage language) const {
         case Kind::alreadyOptimal:
             return text(language, QStringLiteral("Файл уже оптимален"),
                         QStringLiteral("File already optimal"));
+        case Kind::animatedImage:
+            return text(language, QStringLiteral("Анимация оставлена как есть"),
+                        QStringLiteral("Animation left as it is"));
     }
     return {};
 }
@@ -92,6 +101,12 @@ QString CompressionNotificationEvent::body(AppLanguage language) const {
                 language,
                 name + QStringLiteral(" оставлен без изменений: новый файл был бы тяжелее."),
                 name + QStringLiteral(" was left unchanged because the new file would be larger."));
+        case Kind::animatedImage:
+            return text(language,
+                        name + QStringLiteral(" не сжат: это анимация, а сжатая копия сохранила бы "
+                                              "только первый кадр."),
+                        name + QStringLiteral(" was not compressed: it is animated, and a "
+                                              "compressed copy would keep only its first frame."));
     }
     return {};
 }

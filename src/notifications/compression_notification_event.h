@@ -11,22 +11,29 @@ namespace velt {
 
 class CompressionNotificationEvent {
   public:
-    enum class Kind { unsupportedFile, processingFailed, watcherFailed, alreadyOptimal };
+    enum class Kind {
+        unsupportedFile,
+        processingFailed,
+        watcherFailed,
+        alreadyOptimal,
+        animatedImage,  // left as it is: a compressed copy would keep only its first frame
+    };
 
     static CompressionNotificationEvent unsupportedFile(const QString& path);
     static CompressionNotificationEvent processingFailed(const QString& path,
                                                          const QString& message);
     static CompressionNotificationEvent watcherFailed(const QString& message);
     static CompressionNotificationEvent alreadyOptimal(const QString& path);
+    static CompressionNotificationEvent animatedImage(const QString& path);
 
     Kind kind() const { return kind_; }
     // The file concerned (empty for watcherFailed).
     const QString& path() const { return path_; }
     const QString& message() const { return message_; }
 
-    // "unsupported:" / "failed:" / "optimal:" + standardised path, or "watcher".
+    // "unsupported:" / "failed:" / "optimal:" / "animated:" + standardised path, or "watcher".
     QString dedupeKey() const;
-    // False only for alreadyOptimal: it is a menu-bar notice, never a desktop notification.
+    // False for alreadyOptimal and animatedImage: menu-bar notices, never desktop notifications.
     bool allowsSystemNotification() const;
     QString title(AppLanguage language) const;
     QString body(AppLanguage language) const;

@@ -8,6 +8,7 @@
 #include "engine/pipeline/image_writer.h"
 #include "engine/pipeline/output_naming.h"
 #include "engine/pipeline/plan.h"
+#include "imageio/image_io.h"
 #include "model/file_url.h"
 #include "model/native_log.h"
 
@@ -107,6 +108,25 @@ void markAsOwnOutput(const EngineContext& context, const QString& file, const QS
                              version ? version->digest : QByteArray(), *fingerprint});
 }
 
+bool isAnimatedImage(const QString& file) {
+    try {
+        return imageio::isAnimated(file);
+    } catch (const imageio::ImageIOError&) {
+        return false;  // unreadable: planning reports it
+    }
+}
+
+// An animation keeps all its frames: it is left as it is and reported once per version.
+FolderCompressionResult leaveAnimation(EngineContext& context, const QString& file) {
+    rememberSignature(context, file);
+    context.rememberProcessed(file, ProcessedDecision::leftAnimated);
+    NativeLog::write(QStringLiteral("Animated image left as it is ") + fileNameOf(file));
+    context.sendEvent(CompressionNotificationEvent::animatedImage(file));
+    FolderCompressionResult result;
+    result.nothingDoneReason = QStringLiteral("animated image left as it is");
+    return result;
+}
+
 // The source is already represented by a fresh compressed sibling.
 FolderCompressionResult settleWithFreshOutput(EngineContext& context, const QString& file,
                                               const QString& output) {
@@ -190,6 +210,7 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     if (const auto marker = readOutputMarker(file);
         marker && marker->settingsKey == context.processingSettingsKey())
         return settleOwnOutput(context, file, *marker);
+    if (isAnimatedImage(file)) return leaveAnimation(context, file);
     std::optional<SourceVersion> version;
     if (context.config.originalPolicy == OriginalPolicy::replace) version = sourceVersion(file);
     const std::int64_t size = version ? version->signature.size : fileSize(file);

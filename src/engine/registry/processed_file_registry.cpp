@@ -102,13 +102,16 @@ QString rawValue(ProcessedDecision decision) {
             return QStringLiteral("alreadyOptimal");
         case ProcessedDecision::existingOutputFresh:
             return QStringLiteral("existingOutputFresh");
+        case ProcessedDecision::leftAnimated:
+            return QStringLiteral("leftAnimated");
     }
     return {};
 }
 
 std::optional<ProcessedDecision> processedDecisionFromRawValue(const QString& raw) {
-    for (auto decision : {ProcessedDecision::compressed, ProcessedDecision::alreadyOptimal,
-                          ProcessedDecision::existingOutputFresh}) {
+    for (auto decision :
+         {ProcessedDecision::compressed, ProcessedDecision::alreadyOptimal,
+          ProcessedDecision::existingOutputFresh, ProcessedDecision::leftAnimated}) {
         if (rawValue(decision) == raw) return decision;
     }
     return std::nullopt;

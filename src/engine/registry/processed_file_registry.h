@@ -18,7 +18,8 @@
 
 namespace velt {
 
-enum class ProcessedDecision { compressed, alreadyOptimal, existingOutputFresh };
+// leftAnimated: an animation, left as it is because a compressed copy keeps one frame.
+enum class ProcessedDecision { compressed, alreadyOptimal, existingOutputFresh, leftAnimated };
 
 QString rawValue(ProcessedDecision decision);
 std::optional<ProcessedDecision> processedDecisionFromRawValue(const QString& raw);

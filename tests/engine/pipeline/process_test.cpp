@@ -8,6 +8,7 @@
 #include "support/test_environment.h"
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -272,6 +273,61 @@ TEST(EncodedImageChecks, EveryFormatIsDecodedWithItsDimensions) {
             << "a cut-short " << fileExtension(format).toStdString() << " passed";
         EXPECT_FALSE(QFileInfo::exists(path));
     }
+}
+
+}  // namespace
+}  // namespace velt
+
+namespace velt {
+namespace {
+
+// An APNG: a PNG with an acTL chunk right after IHDR announcing `frames` frames.
+QByteArray withAnimationControl(const QByteArray& png, std::uint32_t frames) {
+    QByteArray body("acTL");
+    for (const std::uint32_t value : {frames, 0u})
+        for (int shift = 24; shift >= 0; shift -= 8) body.append(static_cast<char>(value >> shift));
+    const quint32 crc = static_cast<quint32>(::crc32(
+        0, reinterpret_cast<const Bytef*>(body.constData()), static_cast<uInt>(body.size())));
+    QByteArray chunk;
+    for (int shift = 24; shift >= 0; shift -= 8) chunk.append(static_cast<char>(8u >> shift));
+    chunk += body;
+    for (int shift = 24; shift >= 0; shift -= 8) chunk.append(static_cast<char>(crc >> shift));
+    return png.left(33) + chunk + png.mid(33);  // signature (8) + IHDR (25)
+}
+
+// An animation is left as it is, in either policy, and said so once; a still stays a still.
+TEST_F(PipelineTest, AnimationsAreLeftAsTheyAre) {
+    context.config.originalPolicy = OriginalPolicy::replace;
+    const QString still = photoPNG(QStringLiteral("still.png"), false);
+    const QByteArray png = testing::readFile(still);
+    testing::writeFile(file(QStringLiteral("moving.png")), withAnimationControl(png, 2));
+    testing::writeFile(file(QStringLiteral("one-frame.png")), withAnimationControl(png, 1));
+    const QString first = file(QStringLiteral("frame1.ppm"));
+    const QString second = file(QStringLiteral("frame2.ppm"));
+    auto frame = testing::photoLikeBitmap(120, 90);
+    testing::writeFile(first, testing::toPNM(frame, false));
+    for (std::size_t i = 0; i < frame.rgba.size(); i += 4) frame.rgba[i] = 255 - frame.rgba[i];
+    testing::writeFile(second, testing::toPNM(frame, false));
+    ASSERT_TRUE(testing::runProgram(QStringLiteral("img2webp"),
+                                    {QStringLiteral("-loop"), QStringLiteral("0"), first, second,
+                                     QStringLiteral("-o"), file(QStringLiteral("moving.webp"))}));
+    QFile::remove(first);
+    QFile::remove(second);
+
+    for (const char* name : {"moving.png", "moving.webp"}) {
+        const QString path = file(QString::fromUtf8(name));
+        const QByteArray before = testing::readFile(path);
+        const FolderCompressionResult result = process(context, path);
+        EXPECT_FALSE(result.didWrite) << name;
+        EXPECT_EQ(result.nothingDoneReason, QStringLiteral("animated image left as it is"));
+        EXPECT_EQ(testing::readFile(path), before) << name;
+        EXPECT_EQ(events.back(), CompressionNotificationEvent::animatedImage(path));
+        EXPECT_TRUE(context.processedSignatures.contains(path));
+    }
+    EXPECT_TRUE(process(context, file(QStringLiteral("one-frame.png"))).didWrite);
+    EXPECT_FALSE(QDir(folder.path())
+                     .exists(QStringLiteral(".velt-compressor-backups/") + isoDay() +
+                             QStringLiteral("/moving.png")));
 }
 
 }  // namespace
