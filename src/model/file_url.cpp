@@ -26,6 +26,21 @@ FileNameParts splitFileName(const QString& fileName) {
     return {fileName.left(dot), fileName.mid(dot + 1)};
 }
 
+QString fittedFileName(const QString& base, const QString& tail, qsizetype reserveBytes) {
+    const qsizetype room = maximumFileNameBytes - reserveBytes - tail.toUtf8().size();
+    if (base.toUtf8().size() <= room) return base + tail;
+    qsizetype bytes = 0;
+    qsizetype end = 0;
+    while (end < base.size()) {
+        const qsizetype length = base.at(end).isHighSurrogate() && end + 1 < base.size() ? 2 : 1;
+        const qsizetype more = base.mid(end, length).toUtf8().size();
+        if (bytes + more > room) break;
+        bytes += more;
+        end += length;
+    }
+    return base.left(end) + tail;
+}
+
 QString standardizedPath(const QString& path) {
     return QDir::cleanPath(path);
 }

@@ -32,8 +32,12 @@ QString temporarySibling(const QString& directory, const QString& base, const QS
     const QString uuid = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     const QString separator =
         directory.endsWith(QLatin1Char('/')) ? QString() : QStringLiteral("/");
-    return directory + separator + QLatin1Char('.') + base + tempFileMarker + infix + uuid +
-           QLatin1Char('.') + extension;
+    // Room for the tools' own temporary suffixes (pngquant writes NAME + ".tmp" first).
+    constexpr qsizetype toolSuffixBytes = 16;
+    return directory + separator +
+           fittedFileName(QLatin1Char('.') + base,
+                          tempFileMarker + infix + uuid + QLatin1Char('.') + extension,
+                          toolSuffixBytes);
 }
 
 int clampedQuality(int setting) {

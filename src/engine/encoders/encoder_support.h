@@ -34,7 +34,8 @@ QString directoryOf(const QString& path);
 QString baseNameOf(const QString& path);
 
 // directory/"." + base + ".velt-temp" + infix + fresh upper-case UUID + "." + extension, for
-// example infix "-jpeg-source-" and extension "ppm". Nothing is created.
+// example infix "-jpeg-source-" and extension "ppm"; the base is cut short so that the name, with
+// room left for a tool's own temporary suffix, fits in 255 bytes. Nothing is created.
 QString temporarySibling(const QString& directory, const QString& base, const QString& infix,
                          const QString& extension);
 

@@ -52,9 +52,9 @@ QString joinPath(const QString& folder, const QString& name) {
 }
 
 QString backupName(const FileNameParts& parts, const QString& suffix) {
-    QString name = parts.base + QStringLiteral(".original") + suffix;
-    if (!parts.extension.isEmpty()) name += QLatin1Char('.') + parts.extension;
-    return name;
+    QString tail = QStringLiteral(".original") + suffix;
+    if (!parts.extension.isEmpty()) tail += QLatin1Char('.') + parts.extension;
+    return fittedFileName(parts.base, tail);
 }
 
 // A copy that cannot be read back or does not match is not a backup: it is removed.

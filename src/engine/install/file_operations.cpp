@@ -159,6 +159,20 @@ void copyToNewFile(const QString& from, const QString& to) {
     syncFolder(parentFolder(to));
 }
 
+void takeOverAccess(const QString& from, const QString& to) {
+    struct stat source {};
+    if (::stat(QFile::encodeName(from).constData(), &source) != 0)
+        throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot read the attributes of"),
+                                         from);
+    const QByteArray target = QFile::encodeName(to);
+    // Owner first: changing it may clear set-id bits, which the chmod below then settles.
+    if (::lchown(target.constData(), source.st_uid, source.st_gid) != 0)
+        ::lchown(target.constData(), static_cast<uid_t>(-1), source.st_gid);
+    if (::chmod(target.constData(), source.st_mode & 07777) != 0)
+        throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot set the permissions of"),
+                                         to);
+}
+
 void removeFile(const QString& path) {
     if (::unlink(QFile::encodeName(path).constData()) != 0)
         throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot remove"), path);

@@ -54,6 +54,13 @@ void moveByLink(const QString& from, const QString& to);
 // `to` is removed and FileSystemError thrown; an existing `to` is never touched.
 void copyToNewFile(const QString& from, const QString& to);
 
+// Gives `to` the permission bits of `from`, and its owner and group where this process may set
+// them (as root both; otherwise the group when the user belongs to it; an owner change that is not
+// allowed is silently left out). Done on a temporary file before it is installed, so that the
+// final name never shows wider access than the source had. Throws FileSystemError when `from`
+// cannot be read or the permission bits cannot be set.
+void takeOverAccess(const QString& from, const QString& to);
+
 // Removes a file. Throws FileSystemError.
 void removeFile(const QString& path);
 

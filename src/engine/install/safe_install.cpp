@@ -71,8 +71,9 @@ QString tempURL(const QString& finalPath, const QString& marker) {
     const FileNameParts parts = splitFileName(fileName(finalPath));
     const QString extension = parts.extension.isEmpty() ? QStringLiteral("tmp") : parts.extension;
     const QString uuid = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
-    return folderPrefix(finalPath) + QLatin1Char('.') + parts.base + marker + QLatin1Char('-') +
-           uuid + QLatin1Char('.') + extension;
+    return folderPrefix(finalPath) +
+           fittedFileName(QLatin1Char('.') + parts.base,
+                          marker + QLatin1Char('-') + uuid + QLatin1Char('.') + extension);
 }
 
 void moveOrCopyFile(const QString& from, const QString& to) {

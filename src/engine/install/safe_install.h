@@ -19,7 +19,9 @@
 namespace velt {
 
 // A fresh hidden name beside `finalPath`: "." + base + marker + "-" + UUID (upper case) + "." +
-// extension ("tmp" when the file has none). Nothing is created.
+// extension ("tmp" when the file has none), the base cut short when the name would pass 255
+// bytes (it only has to be unique and recognisable: recovery knows it by the leading ".", the
+// marker and the UUID before the extension). Nothing is created.
 QString tempURL(const QString& finalPath, const QString& marker = tempFileMarker);
 
 // Moves `from` to `to` (atomic within one file system, never over an existing file); when that

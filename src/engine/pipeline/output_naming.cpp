@@ -16,7 +16,6 @@
 namespace velt {
 namespace {
 
-constexpr qsizetype maximumNameBytes = 255;
 // Far more same-named outputs than any folder holds; past it something is wrong.
 constexpr int maximumNameAttempts = 1000;
 
@@ -33,29 +32,12 @@ QString baseName(const QString& source) {
     return splitFileName(fileNameOf(source)).base;
 }
 
-// `base` cut, at a character boundary, so that base + tail takes at most 255 bytes in UTF-8.
-QString fittedName(const QString& base, const QString& tail) {
-    const qsizetype room = maximumNameBytes - tail.toUtf8().size();
-    if (base.toUtf8().size() <= room) return base + tail;
-    QString cut;
-    qsizetype bytes = 0;
-    for (qsizetype i = 0; i < base.size();) {
-        const qsizetype length = base.at(i).isHighSurrogate() && i + 1 < base.size() ? 2 : 1;
-        const qsizetype more = base.mid(i, length).toUtf8().size();
-        if (bytes + more > room) break;
-        cut += base.mid(i, length);
-        bytes += more;
-        i += length;
-    }
-    return cut + tail;
-}
-
 // The n-th name tried for an output: n = 1 is the plain name, later ones carry "-n".
 QString candidateName(const QString& base, int n, bool keep, ImageFormat target) {
     QString tail = n > 1 ? QLatin1Char('-') + QString::number(n) : QString();
     if (keep) tail += compressedFileSuffix;
     tail += QLatin1Char('.') + fileExtension(target);
-    return fittedName(base, tail);
+    return fittedFileName(base, tail);
 }
 
 }  // namespace

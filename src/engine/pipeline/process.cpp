@@ -255,6 +255,7 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     }
     requireOutputNameStillOurs(context, file, output);
     markAsOwnOutput(context, file, temp, version);
+    takeOverAccess(file, temp);  // a private photo stays private (last: it may forbid writing)
     // A requested conversion is installed even when it is larger: the user asked for the format.
     install(context, file, temp, output, version);
     recordInstalled(context, file, output);

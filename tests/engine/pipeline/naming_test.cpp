@@ -7,6 +7,8 @@
 #include "support/test_environment.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -167,7 +169,9 @@ TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
                     EXPECT_FALSE(result.didWrite) << source.toStdString();
                     continue;
                 }
-                ASSERT_TRUE(result.didWrite) << source.toStdString() << " policy " << static_cast<int>(policy) << " " << readFile(data.file(QStringLiteral("native.log"))).toStdString();
+                ASSERT_TRUE(result.didWrite)
+                    << source.toStdString() << " policy " << static_cast<int>(policy) << " "
+                    << readFile(data.file(QStringLiteral("native.log"))).toStdString();
                 ASSERT_TRUE(result.historyEntry && result.historyEntry->outputURL);
                 EXPECT_TRUE(testing::decodeIndependently(*result.historyEntry->outputURL));
             }
@@ -230,6 +234,58 @@ TEST_F(NamingTest, AFileThatAppearsUnderTheOutputNameMeanwhileIsLeftAlone) {
     EXPECT_THROW(process(context, source), std::exception);
     EXPECT_EQ(readFile(file(QStringLiteral("late.jpg"))), "saved by the user just now");
     EXPECT_EQ(readFile(source), original);
+    for (const QString& name : folderNames())
+        EXPECT_FALSE(name.startsWith(QLatin1Char('.'))) << name.toStdString();
+}
+
+}  // namespace
+}  // namespace velt
+
+namespace velt {
+namespace {
+
+// Outputs keep the source's access: permission bits always, owner and group where allowed; and
+// every name the file system accepts can be processed, however long.
+TEST_F(NamingTest, OutputsKeepTheSourcesAccessAndLongNamesWork) {
+    const auto photo = testing::photoLikeBitmap(64, 48);
+    struct Row {
+        OriginalPolicy policy;
+        FormatStrategy strategy;
+        QString name;
+        mode_t mode;
+    };
+    // 84 three-byte characters + ".png" = 256 bytes is too long; 83 (253 bytes) is accepted.
+    const QString longBase = QString(83, QChar(0x5199));
+    const Row rows[] = {
+        {OriginalPolicy::replace, FormatStrategy::automatic, QStringLiteral("a.png"), 0600},
+        {OriginalPolicy::replace, FormatStrategy::jpeg, QStringLiteral("b.png"), 0640},
+        {OriginalPolicy::keep, FormatStrategy::webp, QStringLiteral("c.png"), 0604},
+        {OriginalPolicy::replace, FormatStrategy::automatic, longBase + QStringLiteral(".png"),
+         0644},
+        {OriginalPolicy::keep, FormatStrategy::jpeg,
+         QString(251, QLatin1Char('x')) + QStringLiteral(".png"), 0600},
+    };
+    for (const Row& row : rows) {
+        context.config.originalPolicy = row.policy;
+        context.config.formatStrategy = row.strategy;
+        const QString source = file(row.name);
+        imageio::encodeImage(photo, ImageFormat::png, 0, source);
+        ASSERT_EQ(::chmod(QFile::encodeName(source).constData(), row.mode), 0);
+        if (testing::runningAsRoot()) {
+            ASSERT_EQ(::chown(QFile::encodeName(source).constData(), 1234, 4321), 0);
+        }
+        const FolderCompressionResult result = process(context, source);
+        ASSERT_TRUE(result.didWrite) << row.name.toStdString() << " " << result.nothingDoneReason.toStdString() << (result.historyEntry ? static_cast<int>(result.historyEntry->status) : -1);
+        const QString output = *result.historyEntry->outputURL;
+        struct stat info {};
+        ASSERT_EQ(::stat(QFile::encodeName(output).constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, row.mode) << output.toStdString();
+        if (testing::runningAsRoot()) {
+            EXPECT_EQ(info.st_uid, 1234u);
+            EXPECT_EQ(info.st_gid, 4321u);
+        }
+        EXPECT_LE(QFileInfo(output).fileName().toUtf8().size(), 255);
+    }
     for (const QString& name : folderNames())
         EXPECT_FALSE(name.startsWith(QLatin1Char('.'))) << name.toStdString();
 }
