@@ -27,6 +27,22 @@ struct ColorSpace {
 // converted to sRGB before encoding).
 QByteArray iccProfileToEmbed(const ColorSpace& space);
 
+// Colour described by code points instead of a profile (an nclx box): the primaries and white
+// point as CIE xy chromaticities, and the transfer characteristic's code (ITU-T H.273).
+struct NclxColour {
+    double red[2] = {0.64, 0.33};
+    double green[2] = {0.30, 0.60};
+    double blue[2] = {0.15, 0.06};
+    double white[2] = {0.3127, 0.3290};
+    int transfer = 13;  // the sRGB curve
+};
+
+// sRGBColorSpace() for the BT.709 primaries with an sRGB-like curve (what encoders write for
+// ordinary pictures); otherwise an RGB space whose ICC profile, made with lcms2, has those
+// primaries and that curve (PQ and HLG are tabulated, relative to SDR reference white and clipped
+// there), named after them with " (nclx)".
+ColorSpace colorSpaceFromNclx(const NclxColour& nclx);
+
 // The default space of untagged images: sRGB, named, no profile bytes.
 ColorSpace sRGBColorSpace();
 

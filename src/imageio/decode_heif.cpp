@@ -61,6 +61,26 @@ QByteArray embeddedProfile(const heif_image_handle* handle) {
     return profile;
 }
 
+// The colour an nclx box describes (libheif reports the primaries of the code points); sRGB for
+// a file without any colour description.
+ColorSpace nclxColorSpace(const heif_image_handle* handle) {
+    heif_color_profile_nclx* nclx = nullptr;
+    if (heif_image_handle_get_nclx_color_profile(handle, &nclx).code != heif_error_Ok || !nclx)
+        return sRGBColorSpace();
+    NclxColour colour;
+    colour.red[0] = nclx->color_primary_red_x;
+    colour.red[1] = nclx->color_primary_red_y;
+    colour.green[0] = nclx->color_primary_green_x;
+    colour.green[1] = nclx->color_primary_green_y;
+    colour.blue[0] = nclx->color_primary_blue_x;
+    colour.blue[1] = nclx->color_primary_blue_y;
+    colour.white[0] = nclx->color_primary_white_x;
+    colour.white[1] = nclx->color_primary_white_y;
+    colour.transfer = static_cast<int>(nclx->transfer_characteristics);
+    heif_nclx_color_profile_free(nclx);
+    return colorSpaceFromNclx(colour);
+}
+
 }  // namespace
 
 // libheif parses the boxes and checks every item's extent against the file's size; the coded
@@ -113,9 +133,9 @@ Bitmap decodeHeif(const QByteArray& data) {
     if (!alpha) {
         for (std::size_t i = 3; i < bitmap.rgba.size(); i += 4) bitmap.rgba[i] = 255;
     }
-    // An nclx description alone (what encoders write for plain sRGB) is taken as sRGB.
     const QByteArray profile = embeddedProfile(handle.get());
-    bitmap.colorSpace = profile.isEmpty() ? sRGBColorSpace() : colorSpaceFromICC(profile);
+    bitmap.colorSpace =
+        profile.isEmpty() ? nclxColorSpace(handle.get()) : colorSpaceFromICC(profile);
     return bitmap;
 }
 

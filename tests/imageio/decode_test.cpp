@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <jpeglib.h>
+#include <lcms2.h>
 #include <libheif/heif.h>
 #include <png.h>
 
@@ -217,6 +218,100 @@ TEST(Decode, PngEveryColorTypeDepthTransparencyAndInterlace) {
         EXPECT_EQ(decoded.colorSpace, p3 ? colorSpaceFromICC(recipe.iccProfile) : sRGBColorSpace());
         EXPECT_EQ(std::tie(decoded.width, decoded.height, decoded.rgba),
                   std::tie(recipe.width, recipe.height, expected));
+    }
+}
+
+}  // namespace
+}  // namespace velt::imageio
+
+namespace velt::imageio {
+namespace {
+
+// An AVIF whose colour is described only by an nclx box with these code points, written with
+// libheif (Debian's heif-enc ignores its colour options).
+void writeNclxAvif(const QString& path, int primaries, int transfer) {
+    heif_context* context = heif_context_alloc();
+    heif_encoder* encoder = nullptr;
+    ASSERT_EQ(heif_context_get_encoder_for_format(context, heif_compression_AV1, &encoder).code,
+              heif_error_Ok);
+    heif_image* image = nullptr;
+    ASSERT_EQ(
+        heif_image_create(48, 32, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &image).code,
+        heif_error_Ok);
+    heif_image_add_plane(image, heif_channel_interleaved, 48, 32, 8);
+    int stride = 0;
+    std::uint8_t* plane = heif_image_get_plane(image, heif_channel_interleaved, &stride);
+    for (int y = 0; y < 32; ++y)
+        for (int x = 0; x < 48 * 3; ++x)
+            plane[y * stride + x] = static_cast<std::uint8_t>(x * 5 + y);
+    heif_color_profile_nclx* nclx = heif_nclx_color_profile_alloc();
+    heif_nclx_color_profile_set_color_primaries(nclx, static_cast<std::uint16_t>(primaries));
+    heif_nclx_color_profile_set_transfer_characteristics(nclx,
+                                                         static_cast<std::uint16_t>(transfer));
+    heif_nclx_color_profile_set_matrix_coefficients(nclx, 6);
+    heif_image_set_nclx_color_profile(image, nclx);
+    heif_nclx_color_profile_free(nclx);
+    heif_image_handle* handle = nullptr;
+    ASSERT_EQ(heif_context_encode_image(context, image, encoder, nullptr, &handle).code,
+              heif_error_Ok);
+    ASSERT_EQ(heif_context_write_to_file(context, QFile::encodeName(path).constData()).code,
+              heif_error_Ok);
+    heif_image_handle_release(handle);
+    heif_image_release(image);
+    heif_encoder_release(encoder);
+    heif_context_free(context);
+}
+
+// The CIE xy chromaticity that pure red has in an ICC profile, read back with lcms2.
+std::pair<double, double> redChromaticity(const QByteArray& icc) {
+    cmsHPROFILE profile =
+        cmsOpenProfileFromMem(icc.constData(), static_cast<cmsUInt32Number>(icc.size()));
+    cmsHPROFILE xyz = cmsCreateXYZProfile();
+    cmsHTRANSFORM transform = cmsCreateTransform(profile, TYPE_RGB_DBL, xyz, TYPE_XYZ_DBL,
+                                                 INTENT_RELATIVE_COLORIMETRIC, 0);
+    const double red[3] = {1, 0, 0};
+    cmsCIEXYZ out{};
+    cmsDoTransform(transform, red, &out, 1);
+    cmsDeleteTransform(transform);
+    cmsCloseProfile(xyz);
+    cmsCloseProfile(profile);
+    const double sum = out.X + out.Y + out.Z;
+    return {out.X / sum, out.Y / sum};
+}
+
+// AVIF (and HEIC, through the same box) whose colour is only an nclx box keeps it: Display P3 and
+// BT.2020 (also with PQ) get a profile with their own primaries; the sRGB code points stay sRGB,
+// never embedded.
+TEST(Decode, NclxColourBecomesAProfileWithItsPrimaries) {
+    struct Case {
+        const char* primariesAndTransfer;
+        std::optional<std::pair<double, double>> red;  // xy of the red primary
+    };
+    const Case cases[] = {
+        {"1 13", std::nullopt},
+        {"12 13", std::pair{0.680, 0.320}},  // Display P3
+        {"9 16", std::pair{0.708, 0.292}},   // BT.2020, PQ
+        {"9 14", std::pair{0.708, 0.292}},
+    };
+    QTemporaryDir dir;
+    for (const Case& c : cases) {
+        const QStringList codes = QString::fromUtf8(c.primariesAndTransfer).split(QLatin1Char(' '));
+        {
+            SCOPED_TRACE(c.primariesAndTransfer);
+            const QString out = dir.filePath(QStringLiteral("out.avif"));
+            writeNclxAvif(out, codes[0].toInt(), codes[1].toInt());
+            const Bitmap decoded = decodeFirstFrame(out);
+            if (!c.red) {
+                EXPECT_EQ(decoded.colorSpace, sRGBColorSpace());
+                continue;
+            }
+            EXPECT_EQ(decoded.colorSpace.model, ColorModel::rgb);
+            EXPECT_TRUE(decoded.colorSpace.name.endsWith(QStringLiteral("(nclx)")));
+            EXPECT_FALSE(iccProfileToEmbed(decoded.colorSpace).isEmpty());
+            const auto [x, y] = redChromaticity(decoded.colorSpace.iccData);
+            EXPECT_NEAR(x, c.red->first, 0.012);
+            EXPECT_NEAR(y, c.red->second, 0.012);
+        }
     }
 }
 
