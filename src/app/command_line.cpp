@@ -207,7 +207,7 @@ QString usageText() {
         "\n"
         "Modes:\n"
         "  (no mode)         the desktop program; until the tray icon exists it runs headless\n"
-        "  --headless        watch the saved folder until SIGINT or SIGTERM, then stop cleanly\n"
+        "  --headless        watch the saved folder until SIGINT, SIGTERM or SIGHUP, then stop\n"
         "                    and exit 0; notices are written to standard error, one per line\n"
         "  --watch DIR       watch DIR instead, and save it as the chosen folder\n"
         "  --once DIR        compress what is in DIR now (the saved folder is not changed), print\n"

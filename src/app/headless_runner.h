@@ -1,7 +1,7 @@
 // The headless program: the store without a tray. Watches the saved folder while compression is
 // switched on (or the one given with --watch, which is saved as the chosen folder and switches it
-// on) until SIGINT or SIGTERM, then stops the engine and exits 0. What a desktop would show —
-// notices, alerts, finished files — is written to standard error, one line each.
+// on) until SIGINT, SIGTERM or SIGHUP, then stops the engine and exits 0. What a desktop would show
+// — notices, alerts, finished files — is written to standard error, one line each.
 //
 // Main thread only. REQUIRES: a QCoreApplication exists.
 #pragma once

@@ -12,7 +12,7 @@
 
 namespace velt {
 
-// 0 when no file failed, 1 when one did or the run was interrupted by SIGINT or SIGTERM.
+// 0 when no file failed, 1 when one did or the run was interrupted by SIGINT, SIGTERM or SIGHUP.
 int runOnceCommand(const CommandLineRequest& request);
 
 // "compressed N, already optimal N, failed N, saved X".

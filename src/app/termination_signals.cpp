@@ -5,13 +5,15 @@
 #include <QSocketNotifier>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 
 namespace velt {
 namespace {
 
 volatile sig_atomic_t signalWriteFd = -1;
-struct sigaction previousInt;
-struct sigaction previousTerm;
+// Closing the terminal (SIGHUP) ends the program as cleanly as Ctrl+C and SIGTERM.
+constexpr int handledSignals[] = {SIGINT, SIGTERM, SIGHUP};
+struct sigaction previous[std::size(handledSignals)];
 
 extern "C" void forwardSignal(int signal) {
     const int savedErrno = errno;
@@ -33,9 +35,9 @@ TerminationSignals::TerminationSignals(std::function<void(int)> onSignal)
     action.sa_handler = forwardSignal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    if (::sigaction(SIGINT, &action, &previousInt) != 0 ||
-        ::sigaction(SIGTERM, &action, &previousTerm) != 0)
-        return;
+    for (std::size_t i = 0; i < std::size(handledSignals); ++i) {
+        if (::sigaction(handledSignals[i], &action, &previous[i]) != 0) return;
+    }
     notifier_ = std::make_unique<QSocketNotifier>(readFd_, QSocketNotifier::Read);
     QObject::connect(notifier_.get(), &QSocketNotifier::activated, notifier_.get(),
                      [this] { drain(); });
@@ -45,8 +47,8 @@ TerminationSignals::TerminationSignals(std::function<void(int)> onSignal)
 TerminationSignals::~TerminationSignals() {
     // Handlers set before a failure are restored too (the saved ones start as the defaults).
     if (readFd_ >= 0) {
-        ::sigaction(SIGINT, &previousInt, nullptr);
-        ::sigaction(SIGTERM, &previousTerm, nullptr);
+        for (std::size_t i = 0; i < std::size(handledSignals); ++i)
+            ::sigaction(handledSignals[i], &previous[i], nullptr);
     }
     notifier_.reset();
     if (readFd_ >= 0) ::close(readFd_);

@@ -1,5 +1,5 @@
-// SIGINT and SIGTERM turned into a call on the main thread's event loop (the self-pipe trick:
-// the handler only writes one byte, which a QSocketNotifier reads).
+// SIGINT, SIGTERM and SIGHUP turned into a call on the main thread's event loop (the self-pipe
+// trick: the handler only writes one byte, which a QSocketNotifier reads).
 //
 // One instance at a time; construct and destroy on the main thread.
 #pragma once

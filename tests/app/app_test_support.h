@@ -70,9 +70,10 @@ class ProgramTest : public ::testing::Test {
         return condition();
     }
 
-    // SIGTERM must end the program cleanly with exit code 0.
-    void terminate(QProcess& process) {
-        ::kill(static_cast<pid_t>(process.processId()), SIGTERM);
+    // SIGTERM (or SIGINT, or SIGHUP when the terminal closes) must end the program cleanly with
+    // exit code 0.
+    void terminate(QProcess& process, int signal = SIGTERM) {
+        ::kill(static_cast<pid_t>(process.processId()), signal);
         ASSERT_TRUE(process.waitForFinished(10000));
         err_ += process.readAllStandardError();
         EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);

@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QRandomGenerator>
+#include <QThread>
 
 namespace velt::testing {
 namespace {
@@ -35,7 +36,7 @@ TEST_F(ProgramTest, StopsCleanlyMidEncodeThenCompressesADroppedImageOnce) {
     ASSERT_TRUE(waitFor(first, [&] { return QFileInfo::exists(ready); })) << log().toStdString();
     const pid_t encoder = QString::fromUtf8(readFile(ready)).trimmed().toInt();
     ASSERT_GT(encoder, 0);
-    terminate(first);
+    terminate(first, SIGHUP);  // the terminal was closed
     // The encoder is gone (at most a zombie waiting for its new parent to reap it).
     const QByteArray state = readFile(QStringLiteral("/proc/%1/stat").arg(encoder));
     EXPECT_TRUE(state.isEmpty() || state.contains(") Z ")) << state.toStdString();
@@ -66,6 +67,41 @@ TEST_F(ProgramTest, StopsCleanlyMidEncodeThenCompressesADroppedImageOnce) {
     third.waitForFinished(2500);
     terminate(third);
     EXPECT_EQ(log().count(QStringLiteral("Processed dropped")), 1) << log().toStdString();
+}
+
+// An encoder never outlives the program, not even when the program is killed outright, and the
+// next start finds nothing of ours left in the folder.
+TEST_F(ProgramTest, EncodersDieWithAKilledProgram) {
+    QTemporaryDir tools;
+    ASSERT_TRUE(
+        QFile::link(QStringLiteral(VELT_HANG_TOOL), tools.filePath(QStringLiteral("cjpeg"))));
+    const QString ready = data_.filePath(QStringLiteral("encoder.pid"));
+    writeJpeg(file("photo.jpg"));
+    const QByteArray source = readFile(file("photo.jpg"));
+    environment_.insert(QStringLiteral("VELT_TOOL_DIR"), tools.path());
+    environment_.insert(QStringLiteral("VELT_STANDIN_READY"), ready);
+    QProcess killed;
+    launch(killed, words("--headless --watch DIR", folder_.path()));
+    ASSERT_TRUE(waitFor(killed, [&] { return QFileInfo::exists(ready); })) << log().toStdString();
+    const pid_t encoder = QString::fromUtf8(readFile(ready)).trimmed().toInt();
+    ASSERT_GT(encoder, 0);
+    killed.kill();  // SIGKILL: no handler runs
+    ASSERT_TRUE(killed.waitForFinished(5000));
+    const auto gone = [&] {
+        const QByteArray state = readFile(QStringLiteral("/proc/%1/stat").arg(encoder));
+        return state.isEmpty() || state.contains(") Z ");
+    };
+    for (int i = 0; i < 50 && !gone(); ++i) QThread::msleep(20);
+    EXPECT_TRUE(gone()) << "the encoder outlived the program";
+
+    // A later run (a batch here) clears what the killed one left.
+    environment_.remove(QStringLiteral("VELT_TOOL_DIR"));
+    QProcess batch;
+    launch(batch, words("--once DIR", folder_.path()));
+    ASSERT_TRUE(batch.waitForFinished(30000));
+    for (const QString& name : entriesIn(folder_.path()))
+        EXPECT_FALSE(name.startsWith(QLatin1Char('.'))) << name.toStdString();
+    EXPECT_EQ(readFile(file("photo.jpg")), source);
 }
 
 }  // namespace

@@ -4,7 +4,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -38,59 +39,49 @@ int decodeWaitStatus(int status) {
     return 255;
 }
 
-// File actions and attributes for posix_spawn, released on every path.
-class SpawnSetup {
-  public:
-    SpawnSetup() {
-        actionsReady_ = posix_spawn_file_actions_init(&actions) == 0;
-        attributesReady_ = posix_spawnattr_init(&attributes) == 0;
-    }
-    ~SpawnSetup() {
-        if (actionsReady_) posix_spawn_file_actions_destroy(&actions);
-        if (attributesReady_) posix_spawnattr_destroy(&attributes);
-    }
-    SpawnSetup(const SpawnSetup&) = delete;
-    SpawnSetup& operator=(const SpawnSetup&) = delete;
+// In the child, between fork and exec: only async-signal-safe calls. Never returns; on failure
+// writes errno to `report` (close-on-exec, so a successful exec closes it without a word).
+[[noreturn]] void reportAndExit(int report) {
+    const int error = errno;
+    [[maybe_unused]] const ssize_t written = ::write(report, &error, sizeof error);
+    ::_exit(127);
+}
 
-    // Returns 0 or the errno of the step that failed.
-    int prepare() {
-        if (!actionsReady_ || !attributesReady_) return ENOMEM;
-        // The tools' messages are never read: all three standard streams are the null device,
-        // so a chatty tool can never block on a full pipe and never waits for input.
-        if (int error =
-                posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0))
-            return error;
-        if (int error =
-                posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0))
-            return error;
-        if (int error = posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO))
-            return error;
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
-        // No descriptor of ours (watches, half-written files) leaks into a tool.
-        if (int error = posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1))
-            return error;
-#endif
-        // Ignored signals and the blocked mask survive exec; a tool starts with neither, so that
-        // SIGTERM from the engine's stop reaches it as it would from a shell.
-        sigset_t noSignals;
-        sigemptyset(&noSignals);
-        sigset_t allSignals;
-        sigfillset(&allSignals);
-        sigdelset(&allSignals, SIGKILL);
-        sigdelset(&allSignals, SIGSTOP);
-        if (int error = posix_spawnattr_setsigmask(&attributes, &noSignals)) return error;
-        if (int error = posix_spawnattr_setsigdefault(&attributes, &allSignals)) return error;
-        return posix_spawnattr_setflags(&attributes,
-                                        POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+[[noreturn]] void becomeTool(char* const argv[], pid_t parent, const ToolLimits& limits,
+                             int report) {
+    const auto fail = [report] { reportAndExit(report); };
+    // The tool dies with the program, even when the program is killed outright.
+    if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) fail();
+    if (::getppid() != parent) ::_exit(127);  // the program is already gone
+    if (limits.memoryBytes > 0) {
+        const rlimit memory = {static_cast<rlim_t>(limits.memoryBytes),
+                               static_cast<rlim_t>(limits.memoryBytes)};
+        if (::setrlimit(RLIMIT_AS, &memory) != 0) fail();
     }
-
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-
-  private:
-    bool actionsReady_ = false;
-    bool attributesReady_ = false;
-};
+    // Ignored signals and the blocked mask survive exec; a tool starts with neither, so that
+    // SIGTERM from the engine's stop reaches it as it would from a shell.
+    struct sigaction defaults {};
+    defaults.sa_handler = SIG_DFL;
+    for (int signal = 1; signal < NSIG; ++signal) {
+        if (signal != SIGKILL && signal != SIGSTOP) ::sigaction(signal, &defaults, nullptr);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    // The tools' messages are never read: all three standard streams are the null device, so a
+    // chatty tool can never block on a full pipe and never waits for input.
+    const int null = ::open("/dev/null", O_RDWR);
+    if (null < 0 || ::dup2(null, STDIN_FILENO) < 0 || ::dup2(null, STDOUT_FILENO) < 0 ||
+        ::dup2(null, STDERR_FILENO) < 0)
+        fail();
+    // No descriptor of ours (watches, half-written files, locks) leaks into a tool; the report
+    // pipe closes itself at exec.
+    for (int fd = STDERR_FILENO + 1; fd < 1024; ++fd) {
+        if (fd != report) ::close(fd);
+    }
+    ::execve(argv[0], argv, environ);
+    reportAndExit(report);
+}
 
 // A pidfd becomes readable when the child exits, so the waiter can sleep in poll() instead of
 // looking again and again. Invalid when the kernel has no pidfd_open (then the waiter sleeps in
@@ -152,32 +143,56 @@ void killAndReap(pid_t pid) {
 }  // namespace
 
 std::shared_ptr<ChildProcess> ChildProcess::spawn(const QString& executable,
-                                                  const QStringList& arguments) {
+                                                  const QStringList& arguments,
+                                                  const ToolLimits& limits) {
     std::vector<QByteArray> encoded = encodedArgumentVector(executable, arguments);
     std::vector<char*> argv;
     argv.reserve(encoded.size() + 1);
     for (QByteArray& item : encoded) argv.push_back(item.data());
     argv.push_back(nullptr);
 
-    SpawnSetup setup;
-    int error = setup.prepare();
-    pid_t pid = -1;
-    if (error == 0)
-        error = ::posix_spawn(&pid, encoded.front().constData(), &setup.actions, &setup.attributes,
-                              argv.data(), environ);
-    if (error != 0)
-        throw FileSystemError(FileSystemError::launchFailed,
-                              QStringLiteral("Cannot start %1: %2")
-                                  .arg(executable, QString::fromLocal8Bit(std::strerror(error))));
+    const auto launchFailed = [&](int error) {
+        return FileSystemError(FileSystemError::launchFailed,
+                               QStringLiteral("Cannot start %1: %2")
+                                   .arg(executable, QString::fromLocal8Bit(std::strerror(error))));
+    };
+    int report[2];
+    if (::pipe2(report, O_CLOEXEC) != 0) throw launchFailed(errno);
+    const pid_t parent = ::getpid();
+    const pid_t pid = ::fork();
+    if (pid == 0) becomeTool(argv.data(), parent, limits, report[1]);
+    ::close(report[1]);
+    if (pid < 0) {
+        const int error = errno;
+        ::close(report[0]);
+        throw launchFailed(error);
+    }
+    // The exec closed the pipe (success) or the child wrote why it could not start.
+    int childError = 0;
+    ssize_t got;
+    do {
+        got = ::read(report[0], &childError, sizeof childError);
+    } while (got < 0 && errno == EINTR);
+    ::close(report[0]);
+    if (got == sizeof childError) {
+        killAndReap(pid);
+        throw launchFailed(childError);
+    }
     try {
-        return std::shared_ptr<ChildProcess>(new ChildProcess(pid));
+        return std::shared_ptr<ChildProcess>(new ChildProcess(pid, limits.time));
     } catch (...) {
         killAndReap(pid);
         throw;
     }
 }
 
-ChildProcess::ChildProcess(pid_t pid) : pid_(pid) {}
+ChildProcess::ChildProcess(pid_t pid, std::chrono::seconds timeLimit)
+    : pid_(pid), startedAt_(Clock::now()), timeLimit_(timeLimit) {}
+
+bool ChildProcess::timedOut() const {
+    const std::lock_guard lock(mutex_);
+    return timedOut_;
+}
 
 ChildProcess::~ChildProcess() {
     const std::lock_guard lock(mutex_);
@@ -209,6 +224,13 @@ int ChildProcess::waitForExit() {
         {
             const std::lock_guard lock(mutex_);
             if (reapIfExitedLocked()) return exitStatus_;
+            if (timeLimit_.count() > 0 && !terminateRequested_ &&
+                Clock::now() - startedAt_ >= timeLimit_) {
+                timedOut_ = true;
+                terminateRequested_ = true;
+                terminateRequestedAt_ = Clock::now();
+                ::kill(pid_, SIGTERM);
+            }
             if (terminateRequested_ && !killAt)
                 killAt = terminateRequestedAt_ + terminateGracePeriod;
             if (killAt && !killed) {

@@ -11,17 +11,27 @@
 #include <QString>
 #include <QStringList>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
 namespace velt {
 
+// What one run of a tool may use: address space (0: no limit) and wall-clock time (0: no limit).
+struct ToolLimits {
+    std::int64_t memoryBytes = 0;
+    std::chrono::seconds time{0};
+};
+
 class ChildProcess {
   public:
     // Starts `executable` with `arguments` (argv[0] is the executable's path), inheriting the
-    // environment and working directory. Throws FileSystemError(launchFailed) when it cannot start.
+    // environment and working directory, within `limits` (the memory limit is the child's own
+    // address-space limit). The child dies with this process, even when this process is killed.
+    // Throws FileSystemError(launchFailed) when it cannot start.
     static std::shared_ptr<ChildProcess> spawn(const QString& executable,
-                                               const QStringList& arguments);
+                                               const QStringList& arguments,
+                                               const ToolLimits& limits = {});
 
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
@@ -30,7 +40,11 @@ class ChildProcess {
     // Blocks until the child exits; returns its exit status, or 128 + signal number when a
     // signal ended it. After terminate(), a child that ignores SIGTERM is killed after a short
     // grace period, so this always returns soon after terminate().
+    // A time limit given to spawn() ends the child like terminate() once it has passed.
     int waitForExit();
+
+    // Whether waitForExit() ended the child because its time limit passed.
+    bool timedOut() const;
 
     // Asks the child to end (SIGTERM now, SIGKILL if it is still there after the grace period).
     // Does nothing once the child has been reaped.
@@ -39,7 +53,7 @@ class ChildProcess {
     bool isRunning() const;
 
   private:
-    explicit ChildProcess(pid_t pid);
+    ChildProcess(pid_t pid, std::chrono::seconds timeLimit);
 
     // Reaps the child if it has exited. REQUIRES: mutex_ held.
     bool reapIfExitedLocked();
@@ -50,6 +64,9 @@ class ChildProcess {
     int exitStatus_ = 0;               // guarded by mutex_; valid once reaped_
     bool terminateRequested_ = false;  // guarded by mutex_
     std::chrono::steady_clock::time_point terminateRequestedAt_;  // guarded by mutex_
+    std::chrono::steady_clock::time_point startedAt_;
+    std::chrono::seconds timeLimit_;
+    bool timedOut_ = false;  // guarded by mutex_
 };
 
 }  // namespace velt

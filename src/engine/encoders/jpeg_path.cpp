@@ -37,6 +37,8 @@ void writeJPEGImage(EngineContext& context, const QString& destination, const Im
         throw FileSystemError(FileSystemError::writeUnsupportedScheme,
                               QStringLiteral("The JPEG encoder \"cjpeg\" is not installed"));
 
+    const ToolLimits limits =
+        toolLimitsFor(static_cast<std::int64_t>(plan.image.width) * plan.image.height);
     const QString directory = directoryOf(destination);
     const QString base = baseNameOf(destination);
     TemporaryFiles cleanup;
@@ -50,7 +52,7 @@ void writeJPEGImage(EngineContext& context, const QString& destination, const Im
     const QStringList results = runCandidates(
         jpegCandidates(base, directory, intermediate, profile, context.config.qualities.jpeg),
         cleanup, [&](const EncoderCandidate& candidate) {
-            runTool(*cjpeg, candidate.arguments, context.lifecycle);
+            runTool(*cjpeg, candidate.arguments, context.lifecycle, limits);
             validateEncodedImage(candidate.url, expectedOutputSize(plan.image));
             return candidate.url;
         });

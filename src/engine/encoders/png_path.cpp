@@ -13,6 +13,8 @@
 namespace velt {
 namespace {
 
+constexpr std::int64_t maximumOxipngPixels = 12'000'000;
+
 // Runs one optional optimization step that writes `path`. Returns whether it produced a
 // candidate; a stop is passed on, any other failure removes the file and is handed to `onFailure`.
 bool tryCandidate(const QString& path, const std::function<void()>& produce,
@@ -71,14 +73,23 @@ void writePNGImage(EngineContext& context, const QString& sourceURL, const QStri
     writeBaseline(context, sourceURL, baseline, plan);
     QStringList candidates = {baseline};
 
-    const std::optional<QString> oxipng = locateTool(QStringLiteral("oxipng"));
+    const std::int64_t pixels = static_cast<std::int64_t>(plan.image.width) * plan.image.height;
+    const ToolLimits limits = toolLimitsFor(pixels);
+    std::optional<QString> oxipng = locateTool(QStringLiteral("oxipng"));
+    // oxipng's exhaustive search grows with the picture: minutes for a large one, for a few
+    // per cent. Above this size the lossless candidate is the baseline alone.
+    if (oxipng && pixels > maximumOxipngPixels) {
+        NativeLog::debug(
+            QStringLiteral("oxipng skipped for a large image (%1 pixels)").arg(pixels));
+        oxipng.reset();
+    }
     if (oxipng) {
         const QString lossless = cleanup.add(sibling("-oxipng-"));
         const bool made = tryCandidate(
             lossless,
             [&] {
                 copyToNewFile(baseline, lossless);
-                runTool(*oxipng, oxipngArguments(lossless), context.lifecycle);
+                runTool(*oxipng, oxipngArguments(lossless), context.lifecycle, limits);
                 attachICCProfileToPNGIfNeeded(lossless, plan.iccData);
                 validateTemporaryFile(lossless);
             },
@@ -93,8 +104,8 @@ void writePNGImage(EngineContext& context, const QString& sourceURL, const QStri
             [&] {
                 runTool(*pngquant,
                         pngquantArguments(context.config.qualities.png, baseline, quantized),
-                        context.lifecycle);
-                if (oxipng) runTool(*oxipng, oxipngArguments(quantized), context.lifecycle);
+                        context.lifecycle, limits);
+                if (oxipng) runTool(*oxipng, oxipngArguments(quantized), context.lifecycle, limits);
                 attachICCProfileToPNGIfNeeded(quantized, plan.iccData);
                 validateTemporaryFile(quantized);
             },

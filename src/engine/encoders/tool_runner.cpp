@@ -1,5 +1,7 @@
 #include "engine/encoders/tool_runner.h"
 
+#include <algorithm>
+
 #include "engine/errors.h"
 #include "platform/executable_check.h"
 
@@ -72,9 +74,21 @@ std::optional<QString> toolURL(const QString& name) {
     return std::nullopt;
 }
 
-void runTool(const QString& executable, const QStringList& arguments, EngineLifecycle& lifecycle) {
+ToolLimits toolLimitsFor(std::int64_t pixels) {
+    constexpr std::int64_t baseMemory = 256LL << 20;
+    constexpr std::int64_t memoryPerPixel = 24;
+    constexpr std::int64_t maximumMemory = 8LL << 30;
+    const std::int64_t megapixels = (std::max<std::int64_t>(pixels, 0) + 999'999) / 1'000'000;
+    return {
+        std::min(baseMemory + memoryPerPixel * std::max<std::int64_t>(pixels, 0), maximumMemory),
+        std::chrono::seconds(20 + 3 * megapixels)};
+}
+
+void runTool(const QString& executable, const QStringList& arguments, EngineLifecycle& lifecycle,
+             const ToolLimits& limits) {
     lifecycle.checkpoint();
-    const std::shared_ptr<ChildProcess> process = ChildProcess::spawn(executable, arguments);
+    const std::shared_ptr<ChildProcess> process =
+        ChildProcess::spawn(executable, arguments, limits);
     const ActiveProcessRegistration registration(lifecycle, process.get());
     // A stop that came between the checkpoint and the registration could not see this process.
     if (lifecycle.registerActiveProcess(process) && process->isRunning()) process->terminate();
@@ -82,6 +96,11 @@ void runTool(const QString& executable, const QStringList& arguments, EngineLife
     const int status = process->waitForExit();
     // A stopped tool may still exit 0 (it caught SIGTERM and finished): its output is not trusted.
     lifecycle.checkpoint();
+    if (process->timedOut())
+        throw FileSystemError(FileSystemError::writeUnknown,
+                              QStringLiteral("The tool %1 took longer than %2 s and was stopped")
+                                  .arg(QFileInfo(executable).fileName())
+                                  .arg(limits.time.count()));
     if (status != 0)
         throw FileSystemError(FileSystemError::writeUnknown,
                               QStringLiteral("The tool %1 failed with exit status %2")

@@ -20,11 +20,18 @@ QStringList toolSearchDirectories();
 // nothing when none is.
 std::optional<QString> toolURL(const QString& name);
 
+// What a tool may use for an image of `pixels` pixels: generous for any real photo (a 48 MP
+// image gets about 1.4 GB and 3 minutes), so that only a hostile file (a compression bomb, a
+// header that lies) meets the limit, and then costs seconds instead of minutes.
+ToolLimits toolLimitsFor(std::int64_t pixels);
+
 // Runs the tool with exactly these arguments (no shell; output to /dev/null) and waits for it,
-// with no time limit. Registers it with `lifecycle` so that the engine's stop ends it.
+// within `limits`. Registers it with `lifecycle` so that the engine's stop ends it.
 // Throws FolderCompressorControlError::cancelled when a stop was requested before, during or
 // right after the run (whatever the exit status), FileSystemError(launchFailed) when it cannot
-// start, and FileSystemError(writeUnknown) when it exits with a non-zero status.
-void runTool(const QString& executable, const QStringList& arguments, EngineLifecycle& lifecycle);
+// start, and FileSystemError(writeUnknown) when it exits with a non-zero status or passes its
+// time limit (it is then stopped).
+void runTool(const QString& executable, const QStringList& arguments, EngineLifecycle& lifecycle,
+             const ToolLimits& limits = {});
 
 }  // namespace velt

@@ -72,6 +72,8 @@ void writeWebPImage(EngineContext& context, const QString& destination, const Im
         throw FileSystemError(FileSystemError::writeUnsupportedScheme,
                               QStringLiteral("The WebP encoder \"cwebp\" is not installed"));
 
+    const ToolLimits limits =
+        toolLimitsFor(static_cast<std::int64_t>(plan.image.width) * plan.image.height);
     const QString directory = directoryOf(destination);
     const QString base = baseNameOf(destination);
     const bool hasAlpha = imageio::hasAlphaChannel(plan.image.alphaInfo);
@@ -86,7 +88,7 @@ void writeWebPImage(EngineContext& context, const QString& destination, const Im
                                            context.config.preset, context.config.qualities.webp);
     const QStringList results =
         runCandidates(candidates, cleanup, [&](const EncoderCandidate& candidate) {
-            runTool(*cwebp, candidate.arguments, context.lifecycle);
+            runTool(*cwebp, candidate.arguments, context.lifecycle, limits);
             const std::optional<QString> webpmux =
                 profile ? locateTool(QStringLiteral("webpmux")) : std::nullopt;
             if (!webpmux) {
@@ -98,7 +100,7 @@ void writeWebPImage(EngineContext& context, const QString& destination, const Im
             runTool(*webpmux,
                     {QStringLiteral("-set"), QStringLiteral("icc"), *profile, candidate.url,
                      QStringLiteral("-o"), embedded},
-                    context.lifecycle);
+                    context.lifecycle, limits);
             validateEncodedImage(embedded, expectedOutputSize(plan.image));
             return embedded;
         });

@@ -180,5 +180,32 @@ TEST(RunTool, ExitStatusArgumentVectorAndStopWhileRunning) {
     }
 }
 
+// A hostile file costs seconds, not minutes: a tool past its time is stopped, one past its
+// memory is refused it, and either is reported as the file's failure.
+TEST(RunTool, TimeAndMemoryLimits) {
+    QTemporaryDir dir;
+    EngineLifecycle lifecycle;
+    const QString hang = installStandin(dir.path(), u"hang"_s, u"cwebp"_s);
+    const ScopedEnvironment ignoreTerm("VELT_STANDIN_IGNORE_TERM", QByteArray("1"));
+    try {
+        runTool(hang, {}, lifecycle, ToolLimits{0, std::chrono::seconds(1)});
+        ADD_FAILURE() << "no time limit";
+    } catch (const FileSystemError& error) {
+        EXPECT_EQ(error.description(), u"The tool cwebp took longer than 1 s and was stopped"_s);
+    }
+    const QString hog = installStandin(dir.path(), u"hog"_s, u"oxipng"_s);
+    EXPECT_NO_THROW(runTool(hog, {}, lifecycle));
+    try {
+        runTool(hog, {}, lifecycle, ToolLimits{256LL << 20, std::chrono::seconds(0)});
+        ADD_FAILURE() << "no memory limit";
+    } catch (const FileSystemError& error) {
+        EXPECT_EQ(error.description(), u"The tool oxipng failed with exit status 3"_s);
+    }
+    // The allowance grows with the picture and stays generous for real photos.
+    EXPECT_GE(toolLimitsFor(48'000'000).memoryBytes, 1'200'000'000);
+    EXPECT_GE(toolLimitsFor(48'000'000).time, std::chrono::seconds(150));
+    EXPECT_LT(toolLimitsFor(1'000'000).memoryBytes, toolLimitsFor(48'000'000).memoryBytes);
+}
+
 }  // namespace
 }  // namespace velt
