@@ -220,6 +220,7 @@ void AppStore::restartIfNeeded() {
 }
 
 void AppStore::handleWatcherFailure(const std::exception& error) {
+    watcherFolderBusy_ = dynamic_cast<const FolderBusyError*>(&error) != nullptr;
     const QString description = errorDescription(error);
     NativeLog::write(QStringLiteral("Watcher failed ") + description);
     watcherError_ = description;

@@ -46,6 +46,8 @@ class AppStore : public QObject {
     NotificationManager& notificationManager() { return *notificationManager_; }
     const CompressionHistory& history() const { return history_; }
     const std::optional<QString>& watcherError() const { return watcherError_; }
+    // Whether the last start failed because another process's engine holds the folder.
+    bool watcherFolderBusy() const { return watcherFolderBusy_; }
     const AppConfig& config() const { return config_; }
     bool isRunning() const { return compressor_->isRunning(); }
 
@@ -110,6 +112,7 @@ class AppStore : public QObject {
     std::unique_ptr<NotificationManager> notificationManager_;
     CompressionHistory history_;
     std::optional<QString> watcherError_;
+    bool watcherFolderBusy_ = false;
     AppConfig config_;
     SettingsOverrides overrides_;
 };

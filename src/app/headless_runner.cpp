@@ -120,7 +120,7 @@ int HeadlessRunner::run(const CommandLineRequest& request) {
             return 2;
         }
         line(QStringLiteral("velt-compressor: ") + reason);
-        return 1;
+        return store.watcherFolderBusy() ? 2 : 1;
     }
     line(text(store.config().language, QStringLiteral("Слежу за папкой "),
               QStringLiteral("Watching ")) +

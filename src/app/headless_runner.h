@@ -22,7 +22,8 @@ class HeadlessRunner final : public Presenter {
 
     // Runs the event loop; returns the process's exit code: 0 after a signal or the launch
     // smoke test, and at once when compression is switched off (without --watch); 2 when there
-    // is no folder to watch, 1 when watching could not start.
+    // is no folder to watch or another process already compresses it, 1 when watching could not
+    // start.
     int run(const CommandLineRequest& request);
 
     void showAlert(const QString& message, const QString& informativeText, const QString& button,

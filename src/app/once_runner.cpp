@@ -79,6 +79,7 @@ int runOnceCommand(const CommandLineRequest& request) {
     FolderCompressor engine;
     std::vector<BatchFileResult> results;
     std::optional<QString> failure;
+    bool folderBusy = false;
     std::atomic<bool> interrupted = false;
 
     // Each file's line appears the moment it is done; on a terminal a progress line follows it.
@@ -107,6 +108,7 @@ int runOnceCommand(const CommandLineRequest& request) {
                                      request.jobs.value_or(QThread::idealThreadCount()));
         } catch (const std::exception& error) {
             failure = errorDescription(error);
+            folderBusy = dynamic_cast<const FolderBusyError*>(&error) != nullptr;
         }
         QMetaObject::invokeMethod(
             qApp, [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
@@ -123,7 +125,7 @@ int runOnceCommand(const CommandLineRequest& request) {
     QTextStream out(stdout);
     if (failure) {
         QTextStream(stderr) << "velt-compressor: " << *failure << Qt::endl;
-        return 1;
+        return folderBusy ? 2 : 1;
     }
     if (terminal) out << "\r\x1b[K";
     bool anyFailed = false;

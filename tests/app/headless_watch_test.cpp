@@ -69,6 +69,24 @@ TEST_F(ProgramTest, StopsCleanlyMidEncodeThenCompressesADroppedImageOnce) {
     EXPECT_EQ(log().count(QStringLiteral("Processed dropped")), 1) << log().toStdString();
 }
 
+// One engine per folder: a second launch on a watched folder says who holds it and exits 2,
+// a batch too; once the first one is gone (even killed), the folder is free again.
+TEST_F(ProgramTest, ASecondEngineOnTheSameFolderIsRefused) {
+    QProcess first;
+    launch(first, words("--headless --watch DIR", folder_.path()));
+    ASSERT_TRUE(waitFor(first, [&] { return log().contains(QStringLiteral("Start watcher")); }));
+    const QString holder = QString::number(first.processId());
+    for (const char* arguments : {"--headless --watch DIR", "--once DIR"}) {
+        const auto [exitCode, out, err] = run(arguments);
+        EXPECT_EQ(exitCode, 2) << arguments;
+        EXPECT_TRUE(err.contains(QStringLiteral("already being compressed by process ") + holder))
+            << arguments << err.toStdString();
+    }
+    first.kill();
+    ASSERT_TRUE(first.waitForFinished(5000));
+    EXPECT_EQ(std::get<0>(run("--once DIR")), 0);
+}
+
 // An encoder never outlives the program, not even when the program is killed outright, and the
 // next start finds nothing of ours left in the folder.
 TEST_F(ProgramTest, EncodersDieWithAKilledProgram) {

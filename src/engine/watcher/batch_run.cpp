@@ -43,6 +43,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         throw FileSystemError(FileSystemError::noSuchFile,
                               QStringLiteral("The folder “%1” doesn’t exist.").arg(folder));
     }
+    lock_ = std::make_unique<FolderLock>(standardizedPath(folder));
     lifecycle_.beginStart();
     std::vector<BatchFileResult> results;
     std::mutex resultsMutex;
@@ -103,6 +104,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         context_.clearFileMaps();
     });
     lifecycle_.requestStop();
+    lock_.reset();
     return results;
 }
 

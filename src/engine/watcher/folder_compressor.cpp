@@ -34,6 +34,8 @@ FolderCompressor::~FolderCompressor() {
 
 void FolderCompressor::start(const AppConfig& config, const QString& watchDirectory) {
     stop();
+    // One engine per folder: a second one would compress the same files twice.
+    lock_ = std::make_unique<FolderLock>(standardizedPath(watchDirectory));
     lifecycle_.beginStart();
     queue_.sync([&] {
         context_.config = config;
@@ -42,6 +44,7 @@ void FolderCompressor::start(const AppConfig& config, const QString& watchDirect
     });
     const QFileInfo folder(watchDirectory);
     if (!folder.isDir()) {
+        lock_.reset();
         throw FileSystemError(FileSystemError::noSuchFile,
                               QStringLiteral("The folder “%1” doesn’t exist.").arg(watchDirectory));
     }
@@ -70,6 +73,7 @@ void FolderCompressor::stop() {
         context_.stats.progress.reset();
         context_.sendStats();
     });
+    lock_.reset();
 }
 
 bool FolderCompressor::isRunning() const {

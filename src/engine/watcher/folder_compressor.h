@@ -16,6 +16,7 @@
 #include "engine/watcher/engine_context.h"
 #include "engine/watcher/engine_timing.h"
 #include "engine/watcher/folder_events.h"
+#include "engine/watcher/folder_lock.h"
 #include "engine/watcher/lifecycle.h"
 #include "engine/watcher/serial_queue.h"
 
@@ -50,8 +51,8 @@ class FolderCompressor {
     FolderCompressor& operator=(const FolderCompressor&) = delete;
 
     // Stops any previous run, then watches `watchDirectory` with a copy of `config`. Throws
-    // FileSystemError(noSuchFile) when the folder is missing or not a folder; the engine then
-    // stays stopped.
+    // FileSystemError(noSuchFile) when the folder is missing or not a folder, FolderBusyError when
+    // another process's engine holds it; the engine then stays stopped.
     void start(const AppConfig& config, const QString& watchDirectory);
 
     // Requests cancellation, ends a running encoder, waits for the file in progress to return
@@ -65,7 +66,8 @@ class FolderCompressor {
     // without polling, without waiting for files to hold still and without the rest between
     // files; the engine's other skip rules and the registry apply as in a scan. Blocks until the
     // batch ends; stop() from another thread ends it after the file in progress. Throws
-    // FileSystemError(noSuchFile) when the folder is missing. Stops a running watch first and
+    // FileSystemError(noSuchFile) when the folder is missing, FolderBusyError when another
+    // process's engine holds it. Stops a running watch first and
     // leaves the engine stopped. `onFileDone`, when given, is called on the engine's queue with
     // each result the moment it is known, with the number of results so far and the number of
     // files the batch looks at (with several jobs, from the worker that finished the file, one
@@ -119,6 +121,7 @@ class FolderCompressor {
     QTimer* timer_ = nullptr;               // the poll timer; lives on the queue
     QTimer* workItem_ = nullptr;            // the debounced scan; lives on the queue
     std::unique_ptr<FolderEvents> events_;  // queue-owned
+    std::unique_ptr<FolderLock> lock_;      // held while running or in a batch
     EngineClock::time_point lastScan_;
     bool lookAgain_ = false;  // the last scan processed a file: the next tick lists again
     bool fileEventsEnabled_ = true;
