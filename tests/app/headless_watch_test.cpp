@@ -103,6 +103,9 @@ TEST_F(ProgramTest, EncodersDieWithAKilledProgram) {
     ASSERT_TRUE(waitFor(killed, [&] { return QFileInfo::exists(ready); })) << log().toStdString();
     const pid_t encoder = QString::fromUtf8(readFile(ready)).trimmed().toInt();
     ASSERT_GT(encoder, 0);
+    // Mid-encode the watched folder holds nothing of ours: the intermediate picture and the
+    // encoder's candidate are in the engine's private scratch folder (no sync client uploads them).
+    EXPECT_EQ(entriesIn(folder_.path()), words("photo.jpg"));
     killed.kill();  // SIGKILL: no handler runs
     ASSERT_TRUE(killed.waitForFinished(5000));
     const auto gone = [&] {

@@ -19,6 +19,10 @@ ToolLocator systemToolLocator() {
     return [](const QString& name) { return toolURL(name); };
 }
 
+QString workDirectory(const EngineContext& context, const QString& destination) {
+    return context.scratchDirectory.isEmpty() ? directoryOf(destination) : context.scratchDirectory;
+}
+
 QString directoryOf(const QString& path) {
     return parentFolder(path);
 }

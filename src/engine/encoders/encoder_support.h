@@ -6,6 +6,7 @@
 #pragma once
 
 #include "engine/encoders/temporary_files.h"
+#include "engine/watcher/engine_context.h"
 
 #include <QByteArray>
 #include <QString>
@@ -27,6 +28,10 @@ struct EncoderCandidate {
     QStringList arguments;
     bool operator==(const EncoderCandidate&) const = default;
 };
+
+// Where intermediates and candidates of `destination` are written: the engine's private scratch
+// folder, or beside the destination when there is none.
+QString workDirectory(const EngineContext& context, const QString& destination);
 
 // The destination's folder, and its last path component without the extension
 // ("/a/photo.final.jpg" → "/a", "photo.final").

@@ -9,9 +9,9 @@
 
 namespace velt {
 
-QString jpegIntermediateURL(const QString& destination) {
-    return temporarySibling(directoryOf(destination), baseNameOf(destination),
-                            QStringLiteral("-jpeg-source-"), QStringLiteral("ppm"));
+QString jpegIntermediateURL(const QString& directory, const QString& base) {
+    return temporarySibling(directory, base, QStringLiteral("-jpeg-source-"),
+                            QStringLiteral("ppm"));
 }
 
 std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QString& directory,
@@ -39,10 +39,10 @@ void writeJPEGImage(EngineContext& context, const QString& destination, const Im
 
     const ToolLimits limits =
         toolLimitsFor(static_cast<std::int64_t>(plan.image.width) * plan.image.height);
-    const QString directory = directoryOf(destination);
+    const QString directory = workDirectory(context, destination);
     const QString base = baseNameOf(destination);
     TemporaryFiles cleanup;
-    const QString intermediate = cleanup.add(jpegIntermediateURL(destination));
+    const QString intermediate = cleanup.add(jpegIntermediateURL(directory, base));
     removeQuietly(intermediate);
     // JPEG has no alpha: the intermediate is flattened onto white.
     writePNMImage(context.lifecycle, intermediate, plan.image, false, plan.colorSpace);

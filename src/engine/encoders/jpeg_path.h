@@ -17,8 +17,8 @@
 
 namespace velt {
 
-// "." + base + ".velt-temp-jpeg-source-" + UUID + ".ppm" beside `destination`.
-QString jpegIntermediateURL(const QString& destination);
+// "." + base + ".velt-temp-jpeg-source-" + UUID + ".ppm" in `directory`.
+QString jpegIntermediateURL(const QString& directory, const QString& base);
 
 // The one candidate, labelled "default": [-icc profile] -quality Q -progressive -optimize
 // -sample 2x2 -outfile OUTPUT INPUT, where Q is `qualitySetting` clamped to 0...100 and OUTPUT is

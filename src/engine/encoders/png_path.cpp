@@ -63,7 +63,7 @@ QStringList pngquantArguments(int qualitySetting, const QString& input, const QS
 
 void writePNGImage(EngineContext& context, const QString& sourceURL, const QString& destination,
                    const ImagePlan& plan, const ToolLocator& locateTool) {
-    const QString directory = directoryOf(destination);
+    const QString directory = workDirectory(context, destination);
     const QString base = baseNameOf(destination);
     const auto sibling = [&](const char* infix) {
         return temporarySibling(directory, base, QString::fromUtf8(infix), QStringLiteral("png"));

@@ -128,8 +128,7 @@ void writePNMImage(EngineLifecycle& lifecycle, const QString& destination,
         writeAll(file, row.data(), row.size(), destination);
         if (afterRow) afterRow(y + 1);
     }
-    if (::fsync(file.descriptor()) != 0)
-        throw writeError(errno, QStringLiteral("Cannot flush"), destination);
+    // No fsync: an intermediate lives for one encode and is never installed.
 }
 
 }  // namespace velt

@@ -38,9 +38,8 @@ WebPPresetArguments webPPresetArguments(CompressionPreset preset) {
 
 }  // namespace
 
-QString webPIntermediateURL(const QString& destination, bool hasAlpha) {
-    return temporarySibling(directoryOf(destination), baseNameOf(destination),
-                            QStringLiteral("-webp-source-"),
+QString webPIntermediateURL(const QString& directory, const QString& base, bool hasAlpha) {
+    return temporarySibling(directory, base, QStringLiteral("-webp-source-"),
                             hasAlpha ? QStringLiteral("pam") : QStringLiteral("ppm"));
 }
 
@@ -74,11 +73,11 @@ void writeWebPImage(EngineContext& context, const QString& destination, const Im
 
     const ToolLimits limits =
         toolLimitsFor(static_cast<std::int64_t>(plan.image.width) * plan.image.height);
-    const QString directory = directoryOf(destination);
+    const QString directory = workDirectory(context, destination);
     const QString base = baseNameOf(destination);
     const bool hasAlpha = imageio::hasAlphaChannel(plan.image.alphaInfo);
     TemporaryFiles cleanup;
-    const QString intermediate = cleanup.add(webPIntermediateURL(destination, hasAlpha));
+    const QString intermediate = cleanup.add(webPIntermediateURL(directory, base, hasAlpha));
     removeQuietly(intermediate);
     writePNMImage(context.lifecycle, intermediate, plan.image, hasAlpha, plan.colorSpace);
     const std::optional<QString> profile =

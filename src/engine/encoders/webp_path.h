@@ -17,9 +17,8 @@
 
 namespace velt {
 
-// "." + base + ".velt-temp-webp-source-" + UUID + ".pam" (with alpha) or ".ppm" beside
-// `destination`.
-QString webPIntermediateURL(const QString& destination, bool hasAlpha);
+// "." + base + ".velt-temp-webp-source-" + UUID + ".pam" (with alpha) or ".ppm" in `directory`.
+QString webPIntermediateURL(const QString& directory, const QString& base, bool hasAlpha);
 
 // The one candidate, output "." + base + ".velt-temp-cwebp-" + label + "-" + UUID + ".webp" in
 // `directory`, with the arguments: the preset's own ("-preset" "photo" for gentle), "-quiet" "-q"

@@ -62,7 +62,29 @@ void writeFully(int fd, const char* data, std::size_t length, const QString& pat
     }
 }
 
+// In the kernel, without passing the bytes through this process (and as a reflink, free of space
+// and time, where the file system can share extents). False when the kernel or the file systems
+// cannot: nothing was copied and the caller copies by hand.
+bool copyInKernel(int input, int output, const QString& from, const QString& to) {
+    bool first = true;
+    for (;;) {
+        const ssize_t copied = ::copy_file_range(input, nullptr, output, nullptr, 1 << 30, 0);
+        if (copied == 0) return true;
+        if (copied > 0) {
+            first = false;
+            continue;
+        }
+        if (errno == EINTR) continue;
+        const bool unsupported = errno == ENOSYS || errno == EXDEV || errno == EINVAL ||
+                                 errno == EOPNOTSUPP || errno == EBADF;
+        if (first && unsupported) return false;
+        throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot copy to"),
+                                         to + QStringLiteral(" from ") + from);
+    }
+}
+
 void copyBytes(int input, int output, const QString& from, const QString& to) {
+    if (copyInKernel(input, output, from, to)) return;
     QByteArray buffer(static_cast<qsizetype>(copyChunkBytes), Qt::Uninitialized);
     for (;;) {
         const ssize_t count = ::read(input, buffer.data(), copyChunkBytes);

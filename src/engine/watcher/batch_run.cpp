@@ -17,6 +17,8 @@
 namespace velt {
 namespace {
 
+constexpr int batchRegistrySaveEvery = 32;
+
 // Sources that share a base name may want the same output name (photo.png and photo.heic both
 // becoming photo.jpg): they are handled one after another by one worker, so the naming of one
 // always sees the other's output. Groups keep the listing's order.
@@ -92,6 +94,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         }
         context_.listedCompressedOutputs.reset();
 
+        context_.registrySaveEvery = batchRegistrySaveEvery;
         if (jobs <= 1 || toProcess.size() <= 1) {
             for (const QString& file : toProcess) {
                 if (lifecycle_.isCancellationRequested()) break;
@@ -101,6 +104,8 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         } else {
             runInParallel(groupsByBaseName(toProcess), jobs, record);
         }
+        context_.saveRegistry();
+        context_.registrySaveEvery = 1;
         context_.clearFileMaps();
     });
     lifecycle_.requestStop();
@@ -122,6 +127,8 @@ void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int
         worker.config = context_.config;
         worker.watchDirectory = context_.watchDirectory;
         worker.sharedRegistry = &shared;
+        worker.registrySaveEvery = batchRegistrySaveEvery;
+        worker.scratchDirectory = context_.scratchDirectory;
         for (std::size_t group = next++; group < groups.size(); group = next++) {
             for (const QString& file : groups[group]) {
                 if (lifecycle_.isCancellationRequested()) return;
@@ -137,6 +144,7 @@ void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int
     for (std::thread& thread : threads) thread.join();
     const std::lock_guard lock(shared.mutex);
     context_.processedRegistry = shared.registry;
+    context_.unsavedRecords = 1;  // the workers' last records: saved by the caller
 }
 
 }  // namespace velt

@@ -64,13 +64,22 @@ void EngineContext::rememberProcessed(const QString& path, ProcessedDecision dec
     const QString key = standardizedPath(path);
     processedRegistry.entries[key] = record;
     processedRegistry.pruneIfNeeded();
+    if (sharedRegistry) {
+        const std::lock_guard lock(sharedRegistry->mutex);
+        sharedRegistry->registry.entries[key] = record;
+        sharedRegistry->registry.pruneIfNeeded();
+    }
+    if (++unsavedRecords >= registrySaveEvery) saveRegistry();
+}
+
+void EngineContext::saveRegistry() {
+    if (unsavedRecords == 0) return;
+    unsavedRecords = 0;
     if (!sharedRegistry) {
         processedRegistry.save();
         return;
     }
     const std::lock_guard lock(sharedRegistry->mutex);
-    sharedRegistry->registry.entries[key] = record;
-    sharedRegistry->registry.pruneIfNeeded();
     sharedRegistry->registry.save();
 }
 

@@ -80,6 +80,12 @@ class EngineContext {
     // Set for a batch worker: remembered decisions go to the shared registry, which is saved,
     // instead of saving this context's copy.
     SharedRegistry* sharedRegistry = nullptr;
+    // A batch saves the registry every few records and at its end instead of after each one:
+    // the output marker already tells a rerun what was written, so a lost record costs nothing.
+    int registrySaveEvery = 1;
+    // Private folder for intermediates and encoder candidates (empty: beside the output), so
+    // that nothing large lies in the watched folder, where sync clients would upload it.
+    QString scratchDirectory;
     CompressionStats stats;
     // While an encoder runs: the eased progress animation.
     std::unique_ptr<SmoothProgress> smoothProgressTimer;
@@ -87,6 +93,7 @@ class EngineContext {
     std::optional<QSet<QString>> listedCompressedOutputs;
 
     EngineLifecycle& lifecycle;
+    int unsavedRecords = 0;
     const EngineCallbacks& callbacks;
 
     void clearFileMaps();
@@ -112,6 +119,8 @@ class EngineContext {
     // registry. Nothing is recorded for a file that cannot be read.
     void rememberProcessed(const QString& path, ProcessedDecision decision,
                            const Counterpart& counterpart = {});
+    // Saves what rememberProcessed has not saved yet (the shared registry for a batch worker).
+    void saveRegistry();
 };
 
 }  // namespace velt

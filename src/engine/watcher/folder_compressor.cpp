@@ -8,6 +8,7 @@
 #include "model/file_url.h"
 #include "model/native_log.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QThread>
 #include <QUuid>
@@ -24,8 +25,10 @@ QString fileName(const QString& path) {
 FolderCompressor::FolderCompressor()
     : queue_(QStringLiteral("com.velt.compressor.folder")),
       context_(lifecycle_, callbacks),
-      processor_(&process) {
+      processor_(&process),
+      scratch_(QDir::tempPath() + QStringLiteral("/velt-compressor-XXXXXX")) {
     context_.processedRegistry = ProcessedFileRegistry::load();
+    if (scratch_.isValid()) context_.scratchDirectory = scratch_.path();
 }
 
 FolderCompressor::~FolderCompressor() {

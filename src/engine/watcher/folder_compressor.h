@@ -21,6 +21,7 @@
 #include "engine/watcher/serial_queue.h"
 
 #include <QString>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <functional>
 #include <memory>
@@ -118,8 +119,9 @@ class FolderCompressor {
     EngineContext context_;  // queue-owned
     Processor processor_;
     EngineTiming timing_;
-    QTimer* timer_ = nullptr;               // the poll timer; lives on the queue
-    QTimer* workItem_ = nullptr;            // the debounced scan; lives on the queue
+    QTemporaryDir scratch_;       // intermediates and encoder candidates; removed with the engine
+    QTimer* timer_ = nullptr;     // the poll timer; lives on the queue
+    QTimer* workItem_ = nullptr;  // the debounced scan; lives on the queue
     std::unique_ptr<FolderEvents> events_;  // queue-owned
     std::unique_ptr<FolderLock> lock_;      // held while running or in a batch
     EngineClock::time_point lastScan_;
