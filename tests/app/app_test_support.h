@@ -2,6 +2,7 @@
 // nothing of the machine's user is read or written.
 #pragma once
 
+#include "imageio/bitmap.h"
 #include "support/test_environment.h"
 
 #include <gtest/gtest.h>
@@ -24,6 +25,17 @@ inline QStringList words(const char* line, const QString& dir = {}) {
 inline QStringList entriesIn(const QString& folder) {
     return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
                                   QDir::NoDotAndDotDot);
+}
+
+// A picture of stripes that vary with `seed`; JPEG at high quality compresses it well.
+inline imageio::Bitmap stripedPicture(int width, int height, int seed) {
+    imageio::Bitmap bitmap;
+    bitmap.width = width;
+    bitmap.height = height;
+    bitmap.rgba.resize(static_cast<std::size_t>(width) * height * 4);
+    for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
+        bitmap.rgba[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>((i * seed) % 251);
+    return bitmap;
 }
 
 class ProgramTest : public ::testing::Test {

@@ -80,15 +80,7 @@ TEST_F(ProgramTest, OnceFailsOnABrokenJpegAndLeavesItAsItWas) {
 
 // A new user's first batch: a PNG converted to JPEG beside the user's own JPEG of the same name.
 TEST_F(ProgramTest, OnceReplacingLosesNoOriginal) {
-    const auto photo = [](int seed) {
-        imageio::Bitmap bitmap;
-        bitmap.width = 160;
-        bitmap.height = 120;
-        bitmap.rgba.resize(160 * 120 * 4);
-        for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
-            bitmap.rgba[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>((i * seed) % 251);
-        return bitmap;
-    };
+    const auto photo = [](int seed) { return stripedPicture(160, 120, seed); };
     imageio::encodeImage(photo(7), ImageFormat::jpeg, 98, file("photo.jpg"));
     imageio::encodeImage(photo(13), ImageFormat::png, 0, file("photo.png"));
     const QByteArray jpeg = readFile(file("photo.jpg"));
@@ -111,13 +103,7 @@ TEST_F(ProgramTest, OwnOutputIsNeverCompressedAgainWithoutTheRegistry) {
     for (const bool unwritableDataFolder : {false, true}) {
         QTemporaryDir folder;
         const QString photo = folder.filePath(QStringLiteral("photo.jpg"));
-        imageio::Bitmap bitmap;
-        bitmap.width = 320;
-        bitmap.height = 240;
-        bitmap.rgba.resize(320 * 240 * 4);
-        for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
-            bitmap.rgba[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>((i * 7) % 253);
-        imageio::encodeImage(bitmap, ImageFormat::jpeg, 98, photo);
+        imageio::encodeImage(stripedPicture(320, 240, 7), ImageFormat::jpeg, 98, photo);
         if (unwritableDataFolder) {
             const QString blocked = data_.filePath(QStringLiteral("not-a-folder"));
             writeFile(blocked, "a file where the data folder should be");
@@ -152,15 +138,7 @@ TEST_F(ProgramTest, OwnOutputIsNeverCompressedAgainWithoutTheRegistry) {
 // Several workers give the same files, the same bytes and the same summary as one, and a stop
 // in the middle leaves nothing of ours behind.
 TEST_F(ProgramTest, ParallelBatchMatchesOneWorkerAndStopsClean) {
-    const auto photo = [](int seed) {
-        imageio::Bitmap bitmap;
-        bitmap.width = 200;
-        bitmap.height = 150;
-        bitmap.rgba.resize(200 * 150 * 4);
-        for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
-            bitmap.rgba[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>((i * seed) % 249);
-        return bitmap;
-    };
+    const auto photo = [](int seed) { return stripedPicture(200, 150, seed); };
     const auto fill = [&](const QString& folder) {
         const QDir dir(folder);
         imageio::encodeImage(photo(3), ImageFormat::jpeg, 98,

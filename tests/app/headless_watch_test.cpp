@@ -21,17 +21,25 @@ void writeJpeg(const QString& path) {
     ASSERT_TRUE(QFile::rename(staging, path));
 }
 
+// A "cjpeg" that never finishes, for the launches of this test: it writes its pid to the
+// returned file once it runs.
+QString useHangingEncoder(QProcessEnvironment& environment, const QTemporaryDir& tools,
+                          const QTemporaryDir& data) {
+    EXPECT_TRUE(
+        QFile::link(QStringLiteral(VELT_HANG_TOOL), tools.filePath(QStringLiteral("cjpeg"))));
+    const QString ready = data.filePath(QStringLiteral("encoder.pid"));
+    environment.insert(QStringLiteral("VELT_TOOL_DIR"), tools.path());
+    environment.insert(QStringLiteral("VELT_STANDIN_READY"), ready);
+    return ready;
+}
+
 TEST_F(ProgramTest, StopsCleanlyMidEncodeThenCompressesADroppedImageOnce) {
     // A "cjpeg" that never finishes keeps the first launch inside an encode of photo.jpg.
     QTemporaryDir tools;
-    ASSERT_TRUE(
-        QFile::link(QStringLiteral(VELT_HANG_TOOL), tools.filePath(QStringLiteral("cjpeg"))));
-    const QString ready = data_.filePath(QStringLiteral("encoder.pid"));
+    const QString ready = useHangingEncoder(environment_, tools, data_);
     writeJpeg(file("photo.jpg"));
     const QByteArray source = readFile(file("photo.jpg"));
     QProcess first;
-    environment_.insert(QStringLiteral("VELT_TOOL_DIR"), tools.path());
-    environment_.insert(QStringLiteral("VELT_STANDIN_READY"), ready);
     launch(first, words("--headless --watch DIR", folder_.path()));
     ASSERT_TRUE(waitFor(first, [&] { return QFileInfo::exists(ready); })) << log().toStdString();
     const pid_t encoder = QString::fromUtf8(readFile(ready)).trimmed().toInt();
@@ -91,13 +99,9 @@ TEST_F(ProgramTest, ASecondEngineOnTheSameFolderIsRefused) {
 // next start finds nothing of ours left in the folder.
 TEST_F(ProgramTest, EncodersDieWithAKilledProgram) {
     QTemporaryDir tools;
-    ASSERT_TRUE(
-        QFile::link(QStringLiteral(VELT_HANG_TOOL), tools.filePath(QStringLiteral("cjpeg"))));
-    const QString ready = data_.filePath(QStringLiteral("encoder.pid"));
+    const QString ready = useHangingEncoder(environment_, tools, data_);
     writeJpeg(file("photo.jpg"));
     const QByteArray source = readFile(file("photo.jpg"));
-    environment_.insert(QStringLiteral("VELT_TOOL_DIR"), tools.path());
-    environment_.insert(QStringLiteral("VELT_STANDIN_READY"), ready);
     QProcess killed;
     launch(killed, words("--headless --watch DIR", folder_.path()));
     ASSERT_TRUE(waitFor(killed, [&] { return QFileInfo::exists(ready); })) << log().toStdString();

@@ -1,5 +1,7 @@
 #include "image_fixtures.h"
 
+#include <QDir>
+
 #include "imageio/image_io.h"
 
 #include <QFile>
@@ -148,6 +150,12 @@ double psnr(const imageio::Bitmap& a, const imageio::Bitmap& b) {
     }
     const double mse = squared / (static_cast<double>(a.width) * a.height * 3);
     return mse == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 / mse);
+}
+
+QStringList fileNamesIn(const QString& folder) {
+    QStringList names = QDir(folder).entryList(QDir::Files | QDir::Hidden);
+    names.sort();
+    return names;
 }
 
 }  // namespace velt::testing

@@ -19,6 +19,9 @@ QByteArray toPNM(const imageio::Bitmap& bitmap, bool withAlpha);
 // Parses P6 or P7 (RGB or RGB_ALPHA) bytes; nothing when malformed.
 std::optional<imageio::Bitmap> fromPNM(const QByteArray& data);
 
+// Every file name in `folder`, hidden ones included (not the backup folder's), sorted.
+QStringList fileNamesIn(const QString& folder);
+
 // Runs a program and returns its standard output; nothing when it fails or exits non-zero.
 std::optional<QByteArray> runProgram(const QString& program, const QStringList& arguments);
 

@@ -33,11 +33,7 @@ class NamingTest : public ::testing::Test {
                                        QFileDevice::FileModificationTime));
     }
 
-    QStringList folderNames() const {
-        QStringList names = QDir(folder.path()).entryList(QDir::Files | QDir::Hidden);
-        names.sort();
-        return names;
-    }
+    QStringList folderNames() const { return testing::fileNamesIn(folder.path()); }
 
     testing::IsolatedDataFolder data;
     QTemporaryDir folder;
@@ -275,7 +271,9 @@ TEST_F(NamingTest, OutputsKeepTheSourcesAccessAndLongNamesWork) {
             ASSERT_EQ(::chown(QFile::encodeName(source).constData(), 1234, 4321), 0);
         }
         const FolderCompressionResult result = process(context, source);
-        ASSERT_TRUE(result.didWrite) << row.name.toStdString() << " " << result.nothingDoneReason.toStdString() << (result.historyEntry ? static_cast<int>(result.historyEntry->status) : -1);
+        ASSERT_TRUE(result.didWrite)
+            << row.name.toStdString() << " " << result.nothingDoneReason.toStdString()
+            << (result.historyEntry ? static_cast<int>(result.historyEntry->status) : -1);
         const QString output = *result.historyEntry->outputURL;
         struct stat info {};
         ASSERT_EQ(::stat(QFile::encodeName(output).constData(), &info), 0);

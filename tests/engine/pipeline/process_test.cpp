@@ -44,11 +44,7 @@ class PipelineTest : public ::testing::Test {
     }
 
     // Every name in the folder, hidden ones included, except the backup folder's.
-    QStringList folderNames() const {
-        QStringList names = QDir(folder.path()).entryList(QDir::Files | QDir::Hidden);
-        names.sort();
-        return names;
-    }
+    QStringList folderNames() const { return testing::fileNamesIn(folder.path()); }
 
     testing::IsolatedDataFolder data;
     QTemporaryDir folder;
