@@ -7,6 +7,7 @@
 #include "engine/watcher/skip_rules.h"
 #include "model/file_url.h"
 
+#include <openssl/crypto.h>
 #include <QFileInfo>
 #include <algorithm>
 #include <atomic>
@@ -139,7 +140,11 @@ void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int
     };
     const int workers = std::min<int>(jobs, static_cast<int>(groups.size()));
     std::vector<std::thread> threads;
-    for (int i = 1; i < workers; ++i) threads.emplace_back(work);
+    for (int i = 1; i < workers; ++i)
+        threads.emplace_back([&] {
+            work();
+            OPENSSL_thread_stop();  // the digests' per-thread state, released with the thread
+        });
     work();  // the queue's own thread is one of the workers
     for (std::thread& thread : threads) thread.join();
     const std::lock_guard lock(shared.mutex);

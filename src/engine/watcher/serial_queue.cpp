@@ -1,5 +1,7 @@
 #include "engine/watcher/serial_queue.h"
 
+#include <openssl/crypto.h>
+
 namespace velt {
 
 SerialQueue::SerialQueue(const QString& label) : context_(std::make_unique<QObject>()) {
@@ -9,8 +11,13 @@ SerialQueue::SerialQueue(const QString& label) : context_(std::make_unique<QObje
 }
 
 SerialQueue::~SerialQueue() {
-    // Children (timers) must die on their own thread.
-    sync([this] { qDeleteAll(context_->children()); });
+    // Children (timers) must die on their own thread; so must libcrypto's state of the thread
+    // (the digests run here), which it would otherwise only drop after the process's own exit
+    // clean-up has run, and a leak checker sees lost.
+    sync([this] {
+        qDeleteAll(context_->children());
+        OPENSSL_thread_stop();
+    });
     thread_.quit();
     thread_.wait();
 }
