@@ -24,10 +24,5 @@ TEST(FormatBytes, Table) {
         EXPECT_EQ(formatBytes(bytes).toStdString(), expected) << bytes;
 }
 
-TEST(IsoDay, LocalCalendarDay) {
-    const QDateTime noon(QDate(2026, 3, 5), QTime(12, 0));
-    EXPECT_EQ(isoDay(noon), QStringLiteral("2026-03-05"));
-}
-
 }  // namespace
 }  // namespace velt

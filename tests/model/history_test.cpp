@@ -46,17 +46,6 @@ TEST(History, SavedBytesAndTotals) {
     EXPECT_EQ(totalSavedBytes({larger, smaller, unknown}), 3800);
 }
 
-TEST(History, DisplayStatusByLanguage) {
-    auto failed = entry(1, CompressionHistoryStatus::failed);
-    EXPECT_EQ(failed.displayStatus(AppLanguage::russian), QStringLiteral("Ошибка"));
-    EXPECT_EQ(failed.displayStatus(AppLanguage::english), QStringLiteral("Error"));
-    failed.message = QStringLiteral("Disk full");
-    EXPECT_EQ(failed.displayStatus(AppLanguage::russian), QStringLiteral("Disk full"));
-    EXPECT_EQ(
-        entry(2, CompressionHistoryStatus::alreadyOptimal).displayStatus(AppLanguage::english),
-        QStringLiteral("Already optimal"));
-}
-
 TEST(History, RoundTripAtWholeSeconds) {
     testing::IsolatedDataFolder data;
     auto full = entry(1);

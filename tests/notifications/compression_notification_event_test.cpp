@@ -21,28 +21,6 @@ TEST(NotificationEvent, KeysAndSystemNotification) {
     }
 }
 
-TEST(NotificationEvent, TitlesAndBodiesInBothLanguages) {
-    using enum AppLanguage;
-    const Event unsupported = Event::unsupportedFile(QStringLiteral("/f/clip.MOV"));
-    const Event failed = Event::processingFailed(QStringLiteral("/f/a.png"), QStringLiteral("Bad"));
-    const Event watcher = Event::watcherFailed(QStringLiteral("No folder"));
-    const Event optimal = Event::alreadyOptimal(QStringLiteral("/f/b.jpg"));
-    const std::pair<QString, const char*> cases[] = {
-        {unsupported.title(russian), "Файл не поддерживается"},
-        {unsupported.body(russian), "VELT | Compressor пропустил «clip.MOV»."},
-        {unsupported.body(english), "VELT | Compressor skipped “clip.MOV”."},
-        {failed.title(english), "Could not compress file"},
-        {failed.body(russian), "«a.png»: Bad"},
-        {failed.body(english), "“a.png”: Bad"},
-        {watcher.title(russian), "Папка недоступна"},
-        {watcher.body(english), "No folder"},
-        {optimal.title(english), "File already optimal"},
-        {optimal.body(russian), "«b.jpg» оставлен без изменений: новый файл был бы тяжелее."},
-        {optimal.body(english), "“b.jpg” was left unchanged because the new file would be larger."},
-    };
-    for (const auto& [actual, expected] : cases) EXPECT_EQ(actual, QString::fromUtf8(expected));
-}
-
 // Longer than 120 characters: the first 117 and "..."; an emoji counts as one and is never split.
 TEST(NotificationEvent, MessageShorteningAtTheBoundary) {
     for (const QString& unit : {QStringLiteral("m"), QStringLiteral("📷")}) {
