@@ -51,10 +51,13 @@ void onError(j_common_ptr info) {
     jumpOut(info);
 }
 
-// Warnings are ignored (real files often carry stray bytes) except running out of data: a
-// truncated file would otherwise decode with its missing part painted grey.
+// Warnings are ignored (real files often carry stray bytes) except running out of coded data,
+// at the end of the file or at a marker: such a picture would otherwise decode with its missing
+// part painted grey, and a grey copy would replace the photo.
 void onMessage(j_common_ptr info, int level) {
-    if (level == -1 && info->err->msg_code == JWRN_JPEG_EOF) onError(info);
+    if (level != -1) return;
+    if (info->err->msg_code == JWRN_JPEG_EOF || info->err->msg_code == JWRN_HIT_MARKER)
+        onError(info);
 }
 
 void onProgress(j_common_ptr info) {
@@ -124,6 +127,19 @@ bool fencedReadReduced(JpegDecoder* decoder, unsigned char* out, std::size_t cap
     return jpeg_finish_decompress(&decoder->info) != 0;
 }
 
+// Every 8×8 block of coded data takes at least a few bits; a file far smaller than its claimed
+// size can only be a header that lies, refused before the raster is allocated.
+void checkPlausibleSize(const JpegDecoder& decoder, qsizetype fileBytes) {
+    const std::int64_t pixels =
+        static_cast<std::int64_t>(decoder.info.image_width) * decoder.info.image_height;
+    if (fileBytes < pixels / 2048)
+        throwCorrupt(QStringLiteral("The file is not a readable JPEG image (%1 bytes cannot hold "
+                                    "%2×%3 pixels).")
+                         .arg(fileBytes)
+                         .arg(decoder.info.image_width)
+                         .arg(decoder.info.image_height));
+}
+
 [[noreturn]] void throwJpegError(const JpegDecoder& decoder) {
     const char* reason = decoder.error.message[0] ? decoder.error.message : "damaged data";
     throwCorrupt(QStringLiteral("The file is not a readable JPEG image (%1).")
@@ -154,6 +170,7 @@ Bitmap decodeJpeg(const QByteArray& data) {
         throwJpegError(decoder);
     }
     checkDecodeSize(decoder.info.image_width, decoder.info.image_height);
+    checkPlausibleSize(decoder, data.size());
     const QByteArray profile = embeddedProfile(decoder);
 
     Bitmap bitmap;
@@ -199,6 +216,7 @@ FrameSize verifyJpegDecodes(const QByteArray& data) {
         throwJpegError(decoder);
     }
     checkDecodeSize(decoder.info.image_width, decoder.info.image_height);
+    checkPlausibleSize(decoder, data.size());
     // At 1/8 scale each side is rounded up; four components is the most a JPEG decodes to.
     const std::size_t capacity = static_cast<std::size_t>((decoder.info.image_width + 7) / 8) *
                                  ((decoder.info.image_height + 7) / 8) * 4;

@@ -317,3 +317,38 @@ TEST(Decode, NclxColourBecomesAProfileWithItsPrimaries) {
 
 }  // namespace
 }  // namespace velt::imageio
+
+namespace velt::imageio {
+namespace {
+
+// A JPEG whose coded data ends early at a marker would decode with its lower part painted grey,
+// and that grey copy could replace the photo; a header claiming far more pixels than the file can
+// hold is refused before any raster is allocated.
+TEST(Decode, JpegWithMissingDataIsRefused) {
+    QTemporaryDir dir;
+    const QString source = dir.filePath(QStringLiteral("s.ppm"));
+    writeFile(source, ppm(card(160, 120, false)));
+    const QString whole = dir.filePath(QStringLiteral("whole.jpg"));
+    runTool(QStringLiteral("cjpeg"), {QStringLiteral("-outfile"), whole, source});
+    const QByteArray jpeg = velt::testing::readFile(whole);
+    ASSERT_NO_THROW(decodeFirstFrame(whole));
+
+    const QString cut = dir.filePath(QStringLiteral("cut.jpg"));
+    writeFile(cut, jpeg.left(jpeg.size() * 2 / 3) + QByteArray("\xFF\xD9", 2));
+    const QString lying = dir.filePath(QStringLiteral("lying.jpg"));
+    QByteArray claims = jpeg;
+    const qsizetype sof = claims.indexOf(QByteArray("\xFF\xC0", 2));
+    ASSERT_GT(sof, 0);
+    claims[sof + 5] = claims[sof + 7] = '\x1B';  // 0x1B58 = 7000 high byte
+    claims[sof + 6] = claims[sof + 8] = '\x58';
+    writeFile(lying, claims);
+    for (const QString& path : {cut, lying}) {
+        EXPECT_EQ(errorOf([&] { decodeFirstFrame(path); }), ImageIOError::corruptFile)
+            << path.toStdString();
+        EXPECT_EQ(errorOf([&] { verifyFirstFrameDecodes(path); }), ImageIOError::corruptFile)
+            << path.toStdString();
+    }
+}
+
+}  // namespace
+}  // namespace velt::imageio
