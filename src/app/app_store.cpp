@@ -371,6 +371,10 @@ void AppStore::clearHistory() {
     changed();
 }
 
+void AppStore::openWebsite() {
+    if (presenter_) presenter_->openURL(QStringLiteral("https://velt.app/compressor"));
+}
+
 void AppStore::save() {
     saveAppConfig(config_);
 }

@@ -90,6 +90,8 @@ class AppStore : public QObject {
     void clearHistory();
     void save();
 
+    void openWebsite();
+
     // The stored folder: the bookmark's path, else watchDirectory.
     std::optional<QString> resolvedWatchDirectory() const;
     // Whether the folder lies in a protected user folder and was stored without a bookmark.

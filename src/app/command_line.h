@@ -15,7 +15,7 @@ namespace velt {
 
 struct CommandLineRequest {
     enum class Action {
-        run,          // the desktop program (headless until the tray exists)
+        run,          // the desktop program (headless without a desktop session)
         showVersion,  // --version
         showHelp,     // --help
         headless,     // --headless [--watch DIR]

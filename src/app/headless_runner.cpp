@@ -58,6 +58,10 @@ void HeadlessRunner::openFolder(const QString& path) {
     line(path);
 }
 
+void HeadlessRunner::openURL(const QString& url) {
+    line(url);
+}
+
 std::optional<QString> HeadlessRunner::chooseFolder(const QString& title, QObject*) {
     line(title + QStringLiteral(": velt-compressor --headless --watch DIR"));
     return std::nullopt;

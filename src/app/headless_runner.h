@@ -33,6 +33,7 @@ class HeadlessRunner final : public Presenter {
                  QObject* window) override;
     void showError(const QString& description, QObject* window) override;
     void openFolder(const QString& path) override;
+    void openURL(const QString& url) override;
     std::optional<QString> chooseFolder(const QString& title, QObject* window) override;
 
   private:

@@ -1,10 +1,22 @@
 #include "app/command_line.h"
 #include "app/headless_runner.h"
 #include "app/once_runner.h"
+#include "ui/desktop_shell.h"
 
 #include <QCoreApplication>
 #include <QTextStream>
 #include <cstdio>
+
+namespace {
+
+// Whether a window system is reachable, so that the desktop program can start.
+bool hasDesktopSession() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        if (!qEnvironmentVariableIsEmpty(name)) return true;
+    return false;
+}
+
+}  // namespace
 
 int main(int argc, char* argv[]) {
     QStringList arguments;
@@ -32,7 +44,10 @@ int main(int argc, char* argv[]) {
             return velt::runOnceCommand(request);
         }
         case Action::run:
-            err << "velt-compressor: the tray icon is not available yet; running headless\n";
+            if (hasDesktopSession())
+                return velt::ui::runDesktopProgram(argc, argv, request.overrides);
+            err << "velt-compressor: no desktop session (DISPLAY, WAYLAND_DISPLAY); running "
+                   "headless\n";
             err.flush();
             [[fallthrough]];
         case Action::headless: {

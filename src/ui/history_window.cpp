@@ -1,0 +1,161 @@
+#include "ui/history_window.h"
+
+#include "app/app_store.h"
+#include "ui/history_table_model.h"
+#include "ui/history_text.h"
+#include "ui/layout.h"
+
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPushButton>
+#include <QTableView>
+#include <QVBoxLayout>
+
+namespace velt::ui {
+
+HistoryViewController::HistoryViewController(AppStore& store, Presenter& presenter,
+                                             std::function<void(const QString&)> reveal,
+                                             QWidget* parent)
+    : QWidget(parent),
+      store_(store),
+      presenter_(presenter),
+      reveal_(std::move(reveal)),
+      model_(std::make_unique<HistoryTableModel>()) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 14, 16, 14);
+    layout->setSpacing(8);
+
+    auto* header = new QHBoxLayout;
+    titleLabel_ = new QLabel(this);
+    titleLabel_->setFont(uiFont(17, QFont::DemiBold));
+    header->addWidget(titleLabel_, 1);
+    clearButton_ = new QPushButton(this);
+    connect(clearButton_, &QPushButton::clicked, this, [this] { clear(); });
+    header->addWidget(clearButton_);
+    layout->addLayout(header);
+
+    summaryLabel_ = new QLabel(this);
+    summaryLabel_->setFont(uiFont(12));
+    QPalette secondary = summaryLabel_->palette();
+    secondary.setColor(QPalette::WindowText, secondaryLabelColor(palette()));
+    summaryLabel_->setPalette(secondary);
+    layout->addWidget(summaryLabel_);
+
+    tableView_ = new QTableView(this);
+    tableView_->setModel(model_.get());
+    tableView_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    tableView_->setSelectionMode(QAbstractItemView::SingleSelection);
+    tableView_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    tableView_->setAlternatingRowColors(true);
+    tableView_->setShowGrid(false);
+    tableView_->setWordWrap(false);
+    tableView_->setTextElideMode(Qt::ElideRight);
+    tableView_->verticalHeader()->hide();
+    tableView_->verticalHeader()->setDefaultSectionSize(24);
+    tableView_->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    tableView_->horizontalHeader()->setStretchLastSection(true);
+    tableView_->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    tableView_->setStyleSheet(QStringLiteral("QTableView::item { padding: 0 4px; }"));
+    connect(tableView_, &QTableView::doubleClicked, this,
+            [this](const QModelIndex& index) { openEntry(index.row()); });
+    layout->addWidget(tableView_, 1);
+
+    emptyLabel_ = new QLabel(this);
+    emptyLabel_->setWordWrap(true);
+    emptyLabel_->setAlignment(Qt::AlignCenter);
+    emptyLabel_->setFont(uiFont(13));
+    emptyLabel_->setPalette(secondary);
+    layout->addWidget(emptyLabel_, 1);
+    render();
+}
+
+HistoryViewController::~HistoryViewController() = default;
+
+void HistoryViewController::render() {
+    const AppLanguage language = store_.config().language;
+    const auto& history = store_.history();
+    titleLabel_->setText(
+        text(language, QStringLiteral("История сжатий"), QStringLiteral("Compression history")));
+    clearButton_->setText(
+        text(language, QStringLiteral("Очистить историю"), QStringLiteral("Clear history")));
+    clearButton_->setAccessibleName(clearButton_->text());
+    emptyLabel_->setText(text(language,
+                              QStringLiteral("История пока пуста. Добавьте изображение в "
+                                             "выбранную папку — результат появится здесь."),
+                              QStringLiteral("History is empty. Add an image to the selected "
+                                             "folder and its result will appear here.")));
+    summaryLabel_->setText(historySummary(history, language));
+    // The store changes with every progress step; the table is rebuilt only when the list or
+    // the language did, so the reader's scroll position and selection stay.
+    const QUuid newest = history.empty() ? QUuid() : history.front().id;
+    if (history.size() != shownCount_ || newest != shownNewest_ ||
+        lastRenderedLanguage_ != language) {
+        model_->reset(history, language);
+        shownCount_ = history.size();
+        shownNewest_ = newest;
+    }
+    if (lastRenderedLanguage_ != language) {
+        for (int column = 0; column < historyColumnIdentifiers.size(); ++column)
+            tableView_->setColumnWidth(column,
+                                       historyColumnWidth(historyColumnIdentifiers.at(column)));
+        lastRenderedLanguage_ = language;
+    }
+    clearButton_->setEnabled(!history.empty());
+    emptyLabel_->setVisible(history.empty());
+    tableView_->setVisible(!history.empty());
+}
+
+void HistoryViewController::openEntry(int row) {
+    if (row < 0 || row >= model_->rowCount()) return;
+    const CompressionHistoryEntry& entry = model_->entry(row);
+    if (entry.outputURL && QFileInfo::exists(*entry.outputURL)) {
+        reveal_(*entry.outputURL);
+    } else if (QFileInfo::exists(entry.sourceURL)) {
+        reveal_(entry.sourceURL);
+    }
+}
+
+void HistoryViewController::clear() {
+    const AppLanguage language = store_.config().language;
+    const bool confirmed = presenter_.confirm(
+        text(language, QStringLiteral("Очистить историю?"), QStringLiteral("Clear history?")),
+        text(language,
+             QStringLiteral("Файлы и бэкапы останутся на месте. Будет удалён только список "
+                            "операций."),
+             QStringLiteral("Files and backups will stay in place. Only the activity list will "
+                            "be removed.")),
+        text(language, QStringLiteral("Очистить"), QStringLiteral("Clear")),
+        text(language, QStringLiteral("Отмена"), QStringLiteral("Cancel")), this);
+    if (confirmed) store_.clearHistory();
+}
+
+HistoryWindowController::HistoryWindowController(AppStore& store, Presenter& presenter,
+                                                 std::function<void(const QString&)> reveal)
+    : store_(store), window_(std::make_unique<QWidget>()) {
+    window_->setMinimumSize(600, 320);
+    window_->resize(700, 440);
+    auto* layout = new QVBoxLayout(window_.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    view_ = new HistoryViewController(store, presenter, std::move(reveal), window_.get());
+    layout->addWidget(view_);
+    render();
+}
+
+HistoryWindowController::~HistoryWindowController() = default;
+
+void HistoryWindowController::render() {
+    window_->setWindowTitle(text(store_.config().language, QStringLiteral("История сжатий"),
+                                 QStringLiteral("Compression history")));
+    view_->render();
+}
+
+void HistoryWindowController::showWindow() {
+    render();
+    window_->show();
+    window_->raise();
+    window_->activateWindow();
+}
+
+}  // namespace velt::ui

@@ -1,0 +1,232 @@
+#include "ui/settings_window.h"
+
+#include "app/app_store.h"
+#include "app/version.h"
+#include "model/constants.h"
+#include "ui/layout.h"
+#include "ui/popup_helpers.h"
+#include "ui/switch_control.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPainter>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+namespace velt::ui {
+namespace {
+
+constexpr int rowTitleWidth = 150;
+
+// A card of rows in the panel's visual language.
+class SettingsCard : public QWidget {
+  public:
+    explicit SettingsCard(QWidget* parent) : QWidget(parent), rows_(new QVBoxLayout(this)) {
+        rows_->setContentsMargins(12, 4, 12, 4);
+        rows_->setSpacing(0);
+    }
+    void addRow(const QString& title, QWidget* control) {
+        auto* row = new QWidget(this);
+        row->setMinimumHeight(36);
+        auto* line = new QHBoxLayout(row);
+        line->setContentsMargins(0, 4, 0, 4);
+        line->setSpacing(8);
+        auto* label = new QLabel(title, row);
+        label->setFont(uiFont(13));
+        label->setWordWrap(true);
+        label->setMinimumWidth(rowTitleWidth);
+        label->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+        line->addWidget(label, 1);
+        line->addWidget(control, 0, Qt::AlignVCenter | Qt::AlignRight);
+        rows_->addWidget(row);
+    }
+    // A line of its own, without a title.
+    void addLine(QWidget* content) {
+        content->setContentsMargins(0, 8, 0, 8);
+        rows_->addWidget(content);
+    }
+
+  protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setBrush(contrastTint(palette(), 0.05));
+        painter.setPen(QPen(contrastTint(palette(), 0.1), 0.7));
+        painter.drawRoundedRect(QRectF(rect()).adjusted(0.35, 0.35, -0.35, -0.35), 11, 11);
+    }
+
+  private:
+    QVBoxLayout* rows_;
+};
+
+QLabel* sectionTitle(const QString& title, QWidget* parent) {
+    auto* label = new QLabel(title, parent);
+    label->setFont(uiFont(12, QFont::DemiBold));
+    QPalette secondary = label->palette();
+    secondary.setColor(QPalette::WindowText, secondaryLabelColor(label->palette()));
+    label->setPalette(secondary);
+    label->setContentsMargins(4, 0, 0, 0);
+    return label;
+}
+
+QPushButton* actionButton(const QString& title, QWidget* parent) {
+    auto* button = new QPushButton(title, parent);
+    button->setFont(uiFont(12.5));
+    button->setAutoDefault(false);
+    return button;
+}
+
+}  // namespace
+
+QString displayVersion(const QString& version) {
+    if (version.isEmpty()) return QStringLiteral("1.0");
+    return version.endsWith(QLatin1String(".0.0")) ? version.chopped(2) : version;
+}
+
+SettingsViewController::SettingsViewController(AppStore& store, QWidget* parent)
+    : QWidget(parent), store_(store) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(20, 18, 20, 18);
+    render();
+}
+
+QPushButton* SettingsViewController::button(const QString& text) const {
+    for (QPushButton* candidate : contentHost_->findChildren<QPushButton*>())
+        if (candidate->text() == text) return candidate;
+    return nullptr;
+}
+
+void SettingsViewController::rebuildContent(AppLanguage language) {
+    delete contentHost_;
+    contentHost_ = new QWidget(this);
+    layout()->addWidget(contentHost_);
+    const auto t = [language](const char* russian, const char* english) {
+        return text(language, QString::fromUtf8(russian), QString::fromUtf8(english));
+    };
+    auto* stack = new QVBoxLayout(contentHost_);
+    stack->setContentsMargins(0, 0, 0, 0);
+    stack->setSpacing(0);
+
+    auto* pageTitle = new QLabel(t("Настройки", "Settings"), contentHost_);
+    pageTitle->setFont(uiFont(18));
+    pageTitle->setFixedWidth(320);
+    stack->addWidget(pageTitle);
+    stack->addSpacing(20);
+
+    const auto section = [&](const QString& name) {
+        stack->addWidget(sectionTitle(name, contentHost_));
+        stack->addSpacing(12);
+        auto* card = new SettingsCard(contentHost_);
+        stack->addWidget(card);
+        stack->addSpacing(18);
+        return card;
+    };
+
+    SettingsCard* application = section(t("Приложение", "Application"));
+    autostartSwitch_ = new SwitchControl(contentHost_);
+    connect(autostartSwitch_, &QAbstractButton::clicked, this,
+            [this](bool on) { store_.setAutostart(on); });
+    application->addRow(t("Запускать при входе в систему", "Launch at login"), autostartSwitch_);
+    languagePopup_ = new QComboBox(contentHost_);
+    languagePopup_->setFont(uiFont(12.5));
+    fillPopup(languagePopup_, {title(AppLanguage::russian), title(AppLanguage::english)},
+              {rawValue(AppLanguage::russian), rawValue(AppLanguage::english)}, rawValue(language));
+    connect(languagePopup_, &QComboBox::activated, this, [this] {
+        const auto value = selectedValue(languagePopup_);
+        const auto chosen = value ? appLanguageFromRawValue(*value) : std::nullopt;
+        if (chosen && *chosen != store_.config().language) store_.setLanguage(*chosen);
+    });
+    application->addRow(t("Язык интерфейса", "Interface language"), languagePopup_);
+
+    SettingsCard* menuBar = section(t("Менюбар", "Menu bar"));
+    menuBarProgressSwitch_ = new SwitchControl(contentHost_);
+    connect(menuBarProgressSwitch_, &QAbstractButton::clicked, this,
+            [this](bool on) { store_.setShowMenuBarProgress(on); });
+    menuBar->addRow(t("Прогресс сжатия", "Compression progress"), menuBarProgressSwitch_);
+    notificationsSwitch_ = new SwitchControl(contentHost_);
+    connect(notificationsSwitch_, &QAbstractButton::clicked, this,
+            [this](bool on) { store_.setNotificationsEnabled(on); });
+    menuBar->addRow(t("Системные уведомления", "System notifications"), notificationsSwitch_);
+
+    SettingsCard* files = section(t("Файлы", "Files"));
+    QPushButton* change = actionButton(t("Изменить", "Change"), contentHost_);
+    connect(change, &QPushButton::clicked, this, [this] { store_.selectWatchDirectory(this); });
+    files->addRow(t("Папка сжатия", "Compression folder"), change);
+    auto* backups = new QWidget(contentHost_);
+    auto* backupButtons = new QHBoxLayout(backups);
+    backupButtons->setContentsMargins(0, 0, 0, 0);
+    backupButtons->setSpacing(6);
+    QPushButton* open = actionButton(t("Открыть", "Open"), backups);
+    connect(open, &QPushButton::clicked, this, [this] { store_.openBackupDirectory(); });
+    QPushButton* clear = actionButton(t("Очистить", "Clear"), backups);
+    connect(clear, &QPushButton::clicked, this, [this] { store_.clearBackups(this); });
+    backupButtons->addWidget(open);
+    backupButtons->addWidget(clear);
+    files->addRow(t("Бэкапы", "Backups"), backups);
+
+    SettingsCard* about = section(t("О программе", "About"));
+    auto* version = new QLabel(
+        appName + QLatin1Char(' ') + displayVersion(QString::fromUtf8(veltVersion)), contentHost_);
+    version->setFont(uiFont(13, QFont::Medium));
+    about->addLine(version);
+    updateButton_ = actionButton(store_.updateButtonTitle(), contentHost_);
+    connect(updateButton_, &QPushButton::clicked, this, [this] { store_.checkUpdates(this); });
+    about->addRow(t("Проверить обновления", "Check updates"), updateButton_);
+    QPushButton* website = actionButton(t("Открыть", "Open"), contentHost_);
+    website->setObjectName(QStringLiteral("website"));
+    connect(website, &QPushButton::clicked, this, [this] { store_.openWebsite(); });
+    about->addRow(t("Сайт VELT", "VELT website"), website);
+    stack->addStretch(1);
+    contentHost_->show();
+}
+
+void SettingsViewController::render() {
+    const AppConfig& config = store_.config();
+    if (lastRenderedLanguage_ != config.language) {
+        rebuildContent(config.language);
+        lastRenderedLanguage_ = config.language;
+    }
+    autostartSwitch_->setChecked(config.autostart);
+    menuBarProgressSwitch_->setChecked(config.showMenuBarProgress);
+    notificationsSwitch_->setChecked(config.notificationsEnabled);
+    selectPopup(languagePopup_, rawValue(config.language));
+    updateButton_->setText(store_.updateButtonTitle());
+    updateButton_->setAccessibleName(store_.updateButtonTitle());
+    updateButton_->setEnabled(!store_.isUpdateBusy());
+}
+
+SettingsWindowController::SettingsWindowController(AppStore& store)
+    : store_(store), window_(std::make_unique<QWidget>()) {
+    window_->setMinimumSize(360, 545);
+    auto* layout = new QVBoxLayout(window_.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    // Scrolls rather than squeezes its rows when the window is made smaller than its content.
+    auto* scroll = new QScrollArea(window_.get());
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    view_ = new SettingsViewController(store, scroll);
+    scroll->setWidget(view_);
+    layout->addWidget(scroll);
+    render();
+    window_->resize(window_->minimumSize().expandedTo(QSize(400, view_->sizeHint().height() + 24)));
+}
+
+SettingsWindowController::~SettingsWindowController() = default;
+
+void SettingsWindowController::render() {
+    window_->setWindowTitle(
+        text(store_.config().language, QStringLiteral("Настройки"), QStringLiteral("Settings")));
+    view_->render();
+}
+
+void SettingsWindowController::showWindow() {
+    render();
+    window_->show();
+    window_->raise();
+    window_->activateWindow();
+}
+
+}  // namespace velt::ui

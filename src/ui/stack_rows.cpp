@@ -1,0 +1,139 @@
+#include "ui/stack_rows.h"
+
+#include "ui/icon_badge_view.h"
+#include "ui/layout.h"
+#include "ui/switch_control.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPainter>
+#include <QSlider>
+
+namespace velt::ui {
+namespace {
+
+QLabel* titleLabelFor(const QString& title, double pixelSize, QWidget* parent) {
+    auto* label = new QLabel(title, parent);
+    label->setFont(uiFont(pixelSize, QFont::Medium));
+    label->setTextFormat(Qt::PlainText);
+    label->setAttribute(Qt::WA_TransparentForMouseEvents);
+    return label;
+}
+
+}  // namespace
+
+HoverStackRow::HoverStackRow(int height, int spacing, bool showsHover, QWidget* parent)
+    : QWidget(parent), hover_(this, showsHover), stack_(new QHBoxLayout(this)) {
+    setFixedSize(contentWidth, height);
+    stack_->setContentsMargins(8, 0, 4, 0);
+    stack_->setSpacing(spacing);
+}
+
+void HoverStackRow::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(hover_.color());
+    painter.drawRoundedRect(rect(), 12, 12);
+}
+
+void HoverStackRow::enterEvent(QEnterEvent*) {
+    hover_.setRowHovering(true, true);
+}
+
+void HoverStackRow::leaveEvent(QEvent*) {
+    hover_.setRowHovering(false, true);
+}
+
+PopupRow::PopupRow(const QString& title, const QString& iconName, const QString& fallbackSymbolName,
+                   QWidget* parent)
+    : HoverStackRow(32, 8, false, parent) {
+    stack()->addWidget(new IconBadgeView(iconName, fallbackSymbolName, this), 0, Qt::AlignVCenter);
+    titleLabel_ = titleLabelFor(title, 11.5, this);
+    stack()->addWidget(titleLabel_, 0, Qt::AlignVCenter);
+    stack()->addStretch(1);
+    popup_ = new QComboBox(this);
+    popup_->setFont(uiFont(10.5));
+    popup_->setFixedWidth(104);
+    popup_->setFocusPolicy(Qt::NoFocus);
+    stack()->addWidget(popup_, 0, Qt::AlignVCenter);
+    setTitleText(title);
+}
+
+QString PopupRow::titleText() const {
+    return titleLabel_->text();
+}
+
+void PopupRow::setTitleText(const QString& title) {
+    titleLabel_->setText(title);
+    popup_->setAccessibleName(title);
+}
+
+SwitchRow::SwitchRow(const QString& title, QWidget* parent) : HoverStackRow(30, 8, true, parent) {
+    titleLabel_ = titleLabelFor(title, 11.5, this);
+    stack()->addWidget(titleLabel_, 0, Qt::AlignVCenter);
+    stack()->addStretch(1);
+    control_ = new SwitchControl(this);
+    stack()->addWidget(control_, 0, Qt::AlignVCenter);
+    setTitleText(title);
+}
+
+QString SwitchRow::titleText() const {
+    return titleLabel_->text();
+}
+
+void SwitchRow::setTitleText(const QString& title) {
+    titleLabel_->setText(title);
+    control_->setAccessibleName(title);
+}
+
+QualityRow::QualityRow(const QString& title, int value, QWidget* parent)
+    : HoverStackRow(30, 7, true, parent), accessibilityTitle_(title) {
+    auto* titleLabel = titleLabelFor(title, 11, this);
+    titleLabel->setFixedWidth(38);
+    stack()->addWidget(titleLabel, 0, Qt::AlignVCenter);
+    slider_ = new QSlider(Qt::Horizontal, this);
+    slider_->setRange(25, 100);
+    slider_->setValue(75);
+    slider_->setFocusPolicy(Qt::NoFocus);
+    slider_->setAccessibleName(title + QStringLiteral(" quality"));
+    stack()->addWidget(slider_, 1, Qt::AlignVCenter);
+    valueLabel_ = new QLabel(this);
+    valueLabel_->setFont(monospacedDigitFont(10.5));
+    valueLabel_->setFixedWidth(34);
+    valueLabel_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    QPalette secondary = valueLabel_->palette();
+    secondary.setColor(QPalette::WindowText, secondaryLabelColor(palette()));
+    valueLabel_->setPalette(secondary);
+    stack()->addWidget(valueLabel_, 0, Qt::AlignVCenter);
+    showValue(75);
+    setValue(value);
+    // The setting changes once, when the slider is let go; the label follows the drag.
+    slider_->setTracking(false);
+    connect(slider_, &QSlider::sliderMoved, this, [this](int moved) { showValue(moved); });
+    connect(slider_, &QSlider::valueChanged, this, [this] { change(); });
+}
+
+int QualityRow::value() const {
+    return slider_->value();
+}
+
+void QualityRow::setValue(int value) {
+    const QSignalBlocker quiet(slider_);  // the owner set it: no change to report back
+    slider_->setValue(value);
+    showValue(slider_->value());
+}
+
+void QualityRow::showValue(int value) {
+    const QString percent = QString::number(value) + QLatin1Char('%');
+    valueLabel_->setText(percent);
+    slider_->setAccessibleDescription(percent);
+}
+
+void QualityRow::change() {
+    showValue(slider_->value());
+    if (onChange) onChange();
+}
+
+}  // namespace velt::ui

@@ -1,0 +1,88 @@
+// The panel's control rows, all `contentWidth` wide, with 8 pixels of space before and 4 after:
+//
+//   PopupRow   (32 high) icon badge, title, and a 104-pixel pop-up; never shows a hover fill.
+//   SwitchRow  (30 high) title and a small switch.
+//   QualityRow (30 high) a format's name, a slider from 25 to 100 and its value as "75%".
+//
+// HoverStackRow is their common base: a horizontal row that fills softly under the pointer.
+//
+// Main thread only.
+#pragma once
+
+#include "ui/hover_fill.h"
+
+#include <QWidget>
+#include <functional>
+
+class QComboBox;
+class QHBoxLayout;
+class QLabel;
+class QSlider;
+
+namespace velt::ui {
+
+class SwitchControl;
+
+class HoverStackRow : public QWidget {
+  public:
+    HoverStackRow(int height, int spacing, bool showsHover, QWidget* parent);
+    HoverFill& hover() { return hover_; }
+
+  protected:
+    QHBoxLayout* stack() const { return stack_; }
+    void paintEvent(QPaintEvent* event) override;
+    void enterEvent(QEnterEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+
+  private:
+    HoverFill hover_;
+    QHBoxLayout* stack_;
+};
+
+class PopupRow : public HoverStackRow {
+  public:
+    PopupRow(const QString& title, const QString& iconName, const QString& fallbackSymbolName,
+             QWidget* parent = nullptr);
+    QString titleText() const;
+    void setTitleText(const QString& title);
+    QComboBox* popup() const { return popup_; }
+    QLabel* titleLabel() const { return titleLabel_; }
+
+  private:
+    QLabel* titleLabel_;
+    QComboBox* popup_;
+};
+
+class SwitchRow : public HoverStackRow {
+  public:
+    explicit SwitchRow(const QString& title, QWidget* parent = nullptr);
+    QString titleText() const;
+    void setTitleText(const QString& title);
+    SwitchControl* control() const { return control_; }
+
+  private:
+    QLabel* titleLabel_;
+    SwitchControl* control_;
+};
+
+class QualityRow : public HoverStackRow {
+  public:
+    QualityRow(const QString& title, int value, QWidget* parent = nullptr);
+    int value() const;
+    // The slider, the "N%" label and the accessible value follow.
+    void setValue(int value);
+    QSlider* slider() const { return slider_; }
+    QLabel* valueLabel() const { return valueLabel_; }
+    // Called after the user moved the slider; read value().
+    std::function<void()> onChange;
+
+  private:
+    void change();
+    void showValue(int value);
+
+    QSlider* slider_;
+    QLabel* valueLabel_;
+    QString accessibilityTitle_;
+};
+
+}  // namespace velt::ui

@@ -1,0 +1,175 @@
+// The panel's row kit: sizes, the icon badge's image sizes and fallbacks measured on real
+// pixels, the pop-up helpers, and the quality row's value.
+#include "ui/group_view.h"
+#include "ui/icon_badge_view.h"
+#include "ui/layout.h"
+#include "ui/menu_icons.h"
+#include "ui/popup_helpers.h"
+#include "ui/row_button.h"
+#include "ui/stack_rows.h"
+#include "ui_test_support.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QSlider>
+#include <cmath>
+
+namespace velt::testing {
+namespace {
+
+using namespace velt::ui;
+
+TEST(RowWidgets, EveryRowHasItsFixedSize) {
+    RowButton withSubtitle(QStringLiteral("Folder"), QString(), true, QStringLiteral("folder"),
+                           QStringLiteral("folder"), true, {});
+    RowButton plain(QStringLiteral("Settings"), QString(), false, QStringLiteral("settings"),
+                    QStringLiteral("gearshape"), false, {});
+    PopupRow popup(QStringLiteral("Output format"), QStringLiteral("files"),
+                   QStringLiteral("doc.on.doc"));
+    SwitchRow toggle(QStringLiteral("Compress automatically"));
+    QualityRow quality(QStringLiteral("JPEG"), 80);
+    Separator line;
+    const std::vector<std::pair<QWidget*, int>> rows = {
+        {&withSubtitle, 42}, {&plain, 30}, {&popup, 32}, {&toggle, 30}, {&quality, 30}, {&line, 1}};
+    for (const auto& [row, height] : rows) {
+        row->show();
+        EXPECT_EQ(row->size(), QSize(contentWidth, height)) << height;
+    }
+    EXPECT_EQ(popup.popup()->width(), 104);
+
+    // A row that allows a subtitle keeps its height while the subtitle is empty and hidden.
+    withSubtitle.setSubtitleText(QString());
+    EXPECT_EQ(withSubtitle.height(), 42);
+    EXPECT_TRUE(withSubtitle.subtitleLabel()->isHidden());
+    EXPECT_EQ(withSubtitle.accessibleName(), QStringLiteral("Folder"));
+    withSubtitle.setSubtitleText(QStringLiteral("Camera"));
+    EXPECT_FALSE(withSubtitle.subtitleLabel()->isHidden());
+    EXPECT_EQ(withSubtitle.accessibleName(), QStringLiteral("Folder, Camera"));
+}
+
+// Icons that fill their whole square, so the drawn square is the image's size.
+class BadgeTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        QDir(icons_.path()).mkpath(QStringLiteral("menu-icons"));
+        for (const char* name : {"close", "folder"})
+            writeFile(icons_.filePath(QStringLiteral("menu-icons/%1.svg").arg(QLatin1String(name))),
+                      "<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 10 10'>"
+                      "<rect width='10' height='10' fill='#000'/></svg>");
+        setResourceDirectoryForTesting(icons_.path());
+    }
+    void TearDown() override { setResourceDirectoryForTesting(QString()); }
+
+    // The square the icon covers inside the badge: pixels unlike the badge's own centre fill.
+    QRect iconSquare(IconBadgeView& badge) {
+        QPalette light;
+        light.setColor(QPalette::Window, Qt::white);
+        light.setColor(QPalette::WindowText, Qt::black);
+        badge.setPalette(light);
+        // Pixels inside the disc (its rim and the corners beyond are not the icon) that are
+        // unlike the disc's own fill at its top.
+        const QImage pixels = pixelsOf(badge);
+        const QColor disc = pixels.pixelColor(11, 2);
+        QRect square;
+        for (int y = 0; y < pixels.height(); ++y)
+            for (int x = 0; x < pixels.width(); ++x)
+                if (std::hypot(x + 0.5 - 11, y + 0.5 - 11) <= 10.0 &&
+                    std::abs(pixels.pixelColor(x, y).red() - disc.red()) > 30)
+                    square |= QRect(x, y, 1, 1);
+        return square;
+    }
+
+    QTemporaryDir icons_;
+};
+
+TEST_F(BadgeTest, CloseIsDrawnAtTenPixelsAndEveryOtherIconAtFourteen) {
+    IconBadgeView close(QStringLiteral("close"), QStringLiteral("xmark"));
+    IconBadgeView folder(QStringLiteral("folder"), QStringLiteral("folder"));
+    EXPECT_EQ(close.size(), QSize(22, 22));
+    EXPECT_EQ(iconSquare(close).size(), QSize(10, 10));
+    EXPECT_EQ(iconSquare(folder).size(), QSize(14, 14));
+    EXPECT_EQ(iconSquare(folder).center(), QPoint(10, 10));  // centred in the 22-pixel disc
+}
+
+TEST_F(BadgeTest, AMissingIconFallsBackAndWithoutAnyIconTheBadgeStaysEmpty) {
+    // No file and no theme icon for the symbol: nothing drawn, the size kept.
+    IconBadgeView missing(QStringLiteral("no-such-icon"), QStringLiteral("no.such.symbol"));
+    EXPECT_EQ(missing.size(), QSize(22, 22));
+    EXPECT_TRUE(iconSquare(missing).isEmpty());
+    // An unreadable file counts as missing.
+    writeFile(icons_.filePath(QStringLiteral("menu-icons/broken.svg")), "not an svg");
+    const QPixmap broken =
+        menuIconImage(QStringLiteral("broken"), QStringLiteral("no.such.symbol"), 14, Qt::black);
+    EXPECT_EQ(broken.toImage().convertToFormat(QImage::Format_ARGB32).pixelColor(7, 7).alpha(), 0);
+    // Every symbol the panel names has a theme icon to stand in for it.
+    for (const char* symbol : {"folder", "arrow.down.right.and.arrow.up.left", "doc.on.doc",
+                               "checkmark.square", "clock.arrow.circlepath", "gearshape", "safari",
+                               "xmark", "folder.badge.plus", "arrow.down.square"})
+        EXPECT_FALSE(themeIconName(QString::fromUtf8(symbol)).isEmpty()) << symbol;
+}
+
+TEST(RowWidgets, OurIconsExistForEveryNameThePanelUses) {
+    for (const char* name : {"folder-open", "shrink", "files", "folder-check", "folder", "settings",
+                             "arrow-up-right", "close", "folder-plus"}) {
+        const QString path =
+            resourceDirectory() + QStringLiteral("/menu-icons/%1.svg").arg(QLatin1String(name));
+        EXPECT_FALSE(renderSvg(path, 16, 1.0).isNull()) << path.toStdString();
+    }
+    EXPECT_FALSE(
+        renderSvg(resourceDirectory() + QStringLiteral("/status-icon.svg"), 22, 1.0).isNull());
+}
+
+TEST(PopupHelpers, ValuesSelectionAndMissingValues) {
+    QComboBox popup;
+    popup.addItems({QStringLiteral("Balanced"), QStringLiteral("Gentle"), QStringLiteral("Max")});
+    setRepresentedValues(&popup, {QStringLiteral("balanced"), QStringLiteral("gentle")});
+    EXPECT_EQ(popup.itemData(1).toString(), QStringLiteral("gentle"));
+    EXPECT_FALSE(popup.itemData(2).isValid()) << "fewer values than items: the rest carry none";
+
+    selectPopup(&popup, QStringLiteral("gentle"));
+    EXPECT_EQ(popup.currentIndex(), 1);
+    EXPECT_EQ(selectedValue(&popup), QStringLiteral("gentle"));
+    selectPopup(&popup, QStringLiteral("nothing carries this"));
+    EXPECT_EQ(popup.currentIndex(), 1) << "an unknown value leaves the selection";
+    popup.setCurrentIndex(2);
+    EXPECT_EQ(selectedValue(&popup), std::nullopt);
+}
+
+TEST(RowWidgets, QualityRowShowsAndReportsItsValue) {
+    QualityRow row(QStringLiteral("WebP"), 60);
+    EXPECT_EQ(row.value(), 60);
+    EXPECT_EQ(row.valueLabel()->text(), QStringLiteral("60%"));
+    EXPECT_EQ(row.slider()->minimum(), 25);
+    EXPECT_EQ(row.slider()->maximum(), 100);
+    EXPECT_EQ(row.slider()->accessibleName(), QStringLiteral("WebP quality"));
+    int reported = 0;
+    row.onChange = [&] { reported = row.value(); };
+    row.setValue(90);  // set by the program: shown, not reported back
+    EXPECT_EQ(row.valueLabel()->text(), QStringLiteral("90%"));
+    EXPECT_EQ(reported, 0);
+    row.slider()->triggerAction(QAbstractSlider::SliderSingleStepSub);  // the user's step
+    EXPECT_EQ(reported, 89);
+    EXPECT_EQ(row.valueLabel()->text(), QStringLiteral("89%"));
+}
+
+TEST(RowWidgets, HoverFadesInAndReEnteringDoesNotRestartIt) {
+    RowButton row(QStringLiteral("Settings"), QString(), false, QStringLiteral("settings"),
+                  QStringLiteral("gearshape"), false, {});
+    row.hover().setRowHovering(true, true);
+    EXPECT_TRUE(row.hover().isAnimating());
+    ASSERT_TRUE(processEventsUntil([&] { return !row.hover().isAnimating(); }));
+    const QColor lit = row.hover().color();
+    EXPECT_GT(lit.alpha(), 0);
+    row.hover().setRowHovering(true, true);
+    EXPECT_FALSE(row.hover().isAnimating()) << "already lit: nothing restarts";
+    row.hover().setRowHovering(false, false);
+    EXPECT_EQ(row.hover().color().alpha(), 0);
+
+    PopupRow popup(QStringLiteral("Original"), QStringLiteral("folder-check"),
+                   QStringLiteral("checkmark.square"));
+    popup.hover().setRowHovering(true, true);
+    EXPECT_EQ(popup.hover().color().alpha(), 0) << "pop-up rows never show the fill";
+}
+
+}  // namespace
+}  // namespace velt::testing

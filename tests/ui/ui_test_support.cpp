@@ -1,0 +1,46 @@
+#include "ui_test_support.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QThread>
+
+namespace velt::testing {
+
+bool processEventsUntil(const std::function<bool()>& done, double seconds) {
+    QDeadlineTimer deadline(static_cast<qint64>(seconds * 1000));
+    while (!done()) {
+        if (deadline.hasExpired()) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+    return true;
+}
+
+QImage pixelsOf(QWidget& widget) {
+    widget.ensurePolished();
+    return widget.grab().toImage().convertToFormat(QImage::Format_ARGB32);
+}
+
+void keepScreenshot(const QImage& image, const QString& name) {
+    const QString folder = QStringLiteral(VELT_ARTIFACTS_DIR);
+    QDir().mkpath(folder);
+    EXPECT_TRUE(image.save(folder + QLatin1Char('/') + name + QStringLiteral(".png")))
+        << name.toStdString();
+}
+
+QRect boundsOfPixelsUnlike(const QImage& image, QColor background, int tolerance) {
+    QRect bounds;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor pixel = image.pixelColor(x, y);
+            if (std::abs(pixel.red() - background.red()) > tolerance ||
+                std::abs(pixel.green() - background.green()) > tolerance ||
+                std::abs(pixel.blue() - background.blue()) > tolerance)
+                bounds |= QRect(x, y, 1, 1);
+        }
+    }
+    return bounds;
+}
+
+}  // namespace velt::testing

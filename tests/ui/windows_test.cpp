@@ -1,0 +1,221 @@
+// The settings and history windows over a real store: every control writes through the store,
+// the language rebuilds everything at once, the history's cells, totals, empty state and
+// clearing, the backups flow — with screenshots of both windows in both languages.
+#include "model/config_file.h"
+#include "model/constants.h"
+#include "ui/history_table_model.h"
+#include "ui/history_text.h"
+#include "ui/history_window.h"
+#include "ui/settings_window.h"
+#include "ui/switch_control.h"
+#include "ui_test_support.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QTableView>
+
+namespace velt::testing {
+namespace {
+
+using namespace velt::ui;
+
+CompressionHistoryEntry entry(CompressionHistoryStatus status, const QString& source,
+                              std::optional<std::int64_t> original = std::nullopt,
+                              std::optional<std::int64_t> output = std::nullopt,
+                              std::optional<QString> message = std::nullopt) {
+    CompressionHistoryEntry e;
+    e.id = QUuid::createUuid();
+    e.date = QDateTime(QDate(2026, 11, 23), QTime(14, 5), Qt::LocalTime);
+    e.sourceURL = source;
+    e.status = status;
+    e.originalBytes = original;
+    e.outputBytes = output;
+    e.message = message;
+    return e;
+}
+
+TEST(HistoryText, CellsByStatusAndLanguage) {
+    using S = CompressionHistoryStatus;
+    const auto compressed =
+        entry(S::compressed, QStringLiteral("/p/IMG_1.HEIC"), 2'400'000, 830'000);
+    const auto noSizes = entry(S::compressed, QStringLiteral("/p/a.png"));
+    const auto optimal = entry(S::alreadyOptimal, QStringLiteral("/p/b.jpg"), 5000, 1000);
+    const auto failed = entry(S::failed, QStringLiteral("/p/c.webp"), std::nullopt, std::nullopt,
+                              QStringLiteral("The image is too large"));
+    const auto failedSilently = entry(S::failed, QStringLiteral("/p/d.avif"));
+    const auto en = AppLanguage::english;
+    const auto ru = AppLanguage::russian;
+    struct Row {
+        const CompressionHistoryEntry& entry;
+        const char* column;
+        AppLanguage language;
+        const char* expected;
+    } rows[] = {
+        {compressed, "file", en, "IMG_1.HEIC"},
+        {compressed, "result", en, "2.4 MB → 830 KB"},
+        {compressed, "result", ru, "2,4 МБ → 830 КБ"},
+        {compressed, "saved", en, "1.6 MB"},
+        {noSizes, "result", en, "Compressed"},
+        {noSizes, "saved", ru, "—"},
+        {optimal, "result", ru, "Уже оптимально"},
+        {optimal, "saved", en, "—"},
+        {failed, "result", en, "The image is too large"},
+        {failed, "saved", en, "—"},
+        {failedSilently, "result", en, "Error"},
+        {failedSilently, "result", ru, "Ошибка"},
+        {compressed, "date", en, "11/23/26, 2:05 PM"},
+        {compressed, "date", ru, "23.11.2026, 14:05"},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(historyCellText(row.entry, QString::fromUtf8(row.column), row.language),
+                  QString::fromUtf8(row.expected))
+            << row.column << " → " << row.expected;
+    // Amounts: decimal units, KB whole, MB with one decimal, GB with two, never bytes.
+    EXPECT_EQ(historyByteCount(0, en), QStringLiteral("0 KB"));
+    EXPECT_EQ(historyByteCount(300, en), QStringLiteral("1 KB"));
+    EXPECT_EQ(historyByteCount(999'499, en), QStringLiteral("999 KB"));
+    EXPECT_EQ(historyByteCount(999'500, en), QStringLiteral("1.0 MB"));
+    EXPECT_EQ(historyByteCount(3'210'000'000, ru), QStringLiteral("3,21 ГБ"));
+}
+
+class WindowsTest : public ::testing::Test {
+  protected:
+    StoreFixture fixture_;
+    ScriptedPresenter presenter_;
+    AppStore store_{&presenter_};
+};
+
+TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
+    QStringList revealed;
+    HistoryWindowController window(store_, presenter_, [&](const QString& p) { revealed << p; });
+    HistoryViewController& view = *window.historyViewController();
+    store_.onChange = [&] { window.render(); };
+    window.showWindow();
+    EXPECT_EQ(window.window()->size(), QSize(700, 440));
+    EXPECT_EQ(window.window()->minimumSize(), QSize(600, 320));
+    // Empty: no table, the empty text, the placeholder summary, nothing to clear.
+    EXPECT_FALSE(view.tableView()->isVisible());
+    EXPECT_TRUE(view.emptyLabel()->isVisible());
+    EXPECT_FALSE(view.clearButton()->isEnabled());
+    EXPECT_EQ(view.summaryLabel()->text(),
+              QStringLiteral("Здесь появятся обработанные файлы и ошибки."));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-empty-ru"));
+
+    // A source that still exists and an output that does not: the source is revealed.
+    const QString photo = QDir(fixture_.folder.path()).filePath(QStringLiteral("IMG_1.jpg"));
+    writeFile(photo, "jpeg");
+    auto kept = entry(CompressionHistoryStatus::compressed, photo, 2'000'000, 500'000);
+    kept.outputURL = photo + QStringLiteral(".gone.webp");
+    store_.recordHistory(entry(CompressionHistoryStatus::failed, QStringLiteral("/nowhere/x.png")));
+    store_.recordHistory(kept);
+    EXPECT_TRUE(view.tableView()->isVisible());
+    EXPECT_TRUE(view.clearButton()->isEnabled());
+    EXPECT_EQ(view.model()->rowCount(), 2);
+    EXPECT_EQ(view.summaryLabel()->text(), QStringLiteral("Операций: 2 · Сэкономлено: 1,5 МБ"));
+    view.openEntry(0);
+    view.openEntry(1);  // its file is gone: nothing happens
+    EXPECT_EQ(revealed, QStringList{photo});
+
+    store_.setLanguage(AppLanguage::english);
+    EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Compression history"));
+    EXPECT_EQ(view.model()->headerData(2, Qt::Horizontal, Qt::DisplayRole).toString(),
+              QStringLiteral("Saved"));
+    EXPECT_EQ(view.tableView()->columnWidth(0), 220);
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-en"));
+
+    // Cancelling keeps the list; confirming clears it and leaves every file.
+    view.clearButton()->click();
+    EXPECT_EQ(store_.history().size(), 2u);
+    EXPECT_EQ(presenter_.asked.back(), QStringLiteral("Clear history?"));
+    presenter_.confirmAnswers = {true};
+    view.clearButton()->click();
+    EXPECT_TRUE(store_.history().empty());
+    EXPECT_TRUE(QFileInfo::exists(photo));
+    EXPECT_FALSE(view.clearButton()->isEnabled());
+}
+
+TEST_F(WindowsTest, FiveHundredEntriesFillTheTable) {
+    for (int i = 0; i < 500; ++i)
+        store_.recordHistory(entry(CompressionHistoryStatus::compressed,
+                                   QStringLiteral("/p/%1.jpg").arg(i), 3'000'000, 1'000'000));
+    HistoryWindowController window(store_, presenter_, [](const QString&) {});
+    window.showWindow();
+    EXPECT_EQ(window.historyViewController()->model()->rowCount(), 500);
+    EXPECT_EQ(window.historyViewController()->summaryLabel()->text(),
+              QStringLiteral("Операций: 500 · Сэкономлено: 1,00 ГБ"));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-ru"));
+}
+
+TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything) {
+    store_.useWatchDirectory(fixture_.folder.path());
+    SettingsWindowController window(store_);
+    SettingsViewController& view = *window.settingsViewController();
+    store_.onChange = [&] { window.render(); };
+    window.showWindow();
+    EXPECT_GE(window.window()->minimumSize().width(), 360);
+    EXPECT_GE(window.window()->minimumSize().height(), 545);
+    EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Настройки"));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-ru"));
+
+    view.menuBarProgressSwitch()->click();
+    view.notificationsSwitch()->click();
+    view.autostartSwitch()->click();
+    AppConfig saved = loadAppConfig();
+    EXPECT_FALSE(saved.showMenuBarProgress);
+    EXPECT_FALSE(saved.notificationsEnabled);
+    EXPECT_TRUE(saved.autostart);
+    EXPECT_TRUE(saved.autostartAsked);
+    EXPECT_TRUE(QFileInfo::exists(
+        fixture_.data.file(QStringLiteral("xdg/autostart/velt-compressor.desktop"))));
+
+    // The language: every row rebuilt in English at once, the window title too.
+    QWidget* before = view.contentHost();
+    view.languagePopup()->setCurrentIndex(1);
+    Q_EMIT view.languagePopup()->activated(1);
+    EXPECT_EQ(loadAppConfig().language, AppLanguage::english);
+    EXPECT_NE(view.contentHost(), before);
+    EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Settings"));
+    QStringList texts;
+    for (QLabel* label : view.contentHost()->findChildren<QLabel*>()) texts << label->text();
+    for (QPushButton* button : view.contentHost()->findChildren<QPushButton*>())
+        texts << button->text();
+    for (const char* expected :
+         {"Settings", "Application", "Launch at login", "Interface language", "Menu bar",
+          "Compression progress", "System notifications", "Files", "Compression folder", "Change",
+          "Backups", "Open", "Clear", "About", "Check updates", "VELT website"})
+        EXPECT_TRUE(texts.contains(QString::fromUtf8(expected))) << expected;
+    for (const QString& text : texts)
+        EXPECT_FALSE(text.contains(QRegularExpression(QStringLiteral("[А-Яа-я]"))))
+            << text.toStdString();
+    EXPECT_FALSE(view.menuBarProgressSwitch()->isChecked()) << "rebuilt rows show the settings";
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-en"));
+
+    // Backups: no folder yet → told so; then "Clear" asks, and only "yes" removes the folder.
+    view.button(QStringLiteral("Open"))->click();
+    EXPECT_EQ(presenter_.asked.back(), QStringLiteral("There are no backups"));
+    const QString backups = QDir(fixture_.folder.path()).filePath(backupDirName);
+    writeFile(QDir(fixture_.folder.path()).filePath(QStringLiteral("photo.jpg")), "mine");
+    QDir().mkpath(backups + QStringLiteral("/2026-11-23"));
+    writeFile(backups + QStringLiteral("/2026-11-23/photo.original.jpg"), "backup");
+    view.button(QStringLiteral("Clear"))->click();
+    EXPECT_TRUE(QFileInfo::exists(backups)) << "cancelled: nothing removed";
+    presenter_.confirmAnswers = {true};
+    view.button(QStringLiteral("Clear"))->click();
+    EXPECT_FALSE(QFileInfo::exists(backups));
+    EXPECT_TRUE(
+        QFileInfo::exists(QDir(fixture_.folder.path()).filePath(QStringLiteral("photo.jpg"))));
+}
+
+TEST(SettingsText, DisplayVersionDropsOnlyATrailingDoubleZero) {
+    EXPECT_EQ(displayVersion(QStringLiteral("3.0.0")), QStringLiteral("3.0"));
+    EXPECT_EQ(displayVersion(QStringLiteral("2.1.0")), QStringLiteral("2.1.0"));
+    EXPECT_EQ(displayVersion(QStringLiteral("10.0.0")), QStringLiteral("10.0"));
+    EXPECT_EQ(displayVersion(QString()), QStringLiteral("1.0"));
+}
+
+}  // namespace
+}  // namespace velt::testing
