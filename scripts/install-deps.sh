@@ -10,6 +10,8 @@ packages=(
   qt6-base-dev qt6-svg-dev libgl-dev
   # codecs, colour, crypto, compression, JSON
   libjpeg62-turbo-dev libpng-dev libwebp-dev libheif-dev liblcms2-dev libssl-dev zlib1g-dev
+  # the update helper unpacks the portable bundle
+  libarchive-dev
   nlohmann-json3-dev
   # tests
   libgtest-dev libgmock-dev

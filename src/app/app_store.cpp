@@ -64,13 +64,15 @@ AppStore::AppStore(Presenter* presenter, Services services)
       compressor_(services.compressor ? std::move(services.compressor)
                                       : std::make_unique<FolderCompressor>()),
       notificationManager_(services.notificationManager ? std::move(services.notificationManager)
-                                                        : std::make_unique<NotificationManager>()) {
+                                                        : std::make_unique<NotificationManager>()),
+      updater_(services.updater ? std::move(services.updater) : std::make_unique<AppUpdater>()) {
     config_ = loadAppConfig();
     history_ = loadHistory();
     NativeLog::write(QStringLiteral("Config loaded watch=") +
                      config_.watchDirectory.value_or(QStringLiteral("-")) +
                      QStringLiteral(" enabled=") + boolText(config_.enabled));
     wireEngine();
+    wireUpdater();
 }
 
 AppStore::~AppStore() {

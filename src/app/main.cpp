@@ -35,6 +35,7 @@ int main(int argc, char* argv[]) {
             err << "velt-compressor: the tray icon is not available yet; running headless\n";
             err.flush();
             [[fallthrough]];
+        case Action::update:
         case Action::headless: {
             QCoreApplication application(argc, argv);
             velt::HeadlessRunner runner;
