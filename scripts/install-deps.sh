@@ -13,8 +13,8 @@ packages=(
   # the update helper unpacks the portable bundle
   libarchive-dev
   nlohmann-json3-dev
-  # tests
-  libgtest-dev libgmock-dev
+  # tests (openssl makes the update tests' certificate authority)
+  libgtest-dev libgmock-dev openssl
   # the external encoders the engine drives, and independent decoders the tests check with
   libjpeg-turbo-progs webp pngquant libheif-examples pngcheck
   # the crash campaign kills the program at chosen system calls

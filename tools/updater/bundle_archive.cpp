@@ -2,7 +2,10 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -28,6 +31,27 @@ int depthAfter(int depth, const std::string& path) {
     }
     return depth;
 }
+
+// Makes `folder` the working folder for its scope and returns to the previous one after.
+class WorkingFolder {
+  public:
+    explicit WorkingFolder(const std::filesystem::path& folder)
+        : previous_(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        entered_ = previous_ >= 0 && ::chdir(folder.c_str()) == 0;
+    }
+    ~WorkingFolder() {
+        if (previous_ < 0) return;
+        if (entered_ && ::fchdir(previous_) != 0) std::abort();  // nowhere safe to write then
+        ::close(previous_);
+    }
+    WorkingFolder(const WorkingFolder&) = delete;
+    WorkingFolder& operator=(const WorkingFolder&) = delete;
+    bool entered() const { return entered_; }
+
+  private:
+    int previous_;
+    bool entered_ = false;
+};
 
 std::string refusal(const std::string& why, const char* name) {
     return why + ": " + (name ? name : "(unnamed)");
@@ -57,6 +81,10 @@ std::string extractPackage(const std::filesystem::path& package,
     archive_read_support_format_tar(reader.get());
     if (archive_read_open_filename(reader.get(), package.c_str(), 1 << 16) != ARCHIVE_OK)
         return std::string("cannot open the package: ") + archive_error_string(reader.get());
+    // Entries keep their relative names and are written from inside the destination, so that
+    // libarchive's own checks against absolute paths stay in force as a second guard.
+    const WorkingFolder inside(destination);
+    if (!inside.entered()) return "cannot enter the staging folder";
     Writer writer(archive_write_disk_new(), &archive_write_free);
     archive_write_disk_set_options(
         writer.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_PERM |
@@ -78,7 +106,6 @@ std::string extractPackage(const std::filesystem::path& package,
         if (!name || !entryStaysInside(name, type == AE_IFLNK && link ? link : ""))
             return refusal("entry leaves the package folder", name);
         if (type == AE_IFLNK && !link) return refusal("link without a target", name);
-        archive_entry_set_pathname(entry, (destination / name).c_str());
         if (archive_write_header(writer.get(), entry) != ARCHIVE_OK)
             return refusal(archive_error_string(writer.get()), name);
         const void* block = nullptr;
