@@ -59,13 +59,13 @@ bool isInsideProtectedFolder(const QString& path, const QStringList& folders) {
     return false;
 }
 
-AppStore::AppStore(Presenter* presenter, Services services)
+AppStore::AppStore(Presenter* presenter, Services services, std::unique_ptr<AppUpdater> updater)
     : presenter_(presenter),
       compressor_(services.compressor ? std::move(services.compressor)
                                       : std::make_unique<FolderCompressor>()),
       notificationManager_(services.notificationManager ? std::move(services.notificationManager)
                                                         : std::make_unique<NotificationManager>()),
-      updater_(services.updater ? std::move(services.updater) : std::make_unique<AppUpdater>()) {
+      updater_(updater ? std::move(updater) : std::make_unique<AppUpdater>()) {
     config_ = loadAppConfig();
     history_ = loadHistory();
     NativeLog::write(QStringLiteral("Config loaded watch=") +

@@ -34,11 +34,12 @@ class AppStore : public QObject {
     struct Services {
         std::unique_ptr<FolderCompressor> compressor;              // a new engine when empty
         std::unique_ptr<NotificationManager> notificationManager;  // the desktop one when empty
-        std::unique_ptr<AppUpdater> updater;  // one for the published manifest when empty
     };
 
     // Loads the settings and the history and wires the engine's reports; does not start it.
-    explicit AppStore(Presenter* presenter = nullptr, Services services = {});
+    // `updater` defaults to one for the published manifest.
+    explicit AppStore(Presenter* presenter = nullptr, Services services = {},
+                      std::unique_ptr<AppUpdater> updater = nullptr);
     ~AppStore() override;
 
     std::function<void()> onChange;

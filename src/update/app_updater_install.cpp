@@ -21,8 +21,8 @@ UpdaterEnvironment UpdaterEnvironment::current() {
     environment.systemVersion = QString::fromUtf8(gnu_get_libc_version());
     environment.executablePath = QCoreApplication::applicationFilePath();
     environment.processId = QCoreApplication::applicationPid();
-    // Qt reads the system's certificate folders itself but not OpenSSL's standard variable,
-    // which is how a machine (or a test) names another authority to trust.
+    // $SSL_CERT_FILE is OpenSSL's standard way to name another authority to trust (a company
+    // proxy's, a test server's); it is added here so that it holds whatever Qt's backend reads.
     const QString extra = qEnvironmentVariable("SSL_CERT_FILE");
     if (!extra.isEmpty())
         environment.extraCertificateAuthorities = QSslCertificate::fromPath(extra);
