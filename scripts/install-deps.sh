@@ -10,9 +10,11 @@ packages=(
   qt6-base-dev qt6-svg-dev libgl-dev
   # codecs, colour, crypto, compression, JSON
   libjpeg62-turbo-dev libpng-dev libwebp-dev libheif-dev liblcms2-dev libssl-dev zlib1g-dev
+  # the update helper unpacks the portable bundle
+  libarchive-dev
   nlohmann-json3-dev
-  # tests
-  libgtest-dev libgmock-dev
+  # tests (openssl makes the update tests' certificate authority)
+  libgtest-dev libgmock-dev openssl
   # the external encoders the engine drives, and independent decoders the tests check with
   libjpeg-turbo-progs webp pngquant libheif-examples pngcheck
   # the crash campaign kills the program at chosen system calls

@@ -59,18 +59,20 @@ bool isInsideProtectedFolder(const QString& path, const QStringList& folders) {
     return false;
 }
 
-AppStore::AppStore(Presenter* presenter, Services services)
+AppStore::AppStore(Presenter* presenter, Services services, std::unique_ptr<AppUpdater> updater)
     : presenter_(presenter),
       compressor_(services.compressor ? std::move(services.compressor)
                                       : std::make_unique<FolderCompressor>()),
       notificationManager_(services.notificationManager ? std::move(services.notificationManager)
-                                                        : std::make_unique<NotificationManager>()) {
+                                                        : std::make_unique<NotificationManager>()),
+      updater_(updater ? std::move(updater) : std::make_unique<AppUpdater>()) {
     config_ = loadAppConfig();
     history_ = loadHistory();
     NativeLog::write(QStringLiteral("Config loaded watch=") +
                      config_.watchDirectory.value_or(QStringLiteral("-")) +
                      QStringLiteral(" enabled=") + boolText(config_.enabled));
     wireEngine();
+    wireUpdater();
 }
 
 AppStore::~AppStore() {
@@ -369,10 +371,6 @@ void AppStore::clearHistory() {
     history_.clear();
     saveHistory();
     changed();
-}
-
-void AppStore::openWebsite() {
-    if (presenter_) presenter_->openURL(QStringLiteral("https://velt.app/compressor"));
 }
 
 void AppStore::save() {

@@ -1,7 +1,8 @@
 // AppStore: the one object that holds the application's state and carries out the user's
 // commands. It owns the settings, the history and live statistics, the folder compression engine
-// and the notification manager. Views read its state and change it only through its operations;
-// they are told to refresh through onChange. Dialogs reach the user through a Presenter.
+// the notification manager and the self-updater. Views read its state and change it only through
+// its operations; they are told to refresh through onChange. Dialogs reach the user through a
+// Presenter.
 //
 // Everything here runs on the main thread. The engine reports on its own queue; the store
 // re-posts each report to the main thread, holding itself weakly, so a report arriving after
@@ -16,6 +17,7 @@
 #include "model/history.h"
 #include "model/settings.h"
 #include "notifications/notification_manager.h"
+#include "update/app_updater.h"
 
 #include <QObject>
 #include <QString>
@@ -35,11 +37,15 @@ class AppStore : public QObject {
     };
 
     // Loads the settings and the history and wires the engine's reports; does not start it.
-    explicit AppStore(Presenter* presenter = nullptr, Services services = {});
+    // `updater` defaults to one for the published manifest.
+    explicit AppStore(Presenter* presenter = nullptr, Services services = {},
+                      std::unique_ptr<AppUpdater> updater = nullptr);
     ~AppStore() override;
 
     std::function<void()> onChange;
     std::function<void(const CompressionNotificationEvent&)> onNotice;
+    // Ends the process once the update helper has started; QCoreApplication::exit(0) when unset.
+    std::function<void()> onTerminateForUpdate;
 
     const CompressionStats& stats() const { return stats_; }
     FolderCompressor& compressor() { return *compressor_; }
@@ -50,6 +56,10 @@ class AppStore : public QObject {
     bool watcherFolderBusy() const { return watcherFolderBusy_; }
     const AppConfig& config() const { return config_; }
     bool isRunning() const { return compressor_->isRunning(); }
+    AppUpdater& updater() { return *updater_; }
+    bool isUpdateBusy() const { return updater_->isBusy(); }
+    // The update button's title for the updater's state, in the interface language.
+    QString updateButtonTitle() const;
 
     // Replaces the settings and runs the change procedure: save, login item, engine restart
     // when the engine's settings changed, onChange.
@@ -90,6 +100,11 @@ class AppStore : public QObject {
     void clearHistory();
     void save();
 
+    // The user's update check (nothing while the updater is busy): offers a waiting verified
+    // update at once, else asks the server. An offered update the user accepts is downloaded,
+    // the engine stopped and the helper started, and the process ends; on failure the engine
+    // is started again if it ran, and the error alert is shown. Alerts belong to `window`.
+    void checkUpdates(QObject* window = nullptr);
     void openWebsite();
 
     // The stored folder: the bookmark's path, else watchDirectory.
@@ -99,6 +114,11 @@ class AppStore : public QObject {
 
   private:
     void wireEngine();
+    void wireUpdater();
+    void offerUpdate(const AppUpdateManifest& manifest, QObject* window);
+    void downloadAndInstall(const AppUpdateManifest& manifest, QObject* window);
+    void install(QObject* window);
+    void showUpdateError(const UpdateFailure& failure, QObject* window);
     void configChanged(const AppConfig& old);
     void updateLoginItem();
     void restartIfNeeded();
@@ -112,6 +132,7 @@ class AppStore : public QObject {
     CompressionStats stats_;
     std::unique_ptr<FolderCompressor> compressor_;
     std::unique_ptr<NotificationManager> notificationManager_;
+    std::unique_ptr<AppUpdater> updater_;
     CompressionHistory history_;
     std::optional<QString> watcherError_;
     bool watcherFolderBusy_ = false;

@@ -78,6 +78,7 @@ class Parser {
     std::optional<CommandLineError> handle(const QString& option) {
         if (option == QLatin1String("--version")) return flag(option, Action::showVersion);
         if (option == QLatin1String("--headless")) return flag(option, Action::headless);
+        if (option == QLatin1String("--update")) return flag(option, Action::update);
         if (option == QLatin1String("--once")) return folderOption(option, Action::once);
         if (option == QLatin1String("--watch")) return folderOption(option, std::nullopt);
         if (option == QLatin1String("--preset"))
@@ -216,6 +217,9 @@ QString usageText() {
         "                    one line per file as it is done and a summary; exit 0, or 1 when a\n"
         "                    file failed\n"
         "  --jobs N          with --once: compress N files at a time (default: one per core)\n"
+        "  --update          check for a newer release now; when there is one, download, verify\n"
+        "                    and install it over this portable bundle and restart the program;\n"
+        "                    exit 0 when up to date or handed over, 1 when the update failed\n"
         "\n"
         "Settings for this run only (never saved):\n"
         "  --preset P        balanced, gentle, maximum or custom (brings the preset's qualities)\n"
@@ -237,7 +241,9 @@ QString usageText() {
         "  VELT_LOG_DIR      folder of native.log (default: the same folder)\n"
         "  VELT_DEBUG_LOG    1, true or yes: also write debug lines to the log\n"
         "  VELT_TOOL_DIR     folder searched first for cjpeg, cwebp, webpmux, pngquant, oxipng\n"
-        "  VELT_LAUNCH_SMOKE 1: start, log \"Launch smoke complete\" and exit 0 at once\n");
+        "  VELT_LAUNCH_SMOKE 1: start, log \"Launch smoke complete\" and exit 0 at once\n"
+        "  VELT_UPDATE_MANIFEST_URL  the release manifest to check instead of the published one\n"
+        "  SSL_CERT_FILE     certificate authorities to trust besides the system's\n");
 }
 
 QString versionText() {

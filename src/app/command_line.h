@@ -20,6 +20,7 @@ struct CommandLineRequest {
         showHelp,     // --help
         headless,     // --headless [--watch DIR]
         once,         // --once DIR
+        update,       // --update
     };
     Action action = Action::run;
     std::optional<QString> watchDirectory;  // --watch, absolute

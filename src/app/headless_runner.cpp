@@ -43,11 +43,12 @@ void HeadlessRunner::showAlert(const QString& message, const QString& informativ
     line(message + QStringLiteral(" ") + informativeText);
 }
 
-// Nothing destructive happens without someone to ask.
-bool HeadlessRunner::confirm(const QString& message, const QString&, const QString&,
+// Nothing destructive happens without someone to ask; --update is the user's answer in
+// advance to the one question its run asks.
+bool HeadlessRunner::confirm(const QString& message, const QString&, const QString& confirmButton,
                              const QString& cancelButton, QObject*) {
-    line(message + QStringLiteral(" → ") + cancelButton);
-    return false;
+    line(message + QStringLiteral(" → ") + (acceptUpdate_ ? confirmButton : cancelButton));
+    return acceptUpdate_;
 }
 
 void HeadlessRunner::showError(const QString& description, QObject*) {
@@ -93,6 +94,8 @@ int HeadlessRunner::run(const CommandLineRequest& request) {
         return QCoreApplication::exec();
     }
 
+    if (request.action == CommandLineRequest::Action::update) return runUpdate(store);
+
     TerminationSignals termination([&store](int signal) {
         NativeLog::write(QStringLiteral("Signal ") + QString::number(signal) +
                          QStringLiteral(" received, stopping"));
@@ -129,6 +132,21 @@ int HeadlessRunner::run(const CommandLineRequest& request) {
     line(text(store.config().language, QStringLiteral("Слежу за папкой "),
               QStringLiteral("Watching ")) +
          *store.resolvedWatchDirectory());
+    return QCoreApplication::exec();
+}
+
+// Ends when the update flow rests: up to date (0) or failed (1). A successful hand-over ends
+// the process from the store (0). The state is judged after the current report is handled,
+// because a finished check goes straight on to the download.
+int HeadlessRunner::runUpdate(AppStore& store) {
+    acceptUpdate_ = true;
+    store.onChange = [&store] {
+        QTimer::singleShot(0, qApp, [&store] {
+            if (store.isUpdateBusy()) return;
+            QCoreApplication::exit(store.updater().state() == AppUpdaterState::failed ? 1 : 0);
+        });
+    };
+    store.checkUpdates();
     return QCoreApplication::exec();
 }
 

@@ -1,6 +1,7 @@
 // The headless program: the store without a tray. Watches the saved folder while compression is
 // switched on (or the one given with --watch, which is saved as the chosen folder and switches it
-// on) until SIGINT, SIGTERM or SIGHUP, then stops the engine and exits 0. What a desktop would show
+// on) until SIGINT, SIGTERM or SIGHUP, then stops the engine and exits 0. With --update it checks
+// for a newer release instead and installs it. What a desktop would show
 // — notices, alerts, finished files — is written to standard error, one line each.
 //
 // Main thread only. REQUIRES: a QCoreApplication exists.
@@ -39,9 +40,11 @@ class HeadlessRunner final : public Presenter {
   private:
     void line(const QString& text);
     void reportNewHistory(const AppStore& store);
+    int runUpdate(AppStore& store);
 
     QTextStream err_;
     QUuid lastReported_;
+    bool acceptUpdate_ = false;  // --update: the offered update is taken without asking
 };
 
 }  // namespace velt

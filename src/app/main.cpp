@@ -50,6 +50,7 @@ int main(int argc, char* argv[]) {
                    "headless\n";
             err.flush();
             [[fallthrough]];
+        case Action::update:
         case Action::headless: {
             QCoreApplication application(argc, argv);
             velt::HeadlessRunner runner;

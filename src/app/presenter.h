@@ -1,6 +1,7 @@
 // Presenter: what the store asks of a user interface — alerts, a confirmation, opening a folder
-// in the file browser or a web page, choosing a folder. The desktop UI implements it with dialogs; the headless
-// runner by writing to standard error; tests with fakes. The store itself knows no widget.
+// in the file browser or a web page, choosing a folder. The desktop UI implements it with dialogs;
+// the headless runner by writing to standard error; tests with fakes. The store itself knows no
+// widget.
 //
 // `window` is the UI's own handle of the window a dialog belongs to (nothing for a free-standing
 // dialog); the store passes it through untouched.

@@ -13,6 +13,11 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
         return std::get<CommandLineRequest>(parseCommandLine(words(line, dir)));
     };
     EXPECT_EQ(request("--headless --watch DIR").watchDirectory, dir);
+    EXPECT_EQ(request("--update").action, CommandLineRequest::Action::update);
+    const auto refused = parseCommandLine(words("--update --once DIR", dir));
+    ASSERT_TRUE(std::holds_alternative<CommandLineError>(refused));
+    EXPECT_EQ(std::get<CommandLineError>(refused).message,
+              QStringLiteral("--once cannot be combined with --update"));
     const CommandLineRequest once = request(
         "--once=DIR --preset gentle --format webp --original=replace --quality jpeg=55 "
         "--quality heic=0");
@@ -37,7 +42,8 @@ TEST(CommandLine, HelpDescribesEveryOptionAndVariable) {
          {"--headless", "--watch DIR", "--once DIR", "--preset", "--format", "--original",
           "--quality", "--help", "--version", "balanced, gentle, maximum or custom",
           "automatic, jpeg, png, webp, avif or heic", "VELT_CONFIG_DIR", "VELT_LOG_DIR",
-          "VELT_DEBUG_LOG", "VELT_TOOL_DIR", "VELT_LAUNCH_SMOKE"})
+          "VELT_DEBUG_LOG", "VELT_TOOL_DIR", "VELT_LAUNCH_SMOKE", "--update",
+          "VELT_UPDATE_MANIFEST_URL", "SSL_CERT_FILE"})
         EXPECT_TRUE(help.contains(QString::fromUtf8(word))) << word;
 }
 

@@ -1,0 +1,116 @@
+// The store's part of the self-update: the update button's title, the check with its alerts,
+// and the hand-over that ends the process.
+#include "app/app_store.h"
+
+#include "model/native_log.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+
+namespace velt {
+
+void AppStore::wireUpdater() {
+    // The updater lives on this thread and is owned by the store, so its reports need no
+    // re-posting and cannot outlive the store.
+    updater_->onChange = [this] { changed(); };
+}
+
+QString AppStore::updateButtonTitle() const {
+    switch (updater_->state()) {
+        case AppUpdaterState::checking:
+            return text(QStringLiteral("Проверка…"), QStringLiteral("Checking…"));
+        case AppUpdaterState::downloading:
+            return text(QStringLiteral("Скачивание…"), QStringLiteral("Downloading…"));
+        case AppUpdaterState::installing:
+            return text(QStringLiteral("Перезапуск…"), QStringLiteral("Restarting…"));
+        case AppUpdaterState::idle:
+        case AppUpdaterState::failed:
+            break;
+    }
+    return text(QStringLiteral("Проверить"), QStringLiteral("Check"));
+}
+
+void AppStore::openWebsite() {
+    if (presenter_) presenter_->openURL(websiteURL().toString());
+}
+
+void AppStore::checkUpdates(QObject* window) {
+    if (updater_->isBusy()) return;
+    if (const auto& ready = updater_->readyUpdate()) return offerUpdate(*ready, window);
+    const QPointer<AppStore> weak(this);
+    const QPointer<QObject> origin(window);
+    updater_->check([weak, origin](const UpdateResult<AppUpdateCheckResult>& result) {
+        if (!weak) return;
+        if (const auto* failure = std::get_if<UpdateFailure>(&result))
+            return weak->showUpdateError(*failure, origin);
+        const auto& checked = std::get<AppUpdateCheckResult>(result);
+        if (const auto* manifest = std::get_if<AppUpdateManifest>(&checked))
+            return weak->offerUpdate(*manifest, origin);
+        if (!weak->presenter_) return;
+        const QString version = std::get<UpToDate>(checked).installedVersion;
+        weak->presenter_->showAlert(
+            weak->text(QStringLiteral("Обновлений нет"), QStringLiteral("You're up to date")),
+            weak->text(QStringLiteral("Установлена последняя версия VELT | Compressor (") +
+                           version + QStringLiteral(")."),
+                       QStringLiteral("The latest version of VELT | Compressor is installed (") +
+                           version + QStringLiteral(").")),
+            weak->text(QStringLiteral("Понятно"), QStringLiteral("OK")), origin);
+    });
+}
+
+void AppStore::offerUpdate(const AppUpdateManifest& manifest, QObject* window) {
+    if (!presenter_) return;
+    const bool accepted = presenter_->confirm(
+        text(QStringLiteral("Доступно обновление ") + manifest.version,
+             QStringLiteral("Update ") + manifest.version + QStringLiteral(" is available")),
+        text(QStringLiteral("Обновление скачается и установится автоматически. Приложение "
+                            "перезапустится."),
+             QStringLiteral("The update will download and install automatically. The app will "
+                            "restart.")),
+        text(QStringLiteral("Обновить сейчас"), QStringLiteral("Update now")),
+        text(QStringLiteral("Позже"), QStringLiteral("Later")), window);
+    if (accepted) downloadAndInstall(manifest, window);
+}
+
+void AppStore::downloadAndInstall(const AppUpdateManifest& manifest, QObject* window) {
+    const QPointer<AppStore> weak(this);
+    const QPointer<QObject> origin(window);
+    updater_->download(manifest, [weak, origin](const UpdateResult<QString>& result) {
+        if (!weak) return;
+        if (const auto* failure = std::get_if<UpdateFailure>(&result))
+            return weak->showUpdateError(*failure, origin);
+        weak->install(origin);
+    });
+}
+
+void AppStore::install(QObject* window) {
+    const bool wasRunning = compressor_->isRunning();
+    // Only the engine stops: the saved switch stays on, so the new version resumes watching.
+    compressor_->stop();
+    const QPointer<AppStore> weak(this);
+    const QPointer<QObject> origin(window);
+    updater_->installAndRestart(
+        [weak, origin, wasRunning](const std::optional<UpdateFailure>& failure) {
+            if (!weak) return;
+            if (failure) {
+                if (wasRunning) weak->start();
+                return weak->showUpdateError(*failure, origin);
+            }
+            NativeLog::write(QStringLiteral("Update helper started; terminating for installation"));
+            if (weak->onTerminateForUpdate)
+                weak->onTerminateForUpdate();
+            else
+                QCoreApplication::exit(0);
+        });
+}
+
+void AppStore::showUpdateError(const UpdateFailure& failure, QObject* window) {
+    NativeLog::write(QStringLiteral("Update error: ") + failure.description);
+    if (!presenter_) return;
+    presenter_->showAlert(text(QStringLiteral("Не удалось обновить приложение"),
+                               QStringLiteral("Could not update the app")),
+                          failure.userMessage(config_.language),
+                          text(QStringLiteral("Понятно"), QStringLiteral("OK")), window);
+}
+
+}  // namespace velt

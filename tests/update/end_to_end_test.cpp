@@ -1,0 +1,137 @@
+// The whole self-update with the real program, helper and a local HTTPS server: bundle A runs
+// from an install folder, checks, downloads and verifies B, hands over and ends; afterwards B
+// runs from the same folder and A is gone. A broken package leaves A installed and running.
+#include "bundle_fixture.h"
+#include "https_rig.h"
+#include "model/config_file.h"
+#include "support/test_environment.h"
+
+#include <gtest/gtest.h>
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QThread>
+#include <csignal>
+
+namespace velt::testing {
+namespace {
+
+class EndToEndUpdateTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(rig_.ready());
+        installed_ = makeBundle(install_.path(), QStringLiteral("A"));
+        // The relaunched program resumes watching, as a user's would.
+        ScopedEnvironment config("VELT_CONFIG_DIR", data_.path().toUtf8());
+        AppConfig settings;
+        settings.enabled = true;
+        settings.watchDirectory = watched_.path();
+        settings.watchDirectoryBookmark = watched_.path().toUtf8();
+        saveAppConfig(settings);
+    }
+
+    void TearDown() override {
+        if (relaunched_ > 0) ::kill(relaunched_, SIGKILL);
+    }
+
+    // Publishes `package` as release 99.0 and runs the installed program's --update to its end.
+    int runUpdate(const QByteArray& package) {
+        rig_.put(QStringLiteral("velt.tar.gz"), package);
+        rig_.put(QStringLiteral("latest.json"),
+                 HttpsRig::manifest(QStringLiteral("99.0"), rig_.url(QStringLiteral("velt.tar.gz")),
+                                    sha256Hex(package)));
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (const char* folder : {"VELT_CONFIG_DIR", "VELT_LOG_DIR", "XDG_CONFIG_HOME"})
+            environment.insert(QString::fromUtf8(folder), data_.path());
+        environment.insert(QStringLiteral("TMPDIR"), temp_.path());
+        environment.insert(QStringLiteral("SSL_CERT_FILE"), rig_.authorityFile());
+        environment.insert(QStringLiteral("VELT_UPDATE_MANIFEST_URL"),
+                           rig_.url(QStringLiteral("latest.json")).toString());
+        environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        QProcess program;
+        program.setProcessEnvironment(environment);
+        program.start(installed_ + QStringLiteral("/bin/velt-compressor"),
+                      {QStringLiteral("--update")});
+        EXPECT_TRUE(program.waitForFinished(120000));
+        output_ = QString::fromUtf8(program.readAllStandardError());
+        return program.exitCode();
+    }
+
+    // Waits (at most 60 s) for the helper's last word; the process it started.
+    pid_t awaitRelaunch(const QString& line) {
+        const QRegularExpression relaunched(line + QStringLiteral(" pid (\\d+)"));
+        for (int i = 0; i < 600; ++i) {
+            const auto match = relaunched.match(log(QStringLiteral("updater.log")));
+            if (match.hasMatch()) return relaunched_ = match.captured(1).toInt();
+            QThread::msleep(100);
+        }
+        return -1;
+    }
+
+    // Waits (at most 30 s) until the relaunched program watches the folder again.
+    bool awaitWatching() {
+        for (int i = 0; i < 300; ++i) {
+            if (log(QStringLiteral("native.log")).count(QStringLiteral("Start watcher ")) > 0)
+                return true;
+            QThread::msleep(100);
+        }
+        return false;
+    }
+
+    QString runningProgram(pid_t pid) const {
+        return QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget();
+    }
+
+    QString log(const QString& name) const {
+        return QString::fromUtf8(readFile(data_.filePath(name)));
+    }
+
+    QStringList installFolder() const {
+        return QDir(install_.path())
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+
+    HttpsRig rig_;
+    QTemporaryDir install_, data_, watched_, temp_, releaseB_;
+    QString installed_;
+    QString output_;
+    pid_t relaunched_ = -1;
+};
+
+TEST_F(EndToEndUpdateTest, ReleaseBReplacesTheRunningBundleA) {
+    makeBundle(releaseB_.path(), QStringLiteral("B"));
+    EXPECT_EQ(runUpdate(packBundle(releaseB_.path())), 0) << output_.toStdString();
+    EXPECT_TRUE(
+        log(QStringLiteral("native.log"))
+            .contains(QStringLiteral("Update helper started; terminating for installation")))
+        << log(QStringLiteral("native.log")).toStdString();
+    const pid_t pid = awaitRelaunch(QStringLiteral("Relaunched"));
+    ASSERT_GT(pid, 0) << log(QStringLiteral("updater.log")).toStdString();
+    EXPECT_TRUE(
+        log(QStringLiteral("updater.log")).contains(QStringLiteral("Update to 99.0 installed")) ||
+        awaitRelaunch(QStringLiteral("Relaunched")) > 0);
+
+    // B's files in the install folder, A's gone, nothing else left beside it.
+    EXPECT_TRUE(QFileInfo::exists(installed_ + QStringLiteral("/RELEASE-B")));
+    EXPECT_FALSE(QFileInfo::exists(installed_ + QStringLiteral("/RELEASE-A")));
+    EXPECT_TRUE(awaitWatching());
+    EXPECT_EQ(installFolder(), QStringList{QStringLiteral("velt-compressor")});
+    EXPECT_EQ(runningProgram(pid), installed_ + QStringLiteral("/bin/velt-compressor"));
+}
+
+TEST_F(EndToEndUpdateTest, ABrokenPackageLeavesATheRunningRelease) {
+    // Verified against the manifest, yet no archive: the helper must refuse it.
+    EXPECT_EQ(runUpdate(QByteArray("this is not a bundle").repeated(100)), 0)
+        << output_.toStdString();
+    const pid_t pid = awaitRelaunch(QStringLiteral("Relaunched the previous version"));
+    ASSERT_GT(pid, 0) << log(QStringLiteral("updater.log")).toStdString();
+    EXPECT_TRUE(log(QStringLiteral("updater.log")).contains(QStringLiteral("Package refused: ")));
+    EXPECT_TRUE(QFileInfo::exists(installed_ + QStringLiteral("/RELEASE-A")));
+    EXPECT_TRUE(awaitWatching());
+    EXPECT_EQ(installFolder(), QStringList{QStringLiteral("velt-compressor")});
+    EXPECT_EQ(runningProgram(pid), installed_ + QStringLiteral("/bin/velt-compressor"));
+}
+
+}  // namespace
+}  // namespace velt::testing

@@ -1,0 +1,84 @@
+#include "https_rig.h"
+
+#include "support/test_environment.h"
+
+#include <gtest/gtest.h>
+#include <QCryptographicHash>
+#include <QDir>
+
+namespace velt::testing {
+namespace {
+
+void openssl(const QString& folder, const QString& arguments) {
+    QProcess process;
+    process.setWorkingDirectory(folder);
+    process.start(QStringLiteral("openssl"), arguments.split(QLatin1Char(' ')));
+    ASSERT_TRUE(process.waitForFinished(60000));
+    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+}
+
+}  // namespace
+
+HttpsRig::HttpsRig() {
+    const QString folder = dir_.path();
+    QDir(folder).mkdir(QStringLiteral("site"));
+    writeFile(dir_.filePath(QStringLiteral("leaf.ext")),
+              "subjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:FALSE\n"
+              "extendedKeyUsage=serverAuth\n");
+    const QString key = QStringLiteral("-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes");
+    openssl(folder, QStringLiteral("req -x509 ") + key +
+                        QStringLiteral(" -keyout ca.key -out ca.pem -days 2 -subj /CN=VeltTestCA"));
+    openssl(folder, QStringLiteral("req ") + key +
+                        QStringLiteral(" -keyout leaf.key -out leaf.csr -subj /CN=localhost"));
+    openssl(folder, QStringLiteral("x509 -req -in leaf.csr -CA ca.pem -CAkey ca.key "
+                                   "-CAcreateserial -out leaf.pem -days 2 -extfile leaf.ext"));
+    server_.start(
+        QStringLiteral("python3"),
+        {QStringLiteral(VELT_HTTPS_SERVER), dir_.filePath(QStringLiteral("site")),
+         dir_.filePath(QStringLiteral("leaf.pem")), dir_.filePath(QStringLiteral("leaf.key"))});
+    if (!server_.waitForStarted()) return;
+    while (!server_.canReadLine() && server_.waitForReadyRead(30000)) {
+    }
+    const QStringList ports = QString::fromUtf8(server_.readLine()).trimmed().split(u' ');
+    if (ports.size() == 3) httpsPort_ = ports.at(1).toInt();
+}
+
+HttpsRig::~HttpsRig() {
+    server_.kill();
+    server_.waitForFinished();
+}
+
+QUrl HttpsRig::url(const QString& path) const {
+    return QUrl(QStringLiteral("https://localhost:%1/%2").arg(httpsPort_).arg(path));
+}
+
+void HttpsRig::put(const QString& name, const QByteArray& bytes) {
+    writeFile(dir_.filePath(QStringLiteral("site/") + name), bytes);
+}
+
+QList<QSslCertificate> HttpsRig::authority() const {
+    return QSslCertificate::fromPath(authorityFile());
+}
+
+QStringList HttpsRig::requests() {
+    server_.waitForReadyRead(50);
+    while (server_.canReadLine()) {
+        const QString line = QString::fromUtf8(server_.readLine()).trimmed();
+        if (line.startsWith(QLatin1String("GET "))) requests_ << line.mid(4);
+    }
+    return requests_;
+}
+
+QByteArray HttpsRig::manifest(const QString& version, const QUrl& download,
+                              const QByteArray& sha256, const QString& extraFields) {
+    QString json = QStringLiteral(R"({"version": "%1", "download": "%2", "sha256": "%3")")
+                       .arg(version, download.toString(), QString::fromLatin1(sha256));
+    if (!extraFields.isEmpty()) json += QStringLiteral(", ") + extraFields;
+    return (json + QStringLiteral("}")).toUtf8();
+}
+
+QByteArray sha256Hex(const QByteArray& bytes) {
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+}
+
+}  // namespace velt::testing

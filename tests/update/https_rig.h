@@ -1,0 +1,45 @@
+// A real local HTTPS server for the update tests: a certificate authority and a localhost
+// certificate made with openssl for this test alone, and https_server.py serving the files
+// put into it (see that script for the paths that misbehave on purpose).
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QSslCertificate>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QUrl>
+
+namespace velt::testing {
+
+class HttpsRig {
+  public:
+    HttpsRig();
+    ~HttpsRig();
+    HttpsRig(const HttpsRig&) = delete;
+    HttpsRig& operator=(const HttpsRig&) = delete;
+
+    bool ready() const { return httpsPort_ > 0; }
+    QUrl url(const QString& path) const;  // https://localhost:PORT/path
+    void put(const QString& name, const QByteArray& bytes);
+    QString authorityFile() const { return dir_.filePath(QStringLiteral("ca.pem")); }
+    QList<QSslCertificate> authority() const;
+    // The paths requested so far, in order.
+    QStringList requests();
+
+    // A manifest document; `fields` are JSON members written as they are given.
+    static QByteArray manifest(const QString& version, const QUrl& download,
+                               const QByteArray& sha256, const QString& extraFields = {});
+
+  private:
+    QTemporaryDir dir_;
+    QProcess server_;
+    int httpsPort_ = 0;
+    QStringList requests_;
+};
+
+// Lower-case hexadecimal SHA-256 of `bytes`.
+QByteArray sha256Hex(const QByteArray& bytes);
+
+}  // namespace velt::testing

@@ -1,0 +1,188 @@
+// The store's update flow as the settings window drives it: the button's title, the alerts of
+// each outcome with the log line before an error, and the engine around a failed hand-over.
+#include "app/app_store.h"
+#include "https_rig.h"
+#include "support/test_environment.h"
+
+#include <gtest/gtest.h>
+#include <QCoreApplication>
+#include <QThread>
+
+namespace velt::testing {
+namespace {
+
+// Records what the store asks; answers the update question with `accept`.
+class RecordingPresenter : public Presenter {
+  public:
+    struct Dialog {
+        QString message, informativeText, buttons;
+        QObject* window;
+    };
+    bool accept = false;
+    std::vector<Dialog> dialogs;
+    QStringList openedURLs;
+
+    void showAlert(const QString& message, const QString& informativeText, const QString& button,
+                   QObject* window) override {
+        dialogs.push_back({message, informativeText, button, window});
+    }
+    bool confirm(const QString& message, const QString& informativeText,
+                 const QString& confirmButton, const QString& cancelButton,
+                 QObject* window) override {
+        dialogs.push_back(
+            {message, informativeText, confirmButton + QStringLiteral("|") + cancelButton, window});
+        return accept;
+    }
+    void showError(const QString&, QObject*) override {}
+    void openFolder(const QString&) override {}
+    void openURL(const QString& url) override { openedURLs << url; }
+    std::optional<QString> chooseFolder(const QString&, QObject*) override { return {}; }
+};
+
+class StoreUpdateTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(rig_.ready()); }
+
+    std::unique_ptr<AppStore> makeStore(const QString& manifest) {
+        UpdaterEnvironment environment;
+        environment.version = QStringLiteral("1.2.0");
+        environment.build = QStringLiteral("12");
+        environment.systemVersion = QStringLiteral("2.36");
+        environment.executablePath = QStringLiteral(VELT_EXECUTABLE);  // not in a bundle
+        environment.extraCertificateAuthorities = rig_.authority();
+        auto store = std::make_unique<AppStore>(
+            &presenter_, AppStore::Services{},
+            std::make_unique<AppUpdater>(rig_.url(manifest), environment));
+        store->onTerminateForUpdate = [this] { terminated_ = true; };
+        return store;
+    }
+
+    // Runs the check and waits (at most 30 s) until the flow rests.
+    void checkUpdates(AppStore& store) {
+        store.checkUpdates(&window_);
+        for (int i = 0; i < 3000 && store.isUpdateBusy(); ++i) {
+            QCoreApplication::processEvents();
+            QThread::msleep(10);
+        }
+        QCoreApplication::processEvents();
+    }
+
+    QString log() const {
+        return QString::fromUtf8(readFile(data_.file(QStringLiteral("native.log"))));
+    }
+
+    HttpsRig rig_;
+    IsolatedDataFolder data_;
+    ScopedEnvironment xdgConfig_{"XDG_CONFIG_HOME", data_.file(QStringLiteral("xdg")).toUtf8()};
+    ScopedEnvironment noSessionBus_{"DBUS_SESSION_BUS_ADDRESS", std::nullopt};
+    QTemporaryDir temp_;
+    ScopedEnvironment tmpdir_{"TMPDIR", temp_.path().toUtf8()};
+    RecordingPresenter presenter_;
+    QObject window_;
+    bool terminated_ = false;
+};
+
+TEST_F(StoreUpdateTest, EachOutcomeEndsInItsAlert) {
+    const QByteArray package = "package";
+    rig_.put(QStringLiteral("p.tar.gz"), package);
+    const QUrl packageURL = rig_.url(QStringLiteral("p.tar.gz"));
+    rig_.put(QStringLiteral("newer.json"),
+             HttpsRig::manifest(QStringLiteral("1.3.0"), packageURL, sha256Hex(package)));
+    rig_.put(QStringLiteral("older.json"),
+             HttpsRig::manifest(QStringLiteral("1.0"), packageURL, sha256Hex(package)));
+    const struct {
+        const char* manifest;
+        AppLanguage language;
+        const char* message;
+        const char* informativeText;
+        const char* buttons;
+        const char* logged;  // nothing: no error line
+    } cases[] = {
+        {"newer.json", AppLanguage::english, "Update 1.3.0 is available",
+         "The update will download and install automatically. The app will restart.",
+         "Update now|Later", nullptr},
+        {"newer.json", AppLanguage::russian, "Доступно обновление 1.3.0",
+         "Обновление скачается и установится автоматически. Приложение перезапустится.",
+         "Обновить сейчас|Позже", nullptr},
+        {"older.json", AppLanguage::english, "You're up to date",
+         "The latest version of VELT | Compressor is installed (1.2.0).", "OK", nullptr},
+        {"older.json", AppLanguage::russian, "Обновлений нет",
+         "Установлена последняя версия VELT | Compressor (1.2.0).", "Понятно", nullptr},
+        {"status/503", AppLanguage::english, "Could not update the app",
+         "The update server is temporarily unavailable. Try again later.", "OK",
+         "Update error: The update server returned HTTP 503.\n"},
+        {"missing.json", AppLanguage::russian, "Не удалось обновить приложение",
+         "Сервер обновлений временно недоступен. Повторите попытку позже.", "Понятно",
+         "Update error: The update server returned HTTP 404.\n"},
+    };
+    for (const auto& c : cases) {
+        auto store = makeStore(QString::fromUtf8(c.manifest));
+        store->setLanguage(c.language);
+        presenter_.dialogs.clear();
+        const int requests = rig_.requests().size();
+        store->checkUpdates(&window_);
+        // The button follows the updater while the check runs.
+        EXPECT_TRUE(store->isUpdateBusy());
+        EXPECT_EQ(store->updateButtonTitle(), c.language == AppLanguage::english
+                                                  ? QStringLiteral("Checking…")
+                                                  : QStringLiteral("Проверка…"));
+        checkUpdates(*store);
+        EXPECT_EQ(store->updateButtonTitle(), c.language == AppLanguage::english
+                                                  ? QStringLiteral("Check")
+                                                  : QStringLiteral("Проверить"));
+        ASSERT_EQ(presenter_.dialogs.size(), 1u) << c.manifest;
+        const auto& dialog = presenter_.dialogs.front();
+        EXPECT_EQ(dialog.message, QString::fromUtf8(c.message));
+        EXPECT_EQ(dialog.informativeText, QString::fromUtf8(c.informativeText));
+        EXPECT_EQ(dialog.buttons, QString::fromUtf8(c.buttons));
+        EXPECT_EQ(dialog.window, &window_);
+        if (c.logged) {
+            EXPECT_TRUE(log().contains(QString::fromUtf8(c.logged))) << c.manifest;
+        }
+        // "Later" downloads nothing.
+        EXPECT_EQ(rig_.requests().size(), requests + 1) << c.manifest;
+        EXPECT_FALSE(store->updater().readyUpdate().has_value());
+    }
+    EXPECT_FALSE(log().contains(QStringLiteral("Update error: The update will")));
+    EXPECT_FALSE(terminated_);
+}
+
+TEST_F(StoreUpdateTest, AFailedHandOverRestartsTheEngineAndKeepsThePackage) {
+    const QByteArray package = "package";
+    rig_.put(QStringLiteral("p.tar.gz"), package);
+    rig_.put(QStringLiteral("newer.json"),
+             HttpsRig::manifest(QStringLiteral("1.3.0"), rig_.url(QStringLiteral("p.tar.gz")),
+                                sha256Hex(package)));
+    auto store = makeStore(QStringLiteral("newer.json"));
+    store->setLanguage(AppLanguage::english);
+    QTemporaryDir watched;
+    store->useWatchDirectory(watched.path());
+    ASSERT_TRUE(store->isRunning());
+    presenter_.accept = true;
+    checkUpdates(*store);
+
+    // The program runs from the build tree, which is no bundle: the hand-over is refused.
+    ASSERT_EQ(presenter_.dialogs.size(), 2u);
+    EXPECT_EQ(presenter_.dialogs.back().message, QStringLiteral("Could not update the app"));
+    EXPECT_EQ(presenter_.dialogs.back().informativeText,
+              QStringLiteral("The app could not be replaced. It was left unchanged."));
+    EXPECT_TRUE(log().contains(
+        QStringLiteral("Update error: The running application bundle could not be located.\n")));
+    EXPECT_TRUE(store->isRunning());
+    EXPECT_TRUE(store->config().enabled);
+    EXPECT_FALSE(terminated_);
+
+    // The verified package waits: the next check offers it without asking the server.
+    const int requests = rig_.requests().size();
+    presenter_.accept = false;
+    checkUpdates(*store);
+    EXPECT_EQ(rig_.requests().size(), requests);
+    EXPECT_EQ(presenter_.dialogs.back().message, QStringLiteral("Update 1.3.0 is available"));
+
+    store->openWebsite();
+    EXPECT_EQ(presenter_.openedURLs, QStringList{websiteURL().toString()});
+    EXPECT_TRUE(websiteURL().scheme() == QLatin1String("https"));
+}
+
+}  // namespace
+}  // namespace velt::testing

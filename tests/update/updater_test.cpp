@@ -1,0 +1,268 @@
+// The updater against a real local HTTPS server: checks, downloads, verification and the
+// install refusals that come before the helper is started.
+#include "https_rig.h"
+#include "support/test_environment.h"
+#include "update/app_updater.h"
+
+#include <gtest/gtest.h>
+#include <QCoreApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QTimer>
+
+namespace velt::testing {
+namespace {
+
+class UpdaterTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(rig_.ready()); }
+
+    std::unique_ptr<AppUpdater> makeUpdater(const QString& manifestName,
+                                            const QString& executable = {}) {
+        UpdaterEnvironment environment;
+        environment.version = QStringLiteral("1.2.0");
+        environment.build = QStringLiteral("12");
+        environment.systemVersion = QStringLiteral("2.36");
+        environment.executablePath = executable;
+        environment.processId = 4'000'000;  // no such process
+        environment.extraCertificateAuthorities = rig_.authority();
+        auto updater = std::make_unique<AppUpdater>(rig_.url(manifestName), environment);
+        updater->onChange = [this, raw = updater.get()] { states_.push_back(raw->state()); };
+        return updater;
+    }
+
+    // Runs `start` and waits (at most 60 s) for the completion it is given.
+    template <typename Result, typename Start>
+    std::optional<Result> await(Start start) {
+        std::optional<Result> result;
+        QEventLoop loop;
+        start([&](const Result& value) {
+            result = value;
+            loop.quit();
+        });
+        if (!result) {
+            QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        return result;
+    }
+
+    UpdateResult<AppUpdateCheckResult> check(AppUpdater& updater) {
+        auto result =
+            await<UpdateResult<AppUpdateCheckResult>>([&](auto done) { updater.check(done); });
+        EXPECT_TRUE(result.has_value());
+        return result.value_or(UpdateFailure::other(QStringLiteral("no completion")));
+    }
+
+    UpdateResult<QString> download(AppUpdater& updater, const AppUpdateManifest& manifest) {
+        auto result =
+            await<UpdateResult<QString>>([&](auto done) { updater.download(manifest, done); });
+        EXPECT_TRUE(result.has_value());
+        return result.value_or(UpdateFailure::other(QStringLiteral("no completion")));
+    }
+
+    AppUpdateManifest manifestFor(const QString& path, const QByteArray& sha256,
+                                  const char* version = "1.3.0") {
+        return AppUpdateManifest::decode(
+            HttpsRig::manifest(QString::fromUtf8(version), rig_.url(path), sha256).toStdString());
+    }
+
+    QStringList updateFolders() const {
+        return QDir(temp_.path()).entryList({QStringLiteral("VELTCompressor-Update*")}, QDir::Dirs);
+    }
+
+    HttpsRig rig_;
+    QTemporaryDir temp_;
+    ScopedEnvironment tmpdir_{"TMPDIR", temp_.path().toUtf8()};
+    std::vector<AppUpdaterState> states_;
+};
+
+QString describe(const UpdateResult<AppUpdateCheckResult>& result) {
+    if (const auto* failure = std::get_if<UpdateFailure>(&result)) return failure->description;
+    const auto& checked = std::get<AppUpdateCheckResult>(result);
+    if (const auto* manifest = std::get_if<AppUpdateManifest>(&checked))
+        return QStringLiteral("available ") + manifest->version;
+    return QStringLiteral("up to date ") + std::get<UpToDate>(checked).installedVersion;
+}
+
+TEST_F(UpdaterTest, ChecksEndInAResultOrATypedFailure) {
+    const QByteArray sha(64, 'a');
+    const QString package = rig_.url(QStringLiteral("p.tar.gz")).toString();
+    rig_.put(QStringLiteral("newer.json"),
+             HttpsRig::manifest(QStringLiteral("1.3.0"), package, sha));
+    rig_.put(QStringLiteral("older.json"),
+             HttpsRig::manifest(QStringLiteral("1.1.9"), package, sha));
+    rig_.put(QStringLiteral("build.json"), HttpsRig::manifest(QStringLiteral("1.2.0"), package, sha,
+                                                              QStringLiteral(R"("build": "13")")));
+    rig_.put(QStringLiteral("system.json"),
+             HttpsRig::manifest(QStringLiteral("1.3.0"), package, sha,
+                                QStringLiteral(R"("minimum_macOS": "99")")));
+    rig_.put(QStringLiteral("http.json"),
+             HttpsRig::manifest(QStringLiteral("1.3.0"), QStringLiteral("http://e.org/p"), sha));
+    rig_.put(QStringLiteral("garbage.json"), "<html>not json</html>");
+    rig_.put(QStringLiteral("missing.json"), R"({"version": "1.3.0"})");
+    const struct {
+        const char* path;
+        const char* outcome;  // the result, or the failure's description (start of it)
+        std::optional<AppUpdateError::Kind> kind;
+    } cases[] = {
+        {"newer.json", "available 1.3.0", std::nullopt},
+        {"older.json", "up to date 1.2.0", std::nullopt},
+        {"build.json", "available 1.2.0", std::nullopt},
+        {"redirect/newer.json", "available 1.3.0", std::nullopt},
+        {"status/404", "The update server returned HTTP 404.", AppUpdateError::Kind::httpStatus},
+        {"status/503", "The update server returned HTTP 503.", AppUpdateError::Kind::httpStatus},
+        {"empty", "The update manifest is empty.", AppUpdateError::Kind::invalidManifest},
+        {"system.json", "This update requires glibc 99 or newer.",
+         AppUpdateError::Kind::unsupportedSystem},
+        {"http.json", "The update URL must use HTTPS", AppUpdateError::Kind::invalidManifest},
+        {"garbage.json", "[json.exception", std::nullopt},
+        {"missing.json", "[json.exception", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        auto updater = makeUpdater(QString::fromUtf8(c.path));
+        states_.clear();
+        const auto result = check(*updater);
+        EXPECT_TRUE(describe(result).startsWith(QString::fromUtf8(c.outcome)))
+            << c.path << ": " << describe(result).toStdString();
+        const auto* failure = std::get_if<UpdateFailure>(&result);
+        EXPECT_EQ(failure && failure->error ? std::optional(failure->error->kind()) : std::nullopt,
+                  c.kind)
+            << c.path;
+        const auto end = failure ? AppUpdaterState::failed : AppUpdaterState::idle;
+        EXPECT_EQ(states_, (std::vector{AppUpdaterState::checking, end})) << c.path;
+    }
+}
+
+TEST_F(UpdaterTest, AServerThatIsNotTrustedFailsLikeANetworkError) {
+    rig_.put(QStringLiteral("newer.json"), "{}");
+    UpdaterEnvironment environment;
+    environment.version = QStringLiteral("1.0");
+    environment.systemVersion = QStringLiteral("2.36");
+    AppUpdater updater(rig_.url(QStringLiteral("newer.json")), environment);
+    const auto result = check(updater);
+    const auto* failure = std::get_if<UpdateFailure>(&result);
+    ASSERT_NE(failure, nullptr);
+    EXPECT_FALSE(failure->error.has_value()) << failure->description.toStdString();
+    EXPECT_EQ(updater.state(), AppUpdaterState::failed);
+}
+
+TEST_F(UpdaterTest, DownloadsAreVerifiedAndOnlyAMatchingPackageIsKept) {
+    const QByteArray package = QByteArray("release bytes ").repeated(100000);  // 1.4 MB
+    rig_.put(QStringLiteral("p.tar.gz"), package);
+    QByteArray wrongDigit = sha256Hex(package);
+    wrongDigit[40] = wrongDigit[40] == '0' ? '1' : '0';
+    const struct {
+        const char* path;
+        QByteArray sha256;
+        const char* failure;  // nothing: verified
+    } cases[] = {
+        {"status/404/p.tar.gz", sha256Hex(package), "The update server returned HTTP 404."},
+        {"to-http/p.tar.gz", sha256Hex(package), "The update download did not finish over HTTPS."},
+        {"p.tar.gz", wrongDigit,
+         "The downloaded update checksum does not match the release manifest."},
+        {"short/p.tar.gz", sha256Hex(package), ""},  // a transport error of the platform's own
+        {"redirect/p.tar.gz", sha256Hex(package), nullptr},
+    };
+    for (const auto& c : cases) {
+        auto updater = makeUpdater(QStringLiteral("unused.json"));
+        states_.clear();
+        const auto result = download(*updater, manifestFor(QString::fromUtf8(c.path), c.sha256));
+        if (!c.failure) {
+            ASSERT_TRUE(std::holds_alternative<QString>(result)) << c.path;
+            const QString path = std::get<QString>(result);
+            EXPECT_EQ(readFile(path), package);
+            EXPECT_EQ(QFileInfo(path).fileName(), QStringLiteral("update.tar.gz"));
+            EXPECT_TRUE(QFileInfo(path).dir().dirName().startsWith(
+                QLatin1String("VELTCompressor-Update-")));
+            EXPECT_EQ(updater->downloadedPackageURL(), path);
+            EXPECT_EQ(updater->readyUpdate()->version, QStringLiteral("1.3.0"));
+            EXPECT_EQ(states_, (std::vector{AppUpdaterState::downloading, AppUpdaterState::idle}));
+            // A later check offers the waiting package without asking the server.
+            const int requests = rig_.requests().size();
+            EXPECT_EQ(describe(check(*updater)), QStringLiteral("available 1.3.0"));
+            EXPECT_EQ(rig_.requests().size(), requests);
+            continue;
+        }
+        const auto* failure = std::get_if<UpdateFailure>(&result);
+        ASSERT_NE(failure, nullptr) << c.path;
+        EXPECT_TRUE(failure->description.startsWith(QString::fromUtf8(c.failure)))
+            << c.path << ": " << failure->description.toStdString();
+        EXPECT_FALSE(updater->readyUpdate().has_value()) << c.path;
+        EXPECT_EQ(states_, (std::vector{AppUpdaterState::downloading, AppUpdaterState::failed}));
+        // Only a package that failed its digest has its folder removed at once.
+        if (failure->error && failure->error->kind() == AppUpdateError::Kind::checksumMismatch) {
+            EXPECT_TRUE(updateFolders().isEmpty()) << updateFolders().join(u' ').toStdString();
+        }
+    }
+}
+
+TEST_F(UpdaterTest, EarlyRefusalsLeaveTheStateAndOverlappingCallsAreDropped) {
+    rig_.put(QStringLiteral("p.tar.gz"), "bytes");
+    auto updater = makeUpdater(QStringLiteral("unused.json"));
+    const auto older =
+        download(*updater, manifestFor(QStringLiteral("p.tar.gz"), sha256Hex("bytes"), "1.2.0"));
+    ASSERT_TRUE(std::holds_alternative<UpdateFailure>(older));
+    EXPECT_EQ(std::get<UpdateFailure>(older).description,
+              QStringLiteral("The downloaded version is not newer than the installed version."));
+    EXPECT_TRUE(states_.empty());
+
+    // While a download runs, a check and a second download never complete.
+    bool droppedCompleted = false;
+    const auto result = await<UpdateResult<QString>>([&](auto done) {
+        updater->download(manifestFor(QStringLiteral("p.tar.gz"), sha256Hex("bytes")), done);
+        updater->check([&](const auto&) { droppedCompleted = true; });
+        updater->download(manifestFor(QStringLiteral("p.tar.gz"), sha256Hex("bytes")),
+                          [&](const auto&) { droppedCompleted = true; });
+        updater->installAndRestart([&](const auto&) { droppedCompleted = true; });
+    });
+    EXPECT_TRUE(result && std::holds_alternative<QString>(*result));
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(droppedCompleted);
+}
+
+TEST_F(UpdaterTest, InstallRefusesBeforeStartingAnyHelper) {
+    const QByteArray bytes = "package";
+    rig_.put(QStringLiteral("p.tar.gz"), bytes);
+    QTemporaryDir place;
+    const QString bundle = place.filePath(QStringLiteral("velt-compressor"));
+    QDir().mkpath(bundle + QStringLiteral("/bin"));
+    const QString executable = bundle + QStringLiteral("/bin/velt-compressor");
+    const auto install = [&](AppUpdater& updater) {
+        auto result = await<std::optional<UpdateFailure>>(
+            [&](auto done) { updater.installAndRestart(done); });
+        return result && *result ? (*result)->description : QStringLiteral("started");
+    };
+
+    auto nothingDownloaded = makeUpdater(QStringLiteral("unused.json"), executable);
+    EXPECT_EQ(install(*nothingDownloaded),
+              QStringLiteral("The update package is no longer available. Check for updates "
+                             "again."));
+    EXPECT_EQ(nothingDownloaded->state(), AppUpdaterState::failed);
+
+    auto updater = makeUpdater(QStringLiteral("unused.json"), executable);
+    ASSERT_TRUE(std::holds_alternative<QString>(
+        download(*updater, manifestFor(QStringLiteral("p.tar.gz"), sha256Hex(bytes)))));
+    // Without the marker this is no portable bundle (a .deb or build-tree install).
+    EXPECT_EQ(install(*updater),
+              QStringLiteral("The running application bundle could not be located."));
+    writeFile(bundle + QStringLiteral("/VELT-BUNDLE"), "");
+    EXPECT_EQ(install(*updater),
+              QStringLiteral("The update helper is missing from the application bundle."));
+    EXPECT_TRUE(
+        QDir(temp_.path()).entryList({QStringLiteral("VELTCompressor-Updater-*")}).isEmpty());
+    if (!runningAsRoot()) {
+        QFile::setPermissions(place.path(), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+        EXPECT_EQ(install(*updater), QStringLiteral("Move VELT | Compressor to a folder you can "
+                                                    "write to before installing an update."));
+        QFile::setPermissions(
+            place.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    }
+    EXPECT_EQ(updater->state(), AppUpdaterState::failed);
+    // The verified package stays for the next try.
+    EXPECT_TRUE(QFileInfo::exists(*updater->downloadedPackageURL()));
+}
+
+}  // namespace
+}  // namespace velt::testing
