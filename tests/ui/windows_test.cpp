@@ -210,6 +210,30 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
         QFileInfo::exists(QDir(fixture_.folder.path()).filePath(QStringLiteral("photo.jpg"))));
 }
 
+// The button follows the updater: "Checking…" and disabled while the request runs, back to
+// "Check" and enabled when it ends, here with a failure (nothing listens on the port).
+TEST(SettingsUpdateButton, FollowsTheUpdaterThroughACheck) {
+    StoreFixture fixture;
+    ScriptedPresenter presenter;
+    AppStore store(
+        &presenter, {},
+        std::make_unique<AppUpdater>(QUrl(QStringLiteral("https://127.0.0.1:9/latest.json"))));
+    store.setLanguage(AppLanguage::english);
+    SettingsWindowController window(store);
+    store.onChange = [&] { window.render(); };
+    QPushButton* button = window.settingsViewController()->updateButton();
+    EXPECT_EQ(button->text(), QStringLiteral("Check"));
+    button->click();
+    EXPECT_EQ(button->text(), QStringLiteral("Checking…"));
+    EXPECT_EQ(button->accessibleName(), QStringLiteral("Checking…"));
+    EXPECT_FALSE(button->isEnabled());
+    ASSERT_TRUE(processEventsUntil([&] { return button->isEnabled(); }, 20));
+    EXPECT_EQ(button->text(), QStringLiteral("Check"));
+    EXPECT_FALSE(presenter.asked.isEmpty()) << "the failure is shown to the user";
+    store.setLanguage(AppLanguage::russian);
+    EXPECT_EQ(window.settingsViewController()->updateButton()->text(), QStringLiteral("Проверить"));
+}
+
 TEST(SettingsText, DisplayVersionDropsOnlyATrailingDoubleZero) {
     EXPECT_EQ(displayVersion(QStringLiteral("3.0.0")), QStringLiteral("3.0"));
     EXPECT_EQ(displayVersion(QStringLiteral("2.1.0")), QStringLiteral("2.1.0"));
