@@ -21,6 +21,8 @@ packages=(
   strace
   # desktop test rigs: a virtual X server, a session bus and a notification daemon
   xvfb xauth dbus dbus-x11 notification-daemon
+  # the tray rig: an XEmbed tray, pointer clicks and screenshots
+  trayer xdotool imagemagick
 )
 
 missing=()

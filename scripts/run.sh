@@ -1,17 +1,20 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and starts velt-compressor. Without arguments it watches
-# ~/velt-drop (created if missing) in headless mode until Ctrl+C: drop an image there and watch
-# it being compressed. With arguments they go to the program (see --help).
+# Installs what is missing, builds, and starts velt-compressor. Without arguments, in a desktop
+# session, it starts the desktop program (tray icon and panel); without a desktop it watches
+# ~/velt-drop (created if missing) in headless mode until Ctrl+C. With arguments they go to the
+# program (see --help).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh
 ./scripts/fetch-tools.sh
 cmake -S . -B build -G Ninja >/dev/null
 cmake --build build >&2
-if [[ $# -eq 0 ]]; then
+if [[ $# -eq 0 && -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]]; then
+  echo "Starting the desktop program: its icon is in the system tray (a window without one)." >&2
+elif [[ $# -eq 0 ]]; then
   drop="${HOME}/velt-drop"
   mkdir -p "$drop"
-  echo "Watching $drop — drop an image there; Ctrl+C stops." >&2
+  echo "No desktop session: watching $drop — drop an image there; Ctrl+C stops." >&2
   set -- --headless --watch "$drop"
 fi
 exec build/src/app/velt-compressor "$@"

@@ -1,6 +1,7 @@
 #include "ui/menu_panel.h"
 
 #include "model/constants.h"
+#include "model/native_log.h"
 #include "ui/layout.h"
 #include "ui/panel_tail_view.h"
 
@@ -68,20 +69,25 @@ void MenuPanel::place(const QRect& anchor) {
     if (!screen) screen = QGuiApplication::primaryScreen();
     const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1920, 1080);
     const QRect target = anchor.isValid() ? anchor : QRect(point, QSize(1, 1));
-    const bool below = target.center().y() < available.center().y();
+    // Below the icon when it is in the upper half of the screen (or there is no room above).
+    const bool below = target.center().y() < available.center().y() ||
+                       target.top() - anchorGap - height() < available.top();
     tailView_->setTailOnTop(below);
     content_->setGeometry(tailView_->bodyRect());
     int x = target.center().x() - width() / 2;
     x = std::clamp(
         x, available.left() + screenMargin,
         std::max(available.left() + screenMargin, available.right() - screenMargin - width()));
-    const int y = below ? target.bottom() + anchorGap : target.top() - anchorGap - height();
+    int y = below ? target.bottom() + anchorGap : target.top() - anchorGap - height();
+    y = std::clamp(y, available.top(),
+                   std::max(available.top(), available.bottom() + 1 - height()));
     move(x, y);
     tailView_->setArrowCenter(target.center().x() - x);
     updateMask();
 }
 
 void MenuPanel::present(const QRect& anchor) {
+    NativeLog::debug(QStringLiteral("Panel shown"));
     content_->render();
     fitToContent();
     if (mode_ == Mode::window) {

@@ -47,9 +47,8 @@ QPainterPath PanelTailView::outline() const {
 void PanelTailView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    QColor fill = palette().color(QPalette::Window);
-    fill.setAlphaF(0.97f);
-    painter.setBrush(fill);
+    // Opaque: without a compositor a translucent fill shows as a different shade.
+    painter.setBrush(palette().color(QPalette::Window));
     painter.setPen(QPen(contrastTint(palette(), 0.14), 0.8));
     painter.drawPath(outline());
 }
