@@ -62,6 +62,11 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
     EXPECT_EQ(std::get<0>(run("--headless --watch DIR")), 0);
     EXPECT_TRUE(log().contains(QStringLiteral("] Launch smoke complete\n")));
     EXPECT_FALSE(log().contains(QStringLiteral("Start watcher")));
+    // So does the desktop program, tray and panel made and nothing watched.
+    environment_.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    EXPECT_EQ(std::get<0>(run("")), 0);
+    EXPECT_EQ(log().count(QStringLiteral("] Launch smoke complete\n")), 2);
+    EXPECT_FALSE(log().contains(QStringLiteral("Start watcher")));
 }
 
 TEST_F(ProgramTest, OnceFailsOnABrokenJpegAndLeavesItAsItWas) {
