@@ -1,6 +1,7 @@
 // The hover highlight every clickable row shares: a rounded fill in the control tint that fades
 // in over 0.12 s (ease-out) when the pointer enters and out over 0.10 s (ease-in) when it
-// leaves. The row owns one HoverFill and paints `color()` behind its content.
+// leaves. The row owns one HoverFill, which follows the pointer over the row by itself; the row
+// calls paint() first in its paintEvent.
 //
 // Main thread only.
 #pragma once
@@ -9,6 +10,7 @@
 #include <QObject>
 #include <QVariantAnimation>
 
+class QPainter;
 class QWidget;
 
 namespace velt::ui {
@@ -25,8 +27,13 @@ class HoverFill : public QObject {
     void setRowHovering(bool hovering, bool animated, bool force = false);
     // The fill to paint now.
     QColor color() const;
+    // Draws the fill over the whole row, with the rows' 12-pixel corners.
+    void paint(QPainter& painter) const;
     // Whether a fade is under way.
     bool isAnimating() const { return animation_.state() == QAbstractAnimation::Running; }
+
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     QWidget* row_;

@@ -130,18 +130,7 @@ void RowButton::updateAccessibleName() {
 
 void RowButton::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(hover_.color());
-    painter.drawRoundedRect(rect(), 12, 12);
-}
-
-void RowButton::enterEvent(QEnterEvent*) {
-    hover_.setRowHovering(true, true);
-}
-
-void RowButton::leaveEvent(QEvent*) {
-    hover_.setRowHovering(false, true);
+    hover_.paint(painter);
 }
 
 void RowButton::runAction() {

@@ -37,8 +37,6 @@ class RowButton : public QAbstractButton {
 
   protected:
     void paintEvent(QPaintEvent* event) override;
-    void enterEvent(QEnterEvent* event) override;
-    void leaveEvent(QEvent* event) override;
 
   private:
     void runAction();

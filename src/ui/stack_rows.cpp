@@ -32,18 +32,7 @@ HoverStackRow::HoverStackRow(int height, int spacing, bool showsHover, QWidget* 
 
 void HoverStackRow::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(hover_.color());
-    painter.drawRoundedRect(rect(), 12, 12);
-}
-
-void HoverStackRow::enterEvent(QEnterEvent*) {
-    hover_.setRowHovering(true, true);
-}
-
-void HoverStackRow::leaveEvent(QEvent*) {
-    hover_.setRowHovering(false, true);
+    hover_.paint(painter);
 }
 
 PopupRow::PopupRow(const QString& title, const QString& iconName, const QString& fallbackSymbolName,

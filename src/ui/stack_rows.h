@@ -31,8 +31,6 @@ class HoverStackRow : public QWidget {
   protected:
     QHBoxLayout* stack() const { return stack_; }
     void paintEvent(QPaintEvent* event) override;
-    void enterEvent(QEnterEvent* event) override;
-    void leaveEvent(QEvent* event) override;
 
   private:
     HoverFill hover_;
