@@ -19,6 +19,8 @@ packages=(
   strace
   # desktop test rigs: a virtual X server, a session bus and a notification daemon
   xvfb xauth dbus dbus-x11 notification-daemon
+  # release packages: cpack's dependency list, and the checks a .deb must pass
+  dpkg-dev lintian desktop-file-utils appstream man-db
 )
 
 missing=()
