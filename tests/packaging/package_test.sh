@@ -232,7 +232,15 @@ apt_get install "$deb"
 step "the installed program"
 [[ "$(command -v velt-compressor)" == /usr/bin/velt-compressor ]] || fail "velt-compressor is not on PATH"
 [[ "$(velt-compressor --version)" == "VELT | Compressor $version" ]] || fail "--version: $(velt-compressor --version)"
-[[ "$(man -w velt-compressor)" == /usr/share/man/man1/velt-compressor.1.gz ]] || fail "man -w: $(man -w velt-compressor || true)"
+# Slim container images tell dpkg to leave manual pages out; elsewhere the page must be found.
+man_pages=true
+grep -qsr "^path-exclude.*/usr/share/man" /etc/dpkg/dpkg.cfg.d && man_pages=false
+if ! $man_pages; then
+  echo "package test: man -w skipped: this system's dpkg leaves manual pages out"
+else
+  [[ "$(man -w velt-compressor)" == /usr/share/man/man1/velt-compressor.1.gz ]] ||
+    fail "man -w: $(man -w velt-compressor 2>&1 || true)"
+fi
 # The tool folder is found from /usr/bin: a cjpeg placed there is the one used. The .deb ships no
 # oxipng, and the program says nothing about it.
 tools=/usr/libexec/velt-compressor/bin
@@ -257,9 +265,11 @@ unit=/usr/lib/systemd/user/velt-compressor.service
 if command -v systemd-analyze >/dev/null; then
   step "systemd-analyze verify the user unit"
   mkdir -m 0700 "$work/runtime"
-  if ! out=$(XDG_RUNTIME_DIR=$work/runtime systemd-analyze --user verify "$unit" 2>&1) || [[ -n "$out" ]]; then
-    fail "systemd-analyze verify: $out"
-  fi
+  status=0
+  out=$(XDG_RUNTIME_DIR=$work/runtime systemd-analyze --user verify "$unit" 2>&1) || status=$?
+  # Without manual pages the unit's Documentation= link cannot be followed; nothing else may fail.
+  if ! $man_pages && [[ -z "$(grep -v "man velt-compressor(1)" <<<"$out")" ]]; then status=0 out=; fi
+  ((status == 0)) && [[ -z "$out" ]] || fail "systemd-analyze verify: $out"
 else
   step "no systemd: the unit's command run by a stand-in, stopped with SIGTERM"
   grep -qx "Type=simple" "$unit" || fail "the stand-in only knows Type=simple"
