@@ -48,7 +48,7 @@ fail() {
   echo "package test: FAIL: $*" >&2
   exit 1
 }
-step() { echo "-- $*"; }
+step() { echo "-- [${SECONDS} s] $*"; }
 
 # A photograph-like JPEG (smooth shapes, sensor noise) made by cjpeg at quality 97, and a
 # truecolour PNG of a flat-colour drawing stored with light zlib: both leave room for compression
