@@ -23,6 +23,8 @@ packages=(
   xvfb xauth dbus dbus-x11 notification-daemon
   # the tray rig: an XEmbed tray, pointer clicks and screenshots
   trayer xdotool imagemagick
+  # release packages: cpack's dependency list, and the checks a .deb must pass
+  dpkg-dev lintian desktop-file-utils appstream man-db
 )
 
 missing=()

@@ -25,7 +25,48 @@ QString quotedExec(const QString& path) {
     return QLatin1Char('"') + escaped + QLatin1Char('"');
 }
 
-QByteArray desktopEntry(const QString& executable) {
+// The Exec value of the [Desktop Entry] group; empty when the file has none.
+QString desktopEntryExec(const QString& desktopFile) {
+    QFile file(desktopFile);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) return {};
+    bool inMainGroup = false;
+    while (!file.atEnd()) {
+        const QString line = QString::fromUtf8(file.readLine()).trimmed();
+        if (line.startsWith(QLatin1Char('['))) {
+            inMainGroup = line == QLatin1String("[Desktop Entry]");
+        } else if (inMainGroup && line.startsWith(QLatin1String("Exec="))) {
+            return line.mid(5).trimmed();
+        }
+    }
+    return {};
+}
+
+// The program an Exec value starts: its first word, unquoted when it is quoted.
+QString execProgram(const QString& exec) {
+    if (!exec.startsWith(QLatin1Char('"'))) return exec.section(QLatin1Char(' '), 0, 0);
+    QString program;
+    for (qsizetype i = 1; i < exec.size(); ++i) {
+        if (exec.at(i) == QLatin1Char('\\') && i + 1 < exec.size()) {
+            program += exec.at(++i);
+        } else if (exec.at(i) == QLatin1Char('"')) {
+            return program;
+        } else {
+            program += exec.at(i);
+        }
+    }
+    return {};  // no closing quote: not a command we can trust
+}
+
+// Whether `program` (an absolute path, or a name looked up on PATH) is the file `executable`.
+bool startsExecutable(const QString& program, const QString& executable) {
+    if (program.isEmpty()) return false;
+    const QString found =
+        QFileInfo(program).isAbsolute() ? program : QStandardPaths::findExecutable(program);
+    const QString target = QFileInfo(found).canonicalFilePath();
+    return !target.isEmpty() && target == QFileInfo(executable).canonicalFilePath();
+}
+
+QByteArray desktopEntry(const QString& command) {
     const QString entry = QStringLiteral(
                               "[Desktop Entry]\n"
                               "Type=Application\n"
@@ -35,7 +76,7 @@ QByteArray desktopEntry(const QString& executable) {
                               "\n"
                               "Comment=Compresses new images in the chosen folder\n"
                               "Exec=") +
-                          quotedExec(executable) +
+                          command +
                           QStringLiteral(
                               "\n"
                               "Terminal=false\n"
@@ -44,6 +85,14 @@ QByteArray desktopEntry(const QString& executable) {
 }
 
 }  // namespace
+
+QString autostartCommand(const QString& executable) {
+    const QString installedEntry = QFileInfo(executable).absolutePath() +
+                                   QStringLiteral("/../share/applications/velt-compressor.desktop");
+    const QString exec = desktopEntryExec(QDir::cleanPath(installedEntry));
+    if (startsExecutable(execProgram(exec), executable)) return exec;
+    return quotedExec(executable);
+}
 
 QString loginItemFilePath() {
     const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
@@ -63,8 +112,8 @@ bool registerLoginItem(const QString& executable) {
         return false;
     }
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(desktopEntry(program)) < 0 ||
-        !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) ||
+        file.write(desktopEntry(autostartCommand(program))) < 0 || !file.commit()) {
         NativeLog::write(QStringLiteral("Login item write failed: ") + path + QStringLiteral(" ") +
                          file.errorString());
         return false;

@@ -14,8 +14,16 @@ QString loginItemFilePath();
 // Whether the autostart entry exists.
 bool loginItemRegistered();
 
-// Writes the entry so that it starts `executable` (the running program when empty). Returns
-// false, after logging why, when the folder or the file cannot be written.
+// The command the entry runs for the program at `executable`: the Exec line of the .desktop file
+// installed with it (<executable dir>/../share/applications/velt-compressor.desktop) when that
+// line starts this very program, so that logging in starts what the application menu starts;
+// otherwise the executable's own path, quoted (a build tree, a bundle whose menu entry names a
+// command not on PATH).
+QString autostartCommand(const QString& executable);
+
+// Writes the entry so that it starts `executable` (the running program when empty), by
+// autostartCommand(). Returns false, after logging why, when the folder or the file cannot be
+// written.
 bool registerLoginItem(const QString& executable = {});
 
 // Removes the entry. True when it is gone afterwards (also when it never existed).
