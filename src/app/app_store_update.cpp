@@ -9,10 +9,18 @@
 
 namespace velt {
 
+// Like the engine's reports, the updater's are handed to the main thread's queue and dropped
+// once the store is gone.
 void AppStore::wireUpdater() {
-    // The updater lives on this thread and is owned by the store, so its reports need no
-    // re-posting and cannot outlive the store.
-    updater_->onChange = [this] { changed(); };
+    const QPointer<AppStore> weak(this);
+    updater_->onChange = [weak] {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [weak] {
+                if (weak) weak->changed();
+            },
+            Qt::QueuedConnection);
+    };
 }
 
 QString AppStore::updateButtonTitle() const {
