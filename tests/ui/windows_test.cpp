@@ -224,6 +224,8 @@ TEST(SettingsUpdateButton, FollowsTheUpdaterThroughACheck) {
     QPushButton* button = window.settingsViewController()->updateButton();
     EXPECT_EQ(button->text(), QStringLiteral("Check"));
     button->click();
+    ASSERT_TRUE(store.isUpdateBusy());
+    window.render();  // what the store's change report does
     EXPECT_EQ(button->text(), QStringLiteral("Checking…"));
     EXPECT_EQ(button->accessibleName(), QStringLiteral("Checking…"));
     EXPECT_FALSE(button->isEnabled());
