@@ -15,7 +15,7 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
     EXPECT_EQ(request("--headless --watch DIR").watchDirectory, dir);
     const CommandLineRequest once = request(
         "--once=DIR --preset gentle --format webp --original=replace --quality jpeg=55 "
-        "--quality heic=0");
+        "--quality heic=0 --metadata=keepAll");
     EXPECT_EQ(once.action, CommandLineRequest::Action::once);
     EXPECT_EQ(once.onceDirectory, dir);
 
@@ -28,16 +28,32 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
     expected.qualities.heic = 0;
     expected.formatStrategy = FormatStrategy::webp;
     expected.originalPolicy = OriginalPolicy::replace;
+    expected.metadataPolicy = MetadataPolicy::keepAll;
     EXPECT_EQ(once.overrides.appliedTo(AppConfig()), expected);
 }
 
 TEST(CommandLine, HelpDescribesEveryOptionAndVariable) {
     const QString help = usageText();
-    for (const char* word :
-         {"--headless", "--watch DIR", "--once DIR", "--preset", "--format", "--original",
-          "--quality", "--help", "--version", "balanced, gentle, maximum or custom",
-          "automatic, jpeg, png, webp, avif or heic", "VELT_CONFIG_DIR", "VELT_LOG_DIR",
-          "VELT_DEBUG_LOG", "VELT_TOOL_DIR", "VELT_LAUNCH_SMOKE"})
+    for (const char* word : {"--headless",
+                             "--watch DIR",
+                             "--once DIR",
+                             "--preset",
+                             "--format",
+                             "--original",
+                             "--quality",
+                             "--metadata",
+                             "keepWithoutLocation",
+                             "keepAll",
+                             "strip",
+                             "--help",
+                             "--version",
+                             "balanced, gentle, maximum or custom",
+                             "automatic, jpeg, png, webp, avif or heic",
+                             "VELT_CONFIG_DIR",
+                             "VELT_LOG_DIR",
+                             "VELT_DEBUG_LOG",
+                             "VELT_TOOL_DIR",
+                             "VELT_LAUNCH_SMOKE"})
         EXPECT_TRUE(help.contains(QString::fromUtf8(word))) << word;
 }
 
