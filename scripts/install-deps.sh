@@ -11,10 +11,14 @@ packages=(
   # codecs, colour, crypto, compression, JSON
   libjpeg62-turbo-dev libpng-dev libwebp-dev libheif-dev liblcms2-dev libssl-dev zlib1g-dev
   nlohmann-json3-dev
+  # photo metadata (EXIF, XMP, IPTC) carried into outputs
+  libexiv2-dev
   # tests
   libgtest-dev libgmock-dev
   # the external encoders the engine drives, and independent decoders the tests check with
   libjpeg-turbo-progs webp pngquant libheif-examples pngcheck
+  # the independent metadata reader the tests check outputs with
+  libimage-exiftool-perl
   # the crash campaign kills the program at chosen system calls
   strace
   # desktop test rigs: a virtual X server, a session bus and a notification daemon
