@@ -5,6 +5,7 @@
 #include <QFile>
 
 #include <mutex>
+#include <utility>
 
 namespace velt::imageio {
 namespace detail {
@@ -76,6 +77,16 @@ void applyXmpPolicy(Exiv2::XmpData& xmp, bool withoutLocation) {
     if (orientation != xmp.end()) orientation->setValue("1");
 }
 
+thread_local std::vector<std::string>* messageSink = nullptr;
+
+void collectMessage(int, const char* message) {
+    if (messageSink && message && messageSink->size() < 16) messageSink->emplace_back(message);
+}
+
+bool isAboutXmp(const std::string& message) {
+    return message.find("XMP") != std::string::npos;
+}
+
 void requireSize(qsizetype size, const char* what) {
     if (size > maximumMetadataBlockBytes)
         throw MetadataError(QStringLiteral("the %1 block is too large (%2 bytes)")
@@ -85,11 +96,35 @@ void requireSize(qsizetype size, const char* what) {
 
 }  // namespace
 
+Exiv2Messages::Exiv2Messages() : previous_(std::exchange(messageSink, &messages_)) {}
+
+Exiv2Messages::~Exiv2Messages() {
+    messageSink = previous_;
+}
+
+void Exiv2Messages::requireNone() const {
+    if (!messages_.empty())
+        throw MetadataError(QString::fromStdString(messages_.front()).trimmed());
+}
+
+std::string Exiv2Messages::firstAboutXmp() const {
+    for (const std::string& message : messages_)
+        if (isAboutXmp(message)) return message;
+    return {};
+}
+
+std::string Exiv2Messages::firstAboutOthers() const {
+    for (const std::string& message : messages_)
+        if (!isAboutXmp(message)) return message;
+    return {};
+}
+
 void initialiseExiv2() {
     static std::mutex xmpMutex;
     static const bool initialised = [] {
         // Problems are reported once, by the caller, not as exiv2's own lines on stderr.
-        Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+        Exiv2::LogMsg::setLevel(Exiv2::LogMsg::warn);
+        Exiv2::LogMsg::setHandler(collectMessage);
         Exiv2::XmpParser::initialize(lockXmpToolkit, &xmpMutex);
         Exiv2::enableBMFF(true);  // HEIC and AVIF sources
         return true;
@@ -159,15 +194,28 @@ ImageMetadata serialise(const ParsedMetadata& parsed) {
 
 }  // namespace detail
 
-ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy) {
+ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy,
+                                    QString* droppedPart) {
     if (policy == MetadataPolicy::strip) return {};
     detail::initialiseExiv2();
     try {
+        // exiv2 skips what it cannot read (a directory that loops or runs past its data, a maker
+        // note that lies about its size) and says so: such metadata is dropped whole, because
+        // what is left of it cannot be trusted to say the right thing about the photo. An XMP
+        // packet that does not parse (editors do write duplicate properties) is simply lost and
+        // the EXIF is kept.
+        const detail::Exiv2Messages messages;
         const auto image = Exiv2::ImageFactory::open(QFile::encodeName(path).toStdString());
         image->readMetadata();
+        if (const std::string problem = messages.firstAboutOthers(); !problem.empty())
+            throw MetadataError(QString::fromStdString(problem).trimmed());
+        const std::string xmpProblem = messages.firstAboutXmp();
+        if (!xmpProblem.empty() && droppedPart)
+            *droppedPart =
+                QStringLiteral("the XMP packet: ") + QString::fromStdString(xmpProblem).trimmed();
         detail::ParsedMetadata parsed;
         parsed.exif = image->exifData();
-        parsed.xmp = image->xmpData();
+        if (xmpProblem.empty()) parsed.xmp = image->xmpData();
         parsed.iptc = image->iptcData();
         if (image->byteOrder() != Exiv2::invalidByteOrder) parsed.byteOrder = image->byteOrder();
         detail::applyPolicy(parsed, policy);
@@ -183,7 +231,9 @@ ImageMetadata filteredMetadata(const ImageMetadata& metadata, MetadataPolicy pol
     if (policy == MetadataPolicy::strip) return {};
     detail::initialiseExiv2();
     try {
+        const detail::Exiv2Messages messages;
         detail::ParsedMetadata parsed = detail::parse(metadata);
+        messages.requireNone();
         detail::applyPolicy(parsed, policy);
         return detail::serialise(parsed);
     } catch (const MetadataError&) {

@@ -41,9 +41,11 @@ struct ImageMetadata {
 inline constexpr qsizetype maximumMetadataBlockBytes = 1 << 20;
 
 // The metadata of the image file at `path` as its output should carry it under `policy`; empty
-// for strip and for a file without any. Throws MetadataError when the file's metadata cannot be
-// parsed.
-ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy);
+// for strip and for a file without any. Throws MetadataError when the file's EXIF or IPTC cannot
+// be parsed cleanly. An XMP packet that cannot be parsed is left out alone; `droppedPart`, when
+// given, then says so.
+ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy,
+                                    QString* droppedPart = nullptr);
 
 // Parses the blocks and serialises them again with the policy applied (orientation 1, no
 // thumbnail, no location unless keepAll; nothing for strip). Throws MetadataError.

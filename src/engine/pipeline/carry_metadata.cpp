@@ -10,10 +10,10 @@
 namespace velt {
 namespace {
 
-void logDropped(const QString& source, const imageio::MetadataError& error) {
+void logDropped(const QString& source, const QString& reason) {
     NativeLog::write(QStringLiteral("Metadata dropped from ") +
                      source.mid(source.lastIndexOf(QLatin1Char('/')) + 1) + QStringLiteral(": ") +
-                     QString::fromUtf8(error.what()));
+                     reason);
 }
 
 QByteArray readAll(const QString& path) {
@@ -39,9 +39,12 @@ void writeAll(const QString& path, const QByteArray& bytes) {
 
 imageio::ImageMetadata metadataForOutput(const QString& source, MetadataPolicy policy) {
     try {
-        return imageio::readMetadataForOutput(source, policy);
+        QString droppedPart;
+        auto metadata = imageio::readMetadataForOutput(source, policy, &droppedPart);
+        if (!droppedPart.isEmpty()) logDropped(source, droppedPart);
+        return metadata;
     } catch (const imageio::MetadataError& error) {
-        logDropped(source, error);
+        logDropped(source, QString::fromUtf8(error.what()));
         return {};
     }
 }
@@ -54,7 +57,7 @@ void writeMetadataInto(const QString& destination, const QString& source, const 
     try {
         image = imageio::withMetadata(readAll(destination), plan.target, plan.metadata);
     } catch (const imageio::MetadataError& error) {
-        logDropped(source, error);
+        logDropped(source, QString::fromUtf8(error.what()));
         return;
     }
     writeAll(destination, image);
