@@ -19,11 +19,11 @@ target=${1:-all}
 seconds=${2:-600}
 CC=clang-14 CXX=clang++-14 cmake -S . -B build-fuzz -G Ninja -DVELT_FUZZ=ON \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-targets=(image_headers first_frame exif png_chunks json_files)
+targets=(image_headers first_frame exif metadata png_chunks json_files)
 [[ "$target" == all ]] || targets=("$target")
 cmake --build build-fuzz --target "${targets[@]/#/fuzz_}" >&2
 python3 tests/fuzz/make_seeds.py build-fuzz/seeds
-declare -A corpus=([image_headers]=images [first_frame]=images [exif]=exif
+declare -A corpus=([image_headers]=images [first_frame]=images [exif]=exif [metadata]=metadata
                    [png_chunks]=png_chunks [json_files]=json_files)
 status=0
 for t in "${targets[@]}"; do

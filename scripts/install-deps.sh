@@ -13,10 +13,14 @@ packages=(
   # the update helper unpacks the portable bundle
   libarchive-dev
   nlohmann-json3-dev
+  # photo metadata (EXIF, XMP, IPTC) carried into outputs
+  libexiv2-dev
   # tests (openssl makes the update tests' certificate authority)
   libgtest-dev libgmock-dev openssl
   # the external encoders the engine drives, and independent decoders the tests check with
   libjpeg-turbo-progs webp pngquant libheif-examples pngcheck
+  # the independent metadata reader the tests check outputs with
+  libimage-exiftool-perl
   # the crash campaign kills the program at chosen system calls
   strace
   # desktop test rigs: a virtual X server, a session bus and a notification daemon

@@ -90,6 +90,9 @@ class Parser {
         if (option == QLatin1String("--original"))
             return choice(option, originalFromText, request_.overrides.originalPolicy,
                           QStringLiteral("keep or replace"));
+        if (option == QLatin1String("--metadata"))
+            return choice(option, metadataPolicyFromRawValue, request_.overrides.metadataPolicy,
+                          QStringLiteral("keepWithoutLocation, keepAll or strip"));
         if (option == QLatin1String("--jobs")) {
             const auto value = takeValue();
             if (!value) return missing(option);
@@ -228,6 +231,9 @@ QString usageText() {
         "                    backup goes to .velt-compressor-backups first)\n"
         "  --quality F=N     quality 0-100 for jpeg, png, webp, avif or heic; repeatable,\n"
         "                    applied after --preset\n"
+        "  --metadata M      what outputs keep of the photo's own data (EXIF, XMP, IPTC: date,\n"
+        "                    camera, lens, exposure, copyright): keepWithoutLocation (default;\n"
+        "                    GPS and location removed), keepAll or strip\n"
         "\n"
         "Other options:\n"
         "  -h, --help        show this help and exit\n"

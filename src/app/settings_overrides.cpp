@@ -28,6 +28,7 @@ AppConfig SettingsOverrides::appliedTo(AppConfig config) const {
     }
     if (formatStrategy) config.formatStrategy = *formatStrategy;
     if (originalPolicy) config.originalPolicy = *originalPolicy;
+    if (metadataPolicy) config.metadataPolicy = *metadataPolicy;
     for (const auto& [format, quality] : qualities)
         qualityField(config.qualities, format) = quality;
     return config;

@@ -14,9 +14,11 @@ struct SettingsOverrides {
     std::optional<FormatStrategy> formatStrategy;
     std::optional<OriginalPolicy> originalPolicy;
     std::map<ImageFormat, int> qualities;  // applied after the preset's numbers
+    std::optional<MetadataPolicy> metadataPolicy;
 
     bool empty() const {
-        return !preset && !formatStrategy && !originalPolicy && qualities.empty();
+        return !preset && !formatStrategy && !originalPolicy && qualities.empty() &&
+               !metadataPolicy;
     }
     // A preset brings its own qualities, as choosing it in the settings does; explicit
     // qualities then replace single numbers.

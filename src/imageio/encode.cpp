@@ -23,7 +23,8 @@ void checkBitmap(const Bitmap& bitmap) {
     }
 }
 
-QByteArray encodeToMemory(const Bitmap& bitmap, ImageFormat format, int quality) {
+QByteArray encodeToMemory(const Bitmap& bitmap, ImageFormat format, int quality,
+                          const ImageMetadata& metadata) {
     const QByteArray icc = iccProfileToEmbed(bitmap.colorSpace);
     switch (format) {
         case ImageFormat::jpeg:
@@ -32,7 +33,7 @@ QByteArray encodeToMemory(const Bitmap& bitmap, ImageFormat format, int quality)
             return detail::encodePNG(bitmap, icc);
         case ImageFormat::heic:
         case ImageFormat::avif:
-            return detail::encodeHEIF(bitmap, format, quality, icc);
+            return detail::encodeHEIF(bitmap, format, quality, icc, metadata);
         case ImageFormat::webp:
             break;
     }
@@ -59,9 +60,10 @@ void writeFileReplacing(const QString& path, const QByteArray& bytes) {
 
 }  // namespace
 
-void encodeImage(const Bitmap& bitmap, ImageFormat format, int quality, const QString& path) {
+void encodeImage(const Bitmap& bitmap, ImageFormat format, int quality, const QString& path,
+                 const ImageMetadata& metadata) {
     checkBitmap(bitmap);
-    writeFileReplacing(path, encodeToMemory(bitmap, format, quality));
+    writeFileReplacing(path, encodeToMemory(bitmap, format, quality, metadata));
 }
 
 }  // namespace velt::imageio

@@ -34,6 +34,9 @@ struct EncoderDeleter {
 struct ImageDeleter {
     void operator()(heif_image* image) const { heif_image_release(image); }
 };
+struct HandleDeleter {
+    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
+};
 struct OptionsDeleter {
     void operator()(heif_encoding_options* options) const { heif_encoding_options_free(options); }
 };
@@ -41,6 +44,7 @@ using Context = std::unique_ptr<heif_context, ContextDeleter>;
 using Encoder = std::unique_ptr<heif_encoder, EncoderDeleter>;
 using Image = std::unique_ptr<heif_image, ImageDeleter>;
 using Options = std::unique_ptr<heif_encoding_options, OptionsDeleter>;
+using Handle = std::unique_ptr<heif_image_handle, HandleDeleter>;
 
 // Registers libheif's built-in encoders once per process; never undone, as other threads may be
 // encoding or decoding at any time.
@@ -132,6 +136,19 @@ heif_error appendOutput(heif_context*, const void* data, size_t size, void* user
     }
 }
 
+// EXIF (libheif finds the TIFF header and adds the offset field) and XMP as items of the image.
+void addMetadata(heif_context* context, const heif_image_handle* handle,
+                 const ImageMetadata& metadata, ImageFormat format) {
+    if (!metadata.exif.isEmpty())
+        check(heif_context_add_exif_metadata(context, handle, metadata.exif.constData(),
+                                             static_cast<int>(metadata.exif.size())),
+              format);
+    if (!metadata.xmp.isEmpty())
+        check(heif_context_add_XMP_metadata(context, handle, metadata.xmp.constData(),
+                                            static_cast<int>(metadata.xmp.size())),
+              format);
+}
+
 }  // namespace
 
 bool heifCanEncode(ImageFormat format) {
@@ -140,8 +157,8 @@ bool heifCanEncode(ImageFormat format) {
     return heif_have_encoder_for_format(compressionOf(format)) != 0;
 }
 
-QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality,
-                      const QByteArray& icc) {
+QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc,
+                      const ImageMetadata& metadata) {
     initialiseLibheif();
     const Context context(heif_context_alloc());
     if (!context) fail(format, QStringLiteral("out of memory"));
@@ -150,10 +167,12 @@ QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality,
     const Options options(heif_encoding_options_alloc());
     if (!options) fail(format, QStringLiteral("out of memory"));
     options->save_alpha_channel = hasAlphaChannel(bitmap.alphaInfo) ? 1 : 0;
-    // The handle of the stored image is not needed: nullptr makes libheif keep it to itself.
+    heif_image_handle* rawHandle = nullptr;
     check(heif_context_encode_image(context.get(), image.get(), encoder.get(), options.get(),
-                                    nullptr),
+                                    &rawHandle),
           format);
+    const Handle handle(rawHandle);
+    addMetadata(context.get(), handle.get(), metadata, format);
     QByteArray output;
     heif_writer writer{1, appendOutput};
     check(heif_context_write(context.get(), &writer, &output), format);

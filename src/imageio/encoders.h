@@ -4,6 +4,7 @@
 #pragma once
 
 #include "imageio/bitmap.h"
+#include "imageio/metadata.h"
 #include "model/image_format.h"
 
 #include <QByteArray>
@@ -18,8 +19,10 @@ QByteArray encodeJPEG(const Bitmap& bitmap, int quality, const QByteArray& icc);
 QByteArray encodePNG(const Bitmap& bitmap, const QByteArray& icc);
 
 // HEIC (HEVC) or AVIF (AV1) at `quality`, alpha kept when the bitmap has an alpha channel, `icc`
-// as a "prof" colour profile. Throws unsupportedFormat when libheif has no encoder for it.
-QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc);
+// as a "prof" colour profile, the EXIF and XMP of `metadata` as items of the image (IPTC has no
+// place in HEIF and is left out). Throws unsupportedFormat when libheif has no encoder for it.
+QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc,
+                      const ImageMetadata& metadata);
 
 // Whether libheif can encode `format` (heic or avif).
 bool heifCanEncode(ImageFormat format);

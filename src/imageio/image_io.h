@@ -6,6 +6,7 @@
 #pragma once
 
 #include "imageio/bitmap.h"
+#include "imageio/metadata.h"
 #include "model/image_format.h"
 
 #include <QString>
@@ -74,9 +75,11 @@ Bitmap applyOrientation(const Bitmap& bitmap, int orientation);
 // Encodes `bitmap` as `format` into a new file at `path` (replacing what is there):
 // JPEG at `quality` (0-100; 4:2:0, optimised Huffman tables), PNG lossless (quality ignored),
 // HEIC and AVIF at `quality`. Transparent pixels stay transparent where the format has alpha.
-// A non-sRGB ICC profile of the bitmap is embedded. WebP is not written here. Throws
-// ImageIOError(writeFailed / unsupportedFormat).
-void encodeImage(const Bitmap& bitmap, ImageFormat format, int quality, const QString& path);
+// A non-sRGB ICC profile of the bitmap is embedded. HEIC and AVIF carry `metadata` (JPEG and PNG
+// get theirs afterwards from withMetadata, as every JPEG, PNG and WebP encoder's output does).
+// WebP is not written here. Throws ImageIOError(writeFailed / unsupportedFormat).
+void encodeImage(const Bitmap& bitmap, ImageFormat format, int quality, const QString& path,
+                 const ImageMetadata& metadata = {});
 
 // "public.jpeg", "public.png", plus "public.heic" / "public.avif" where libheif has an HEVC /
 // AV1 encoder.

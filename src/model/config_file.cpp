@@ -52,6 +52,10 @@ AppConfig decodeObject(const nlohmann::json& object) {
         config.originalPolicy = originalPolicyFromStoredText(*raw);
     // Missing qualities follow the preset read from the same file, before any normalisation.
     config.qualities = decodeQualities(object).value_or(defaults(config.preset));
+    // A policy this version does not know (written by a newer one) keeps the default.
+    if (const auto raw = optionalString(object, "metadataPolicy"))
+        config.metadataPolicy =
+            metadataPolicyFromRawValue(*raw).value_or(MetadataPolicy::keepWithoutLocation);
     return config;
 }
 
@@ -88,6 +92,7 @@ QByteArray encodeAppConfig(const AppConfig& config) {
     const QualitySettings& q = config.qualities;
     object["qualities"] = nlohmann::ordered_json{
         {"jpeg", q.jpeg}, {"png", q.png}, {"webp", q.webp}, {"avif", q.avif}, {"heic", q.heic}};
+    object["metadataPolicy"] = toStd(rawValue(config.metadataPolicy));
     return QByteArray::fromStdString(
         object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }

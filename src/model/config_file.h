@@ -3,7 +3,8 @@
 // Decoding is tolerant of missing keys and strict on bad values: every key is optional (a
 // missing key or null takes its default; missing qualities take the decoded preset's), but a
 // wrong type, an unknown preset or language, or an incomplete qualities object fails the whole
-// decode. formatStrategy and originalPolicy are read leniently, accepting older texts.
+// decode. formatStrategy and originalPolicy are read leniently, accepting older texts; an
+// unknown metadataPolicy text keeps the default.
 #pragma once
 
 #include "model/settings.h"

@@ -150,6 +150,42 @@ QString title(OriginalPolicy policy, AppLanguage language) {
                : text(language, QStringLiteral("Сохранять"), QStringLiteral("Keep"));
 }
 
+QString rawValue(MetadataPolicy policy) {
+    switch (policy) {
+        case MetadataPolicy::keepWithoutLocation:
+            return QStringLiteral("keepWithoutLocation");
+        case MetadataPolicy::keepAll:
+            return QStringLiteral("keepAll");
+        case MetadataPolicy::strip:
+            return QStringLiteral("strip");
+    }
+    return {};
+}
+
+std::optional<MetadataPolicy> metadataPolicyFromRawValue(const QString& raw) {
+    for (MetadataPolicy policy : metadataPolicyMenuCases()) {
+        if (rawValue(policy) == raw) return policy;
+    }
+    return std::nullopt;
+}
+
+QString title(MetadataPolicy policy, AppLanguage language) {
+    switch (policy) {
+        case MetadataPolicy::keepWithoutLocation:
+            return text(language, QStringLiteral("Сохранять, кроме геоданных"),
+                        QStringLiteral("Keep, without location"));
+        case MetadataPolicy::keepAll:
+            return text(language, QStringLiteral("Сохранять все"), QStringLiteral("Keep all"));
+        case MetadataPolicy::strip:
+            return text(language, QStringLiteral("Удалять"), QStringLiteral("Remove"));
+    }
+    return {};
+}
+
+std::vector<MetadataPolicy> metadataPolicyMenuCases() {
+    return {MetadataPolicy::keepWithoutLocation, MetadataPolicy::keepAll, MetadataPolicy::strip};
+}
+
 void AppConfig::normalizeForCurrentVersion() {
     if (preset == CompressionPreset::jpegCompatible) preset = CompressionPreset::balanced;
     outputDirectory.reset();
@@ -162,7 +198,7 @@ bool AppConfig::requiresCompressorRestart(const AppConfig& other) const {
     return standardized(watchDirectory) != standardized(other.watchDirectory) ||
            watchDirectoryBookmark != other.watchDirectoryBookmark || preset != other.preset ||
            formatStrategy != other.formatStrategy || originalPolicy != other.originalPolicy ||
-           qualities != other.qualities;
+           qualities != other.qualities || metadataPolicy != other.metadataPolicy;
 }
 
 }  // namespace velt

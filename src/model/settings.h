@@ -55,6 +55,18 @@ QString rawValue(OriginalPolicy policy);
 OriginalPolicy originalPolicyFromStoredText(const QString& text);
 QString title(OriginalPolicy policy, AppLanguage language = AppLanguage::russian);
 
+// What of a photo's own data (EXIF, XMP, IPTC: capture date, camera, lens, exposure, copyright)
+// its output carries. The default drops only the location, which is what careful users want
+// before a photo leaves their hands.
+enum class MetadataPolicy { keepWithoutLocation, keepAll, strip };
+
+QString rawValue(MetadataPolicy policy);
+// Nothing for an unknown text (the settings file then keeps the default).
+std::optional<MetadataPolicy> metadataPolicyFromRawValue(const QString& raw);
+QString title(MetadataPolicy policy, AppLanguage language = AppLanguage::russian);
+// What the settings window offers, in this order: keepWithoutLocation, keepAll, strip.
+std::vector<MetadataPolicy> metadataPolicyMenuCases();
+
 struct AppConfig {
     bool enabled = true;
     bool autostart = false;
@@ -69,6 +81,7 @@ struct AppConfig {
     FormatStrategy formatStrategy = FormatStrategy::automatic;
     OriginalPolicy originalPolicy = OriginalPolicy::keep;
     QualitySettings qualities = defaults(CompressionPreset::balanced);
+    MetadataPolicy metadataPolicy = MetadataPolicy::keepWithoutLocation;
 
     // Maps the legacy jpegCompatible preset to balanced (qualities kept) and drops the legacy
     // output folder.
@@ -76,7 +89,7 @@ struct AppConfig {
 
     // Whether a running engine must be restarted to work with `other` instead of this record:
     // only the watched folder (standardised path), its bookmark, the preset, the format
-    // strategy, the original policy and the qualities matter.
+    // strategy, the original policy, the qualities and the metadata policy matter.
     bool requiresCompressorRestart(const AppConfig& other) const;
 
     bool operator==(const AppConfig&) const = default;

@@ -20,7 +20,7 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
               QStringLiteral("--once cannot be combined with --update"));
     const CommandLineRequest once = request(
         "--once=DIR --preset gentle --format webp --original=replace --quality jpeg=55 "
-        "--quality heic=0");
+        "--quality heic=0 --metadata=keepAll");
     EXPECT_EQ(once.action, CommandLineRequest::Action::once);
     EXPECT_EQ(once.onceDirectory, dir);
 
@@ -33,6 +33,7 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
     expected.qualities.heic = 0;
     expected.formatStrategy = FormatStrategy::webp;
     expected.originalPolicy = OriginalPolicy::replace;
+    expected.metadataPolicy = MetadataPolicy::keepAll;
     EXPECT_EQ(once.overrides.appliedTo(AppConfig()), expected);
 }
 
@@ -40,7 +41,8 @@ TEST(CommandLine, HelpDescribesEveryOptionAndVariable) {
     const QString help = usageText();
     for (const char* word :
          {"--headless", "--watch DIR", "--once DIR", "--preset", "--format", "--original",
-          "--quality", "--help", "--version", "balanced, gentle, maximum or custom",
+          "--quality", "--metadata", "keepWithoutLocation", "keepAll", "strip", "--help",
+          "--version", "balanced, gentle, maximum or custom",
           "automatic, jpeg, png, webp, avif or heic", "VELT_CONFIG_DIR", "VELT_LOG_DIR",
           "VELT_DEBUG_LOG", "VELT_TOOL_DIR", "VELT_LAUNCH_SMOKE", "--update",
           "VELT_UPDATE_MANIFEST_URL", "SSL_CERT_FILE"})

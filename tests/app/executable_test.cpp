@@ -26,6 +26,8 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
         {"--preset fast", 2, "bad value for --preset: \"fast\"", true},
         {"--format=gif", 2, "bad value for --format: \"gif\"", true},
         {"--original delete", 2, "bad value for --original", true},
+        {"--metadata none", 2, "bad value for --metadata: \"none\"", true},
+        {"--once DIR --metadata", 2, "missing value for --metadata", true},
         {"--once DIR --quality jpeg=101", 2, "bad value for --quality", true},
         {"--quality jpeg=-1", 2, "bad value for --quality", true},
         {"--quality jpg=50", 2, "bad value for --quality", true},

@@ -83,6 +83,22 @@ def main():
         write(os.path.join(out, "exif"), "exif%d" % index, exif(orientation, big))
     write(os.path.join(out, "exif"), "loop", b"II*\x00\x08\x00\x00\x00\x01\x00" + b"\x08\x00" * 8)
 
+    # Metadata: a selector byte (low two bits: 0 whole file, 1 EXIF, 2 XMP, 3 IPTC; the next two
+    # bits choose the policy), then the input.
+    metadata = os.path.join(out, "metadata")
+    for index, (orientation, big) in enumerate([(6, False), (1, True)]):
+        write(metadata, "exif%d" % index, bytes([1 + 4 * index]) + exif(orientation, big)[6:])
+    write(metadata, "exif-loop", b"\x01II*\x00\x08\x00\x00\x00\x01\x00" + b"\x08\x00" * 8)
+    write(metadata, "xmp", b"\x02" + b"<?xpacket begin='' id='W5M0MpCehiHzreSzNTczkc9d'?>"
+          b"<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF "
+          b"xmlns:rdf='http://www.w3.org/1999/02/22-rdf-syntax-ns#'><rdf:Description rdf:about='' "
+          b"xmlns:tiff='http://ns.adobe.com/tiff/1.0/' xmlns:photoshop='http://ns.adobe.com/photoshop/1.0/' "
+          b"tiff:Orientation='6' photoshop:City='Paris'/></rdf:RDF></x:xmpmeta><?xpacket end='w'?>")
+    write(metadata, "iptc", b"\x03\x1c\x02\x00\x00\x02\x00\x04\x1c\x02\x5a\x00\x05Paris")
+    for name in ("exif.png", "baseline.jpg", "still.heic", "lossy.webp"):
+        with open(os.path.join(images, name), "rb") as f:
+            write(metadata, "file-" + name, b"\x00" + f.read())
+
     profile = b"\x00\x00\x02\x0cappl" + bytes(range(200))
     for index, extra in enumerate([b"", chunk(b"iCCP", b"x\x00\x00" + zlib.compress(profile)),
                                    chunk(b"sRGB", b"\x00") + chunk(b"gAMA", b"\x00\x00\xb1\x8f")]):

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <QDir>
 #include <QFile>
+#include <QSet>
 
 namespace velt {
 namespace {
@@ -90,6 +91,18 @@ INSTANTIATE_TEST_SUITE_P(
                 c.watchDirectoryBookmark = QByteArray("\x00\x01\x02", 3);
                 c.outputDirectory = QStringLiteral("/tmp/out");
             })},
+        DecodeCase{"MetadataKeepAll", R"({"metadataPolicy":"keepAll"})",
+                   with([](AppConfig& c) { c.metadataPolicy = MetadataPolicy::keepAll; })},
+        DecodeCase{"MetadataStrip", R"({"metadataPolicy":"strip","enabled":false})",
+                   with([](AppConfig& c) {
+                       c.metadataPolicy = MetadataPolicy::strip;
+                       c.enabled = false;
+                   })},
+        DecodeCase{"UnknownMetadataPolicyResetsOnlyItself",
+                   R"({"metadataPolicy":"keepSome","language":"english"})",
+                   with([](AppConfig& c) { c.language = AppLanguage::english; })},
+        DecodeCase{"NullMetadataPolicyIsDefault", R"({"metadataPolicy":null})", AppConfig()},
+        DecodeCase{"NumberForMetadataPolicyFails", R"({"metadataPolicy":2})", std::nullopt},
         DecodeCase{"UnknownPresetFails", R"({"preset":"ultra"})", std::nullopt},
         DecodeCase{"UnknownLanguageFails", R"({"language":"german"})", std::nullopt},
         DecodeCase{"QualitiesWithoutHeicFail",
@@ -118,7 +131,8 @@ TEST(SettingsEncoding, FieldOrderOmittedOptionalsAndPolicyText) {
               R"({"enabled":true,"autostart":false,"autostartAsked":false,)"
               R"("showMenuBarProgress":true,"notificationsEnabled":true,"language":"russian",)"
               R"("preset":"balanced","formatStrategy":"automatic","originalPolicy":"backup",)"
-              R"("qualities":{"jpeg":76,"png":82,"webp":78,"avif":50,"heic":72}})");
+              R"("qualities":{"jpeg":76,"png":82,"webp":78,"avif":50,"heic":72},)"
+              R"("metadataPolicy":"keepWithoutLocation"})");
 }
 
 TEST(SettingsEncoding, RoundTripsEveryField) {
@@ -135,6 +149,7 @@ TEST(SettingsEncoding, RoundTripsEveryField) {
     config.formatStrategy = FormatStrategy::webp;
     config.originalPolicy = OriginalPolicy::replace;
     config.qualities = {10, 20, 30, 40, 50};
+    config.metadataPolicy = MetadataPolicy::strip;
     const QByteArray encoded = encodeAppConfig(config);
     EXPECT_TRUE(encoded.contains("\"watchDirectory\":\"file:///home/u/"));
     EXPECT_TRUE(encoded.contains("a.b.c/\""));  // folders end in a slash
@@ -196,8 +211,30 @@ INSTANTIATE_TEST_SUITE_P(
         RestartCase{"Strategy", [](AppConfig& c) { c.formatStrategy = FormatStrategy::png; }, true},
         RestartCase{"Policy", [](AppConfig& c) { c.originalPolicy = OriginalPolicy::replace; },
                     true},
-        RestartCase{"OneQuality", [](AppConfig& c) { c.qualities.heic += 1; }, true}),
+        RestartCase{"OneQuality", [](AppConfig& c) { c.qualities.heic += 1; }, true},
+        RestartCase{"MetadataPolicy",
+                    [](AppConfig& c) { c.metadataPolicy = MetadataPolicy::strip; }, true}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// The settings window builds its pop-up from these: every case once, its text round-trips, and
+// the two languages differ where the words do.
+TEST(MetadataPolicyTest, MenuCasesRawValuesAndTitles) {
+    const auto cases = metadataPolicyMenuCases();
+    ASSERT_EQ(cases.size(), 3u);
+    EXPECT_EQ(cases.front(), AppConfig().metadataPolicy);
+    QSet<QString> raws, russian, english;
+    for (MetadataPolicy policy : cases) {
+        EXPECT_EQ(metadataPolicyFromRawValue(rawValue(policy)), policy);
+        raws.insert(rawValue(policy));
+        russian.insert(title(policy, AppLanguage::russian));
+        english.insert(title(policy, AppLanguage::english));
+        EXPECT_NE(title(policy, AppLanguage::russian), title(policy, AppLanguage::english));
+    }
+    EXPECT_EQ(raws.size(), 3);
+    EXPECT_EQ(russian.size(), 3);
+    EXPECT_EQ(english.size(), 3);
+    EXPECT_EQ(metadataPolicyFromRawValue(QStringLiteral("KeepAll")), std::nullopt);
+}
 
 TEST(ImageFormatTest, ExtensionsAndTypeIdentifiers) {
     EXPECT_EQ(imageFormatFromFileExtension(QStringLiteral("JPEG")), ImageFormat::jpeg);

@@ -195,6 +195,16 @@ void takeOverAccess(const QString& from, const QString& to) {
                                          to);
 }
 
+void takeOverDates(const QString& from, const QString& to) {
+    struct stat source {};
+    if (::stat(QFile::encodeName(from).constData(), &source) != 0)
+        throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot read the attributes of"),
+                                         from);
+    const struct timespec times[2] = {source.st_atim, source.st_mtim};
+    if (::utimensat(AT_FDCWD, QFile::encodeName(to).constData(), times, AT_SYMLINK_NOFOLLOW) != 0)
+        throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot set the dates of"), to);
+}
+
 void removeFile(const QString& path) {
     if (::unlink(QFile::encodeName(path).constData()) != 0)
         throw FileSystemError::fromErrno(errno, QStringLiteral("Cannot remove"), path);

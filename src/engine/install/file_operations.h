@@ -61,6 +61,12 @@ void copyToNewFile(const QString& from, const QString& to);
 // cannot be read or the permission bits cannot be set.
 void takeOverAccess(const QString& from, const QString& to);
 
+// Gives `to` the access and modification times of `from`, so that an output sorts where its
+// source did in a photo library or a file manager. Done on the temporary file before it is
+// installed (a rename keeps the times). Throws FileSystemError when `from` cannot be read or the
+// times cannot be set.
+void takeOverDates(const QString& from, const QString& to);
+
 // Removes a file. Throws FileSystemError.
 void removeFile(const QString& path);
 

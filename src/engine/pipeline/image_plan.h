@@ -2,6 +2,7 @@
 #pragma once
 
 #include "imageio/bitmap.h"
+#include "imageio/metadata.h"
 #include "model/image_format.h"
 
 #include <QByteArray>
@@ -15,6 +16,7 @@ struct ImagePlan {
     imageio::Bitmap image;              // decoded, display-oriented
     imageio::ColorSpace colorSpace;     // the RGB space to encode in
     std::optional<QByteArray> iccData;  // the profile to embed, if any
+    imageio::ImageMetadata metadata;    // the source's own data the output carries (policy applied)
 };
 
 }  // namespace velt

@@ -5,6 +5,7 @@
 #include "engine/encoders/tool_runner.h"
 #include "engine/encoders/webp_path.h"
 #include "engine/errors.h"
+#include "engine/pipeline/carry_metadata.h"
 #include "engine/pipeline/image_safety.h"
 #include "imageio/image_io.h"
 
@@ -30,11 +31,12 @@ imageio::Bitmap flattenedOntoWhite(const imageio::Bitmap& image) {
 }  // namespace
 
 void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& image,
-                           ImageFormat format, const QualitySettings& qualities) {
+                           ImageFormat format, const QualitySettings& qualities,
+                           const imageio::ImageMetadata& metadata) {
     const bool flatten = format == ImageFormat::jpeg && imageio::hasAlphaChannel(image.alphaInfo);
     try {
         imageio::encodeImage(flatten ? flattenedOntoWhite(image) : image, format,
-                             qualities.quality(format), destination);
+                             qualities.quality(format), destination, metadata);
     } catch (const imageio::ImageIOError& error) {
         QFile::remove(destination);
         throw FileSystemError(error.code() == imageio::ImageIOError::unsupportedFormat
@@ -44,9 +46,11 @@ void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& im
     }
 }
 
-void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
-                const ImagePlan& plan) {
-    context.checkpoint();
+namespace {
+
+// The encoding path of the plan's target; each one leaves a decodable file of the right size.
+void encodeWithPathOfTarget(EngineContext& context, const QString& sourceURL,
+                            const QString& destination, const ImagePlan& plan) {
     switch (plan.target) {
         case ImageFormat::webp:
             writeWebPImage(context, destination, plan);
@@ -64,11 +68,21 @@ void writeImage(EngineContext& context, const QString& sourceURL, const QString&
         case ImageFormat::heic:
             break;
     }
-    writeImageWithImageIO(destination, plan.image, plan.target, context.config.qualities);
+    writeImageWithImageIO(destination, plan.image, plan.target, context.config.qualities,
+                          plan.metadata);
     // The tool paths check for a stop themselves; the built-in encoder cannot be interrupted.
     context.checkpoint();
     // The tool paths decode what they wrote; the built-in encoders' output is checked here.
     validateEncodedImage(destination, expectedOutputSize(plan.image));
+}
+
+}  // namespace
+
+void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
+                const ImagePlan& plan) {
+    context.checkpoint();
+    encodeWithPathOfTarget(context, sourceURL, destination, plan);
+    writeMetadataInto(destination, sourceURL, plan);
 }
 
 }  // namespace velt

@@ -11,15 +11,17 @@
 namespace velt {
 
 // Encodes the plan into `destination` (a temporary file): WebP through "cwebp", PNG through the
-// PNG path, JPEG through "cjpeg" when found, everything else with the built-in encoder. Throws
+// PNG path, JPEG through "cjpeg" when found, everything else with the built-in encoder; then the
+// plan's metadata goes in. Throws
 // FolderCompressorControlError::cancelled when a stop was requested before or right after.
 void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
                 const ImagePlan& plan);
 
 // The built-in encoder at the format's quality from `qualities` (PNG has none). JPEG has no
-// alpha: a transparent image is flattened onto white first. Throws FileSystemError
-// (writeUnknown when encoding fails).
+// alpha: a transparent image is flattened onto white first. HEIC and AVIF carry `metadata`.
+// Throws FileSystemError (writeUnknown when encoding fails).
 void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& image,
-                           ImageFormat format, const QualitySettings& qualities);
+                           ImageFormat format, const QualitySettings& qualities,
+                           const imageio::ImageMetadata& metadata = {});
 
 }  // namespace velt

@@ -2,6 +2,7 @@
 
 #include "engine/errors.h"
 #include "engine/pipeline/can_write.h"
+#include "engine/pipeline/carry_metadata.h"
 #include "engine/pipeline/image_safety.h"
 #include "engine/pipeline/output_naming.h"
 #include "model/file_url.h"
@@ -56,6 +57,7 @@ ImagePlan makePlan(const AppConfig& config, const QString& path) {
                           : imageio::sRGBColorSpace();
     plan.iccData = iccDataForEncoding(image->colorSpace);
     plan.image = std::move(*image);
+    plan.metadata = metadataForOutput(path, config.metadataPolicy);
     return plan;
 }
 

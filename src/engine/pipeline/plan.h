@@ -18,8 +18,9 @@ std::optional<imageio::Bitmap> createDisplayOrientedImage(
 // Reads the headers, checks the raster size before any pixel is decoded, decodes the upright
 // image and chooses the target format: the strategy's format, or for the automatic strategy the
 // source's own when it can be written, else AVIF when the image writer can encode it, else PNG
-// for an image with alpha and JPEG without. Throws FileSystemError (corrupt or unsupported file)
-// or ImageSafetyError.
+// for an image with alpha and JPEG without; reads the metadata the output is to carry under the
+// metadata policy (damaged metadata is dropped with a log line). Throws FileSystemError (corrupt or
+// unsupported file) or ImageSafetyError.
 ImagePlan makePlan(const AppConfig& config, const QString& path);
 
 }  // namespace velt

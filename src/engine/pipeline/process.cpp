@@ -255,6 +255,10 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     }
     requireOutputNameStillOurs(context, file, output);
     markAsOwnOutput(context, file, temp, version);
+    // The output sorts where the photo did. Freshness compares the output's date with the
+    // source's ("not earlier"), which an equal date passes; the maps and the registry record
+    // what is read after the install, dates included.
+    takeOverDates(file, temp);
     takeOverAccess(file, temp);  // a private photo stays private (last: it may forbid writing)
     // A requested conversion is installed even when it is larger: the user asked for the format.
     install(context, file, temp, output, version);

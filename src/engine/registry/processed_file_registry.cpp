@@ -183,7 +183,7 @@ void ProcessedFileRegistry::save() const {
 
 QString processingSettingsKey(const AppConfig& config) {
     const QualitySettings& q = config.qualities;
-    const QStringList parts = {
+    QStringList parts = {
         QStringLiteral("v2"),
         QStringLiteral("preset:") + rawValue(config.preset),
         QStringLiteral("format:") + rawValue(config.formatStrategy),
@@ -194,6 +194,10 @@ QString processingSettingsKey(const AppConfig& config) {
         QStringLiteral("avif:") + QString::number(q.avif),
         QStringLiteral("heic:") + QString::number(q.heic),
     };
+    // The default policy adds nothing, so that files settled before the policy existed keep
+    // their keys: a changed key would make the engine compress its own outputs again.
+    if (config.metadataPolicy != MetadataPolicy::keepWithoutLocation)
+        parts << QStringLiteral("metadata:") + rawValue(config.metadataPolicy);
     return parts.join(QLatin1Char('|'));
 }
 

@@ -73,8 +73,9 @@ struct ProcessedFileRegistry {
     bool operator==(const ProcessedFileRegistry&) const = default;
 };
 
-// "v2|preset:P|format:F|original:O|jpeg:J|png:N|webp:W|avif:A|heic:H" from the settings: any
-// change of them makes settled files be examined again.
+// "v2|preset:P|format:F|original:O|jpeg:J|png:N|webp:W|avif:A|heic:H" from the settings, plus
+// "|metadata:M" for a metadata policy other than the default: any change of them makes settled
+// files be examined again.
 QString processingSettingsKey(const AppConfig& config);
 
 }  // namespace velt

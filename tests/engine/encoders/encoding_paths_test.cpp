@@ -43,7 +43,7 @@ ImagePlan planOf(ImageFormat target, std::optional<QByteArray> icc) {
         return Rgba{std::uint8_t(x * 4 + noise), std::uint8_t(y * 5), std::uint8_t(128 + noise),
                     std::uint8_t(x < 16 && y < 12 ? 0 : 255)};
     });
-    return {ImageFormat::png, target, image, image.colorSpace, std::move(icc)};
+    return {ImageFormat::png, target, image, image.colorSpace, std::move(icc), {}};
 }
 
 // Stands for an ICC profile: the paths only carry the bytes, never read them.

@@ -151,7 +151,9 @@ TEST(ProcessedRegistry, SettingsKeyNamesEverySetting) {
              [&] { c.formatStrategy = FormatStrategy::webp; },
              [&] { c.originalPolicy = OriginalPolicy::replace; }, [&] { c.qualities.jpeg = 77; },
              [&] { c.qualities.png = 100; }, [&] { c.qualities.webp = 0; },
-             [&] { c.qualities.avif = 51; }, [&] { c.qualities.heic = 7; }}) {
+             [&] { c.qualities.avif = 51; }, [&] { c.qualities.heic = 7; },
+             [&] { c.metadataPolicy = MetadataPolicy::keepAll; },
+             [&] { c.metadataPolicy = MetadataPolicy::strip; }}) {
         change();
         EXPECT_FALSE(keys.contains(processingSettingsKey(c)));
         keys.insert(processingSettingsKey(c));

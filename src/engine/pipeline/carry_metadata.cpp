@@ -1,0 +1,67 @@
+#include "engine/pipeline/carry_metadata.h"
+
+#include "engine/errors.h"
+#include "engine/pipeline/image_plan.h"
+#include "engine/pipeline/image_safety.h"
+#include "model/native_log.h"
+
+#include <QFile>
+
+namespace velt {
+namespace {
+
+void logDropped(const QString& source, const QString& reason) {
+    NativeLog::write(QStringLiteral("Metadata dropped from ") +
+                     source.mid(source.lastIndexOf(QLatin1Char('/')) + 1) + QStringLiteral(": ") +
+                     reason);
+}
+
+QByteArray readAll(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw FileSystemError(
+            FileSystemError::readUnknown,
+            QStringLiteral("Cannot read ") + path + QStringLiteral(": ") + file.errorString());
+    return file.readAll();
+}
+
+void writeAll(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+                         file.write(bytes) == bytes.size() && file.flush();
+    if (!written)
+        throw FileSystemError(
+            FileSystemError::writeUnknown,
+            QStringLiteral("Cannot write ") + path + QStringLiteral(": ") + file.errorString());
+}
+
+}  // namespace
+
+imageio::ImageMetadata metadataForOutput(const QString& source, MetadataPolicy policy) {
+    try {
+        QString droppedPart;
+        auto metadata = imageio::readMetadataForOutput(source, policy, &droppedPart);
+        if (!droppedPart.isEmpty()) logDropped(source, droppedPart);
+        return metadata;
+    } catch (const imageio::MetadataError& error) {
+        logDropped(source, QString::fromUtf8(error.what()));
+        return {};
+    }
+}
+
+void writeMetadataInto(const QString& destination, const QString& source, const ImagePlan& plan) {
+    if (plan.metadata.isEmpty() || plan.target == ImageFormat::heic ||
+        plan.target == ImageFormat::avif)
+        return;
+    QByteArray image;
+    try {
+        image = imageio::withMetadata(readAll(destination), plan.target, plan.metadata);
+    } catch (const imageio::MetadataError& error) {
+        logDropped(source, QString::fromUtf8(error.what()));
+        return;
+    }
+    writeAll(destination, image);
+    validateEncodedImage(destination, expectedOutputSize(plan.image));
+}
+
+}  // namespace velt

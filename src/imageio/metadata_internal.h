@@ -1,0 +1,51 @@
+// exiv2's side of the metadata code, shared by the reader and the writer. Nothing here is part
+// of the layer's public interface.
+#pragma once
+
+#include "imageio/metadata.h"
+
+#include <exiv2/exiv2.hpp>
+
+#include <string>
+#include <vector>
+
+namespace velt::imageio::detail {
+
+struct ParsedMetadata {
+    Exiv2::ExifData exif;
+    Exiv2::XmpData xmp;
+    Exiv2::IptcData iptc;
+    Exiv2::ByteOrder byteOrder = Exiv2::littleEndian;  // kept as the source had it
+};
+
+// Mutes exiv2's own messages, makes its XMP toolkit thread-safe and enables HEIF reading. Once
+// per process; any thread.
+void initialiseExiv2();
+
+// While alive, collects what exiv2 reports (warnings and errors) on this thread instead of
+// letting it reach stderr: a parse that had to skip something is not trusted.
+class Exiv2Messages {
+  public:
+    Exiv2Messages();
+    ~Exiv2Messages();
+    Exiv2Messages(const Exiv2Messages&) = delete;
+    Exiv2Messages& operator=(const Exiv2Messages&) = delete;
+    // Throws MetadataError with the first message when there was any.
+    void requireNone() const;
+    // The first message about XMP, and the first about anything else ("" when none).
+    std::string firstAboutXmp() const;
+    std::string firstAboutOthers() const;
+
+  private:
+    std::vector<std::string> messages_;
+    std::vector<std::string>* previous_;
+};
+
+// Drops what the policy does not keep and makes the rest true for an upright output.
+void applyPolicy(ParsedMetadata& parsed, MetadataPolicy policy);
+
+// Throws MetadataError or an exiv2 error (a std::exception).
+ParsedMetadata parse(const ImageMetadata& metadata);
+ImageMetadata serialise(const ParsedMetadata& parsed);
+
+}  // namespace velt::imageio::detail
