@@ -154,6 +154,28 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
     QPushButton* change = actionButton(t("Изменить", "Change"), contentHost_);
     connect(change, &QPushButton::clicked, this, [this] { store_.selectWatchDirectory(this); });
     files->addRow(t("Папка сжатия", "Compression folder"), change);
+    metadataPopup_ = new QComboBox(contentHost_);
+    metadataPopup_->setFont(uiFont(12.5));
+    // Its longest choice would widen the window: the closed pop-up shows what fits, the open
+    // list shows every choice whole.
+    metadataPopup_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    metadataPopup_->setMinimumContentsLength(13);
+    QStringList metadataTitles, metadataValues;
+    for (const MetadataPolicy policy : metadataPolicyMenuCases()) {
+        metadataTitles << title(policy, language);
+        metadataValues << rawValue(policy);
+    }
+    fillPopup(metadataPopup_, metadataTitles, metadataValues,
+              rawValue(store_.config().metadataPolicy));
+    connect(metadataPopup_, &QComboBox::activated, this, [this] {
+        const auto value = selectedValue(metadataPopup_);
+        const auto chosen = value ? metadataPolicyFromRawValue(*value) : std::nullopt;
+        if (!chosen || *chosen == store_.config().metadataPolicy) return;
+        AppConfig config = store_.config();
+        config.metadataPolicy = *chosen;
+        store_.setConfig(config);
+    });
+    files->addRow(t("Метаданные фото", "Photo metadata"), metadataPopup_);
     auto* backups = new QWidget(contentHost_);
     auto* backupButtons = new QHBoxLayout(backups);
     backupButtons->setContentsMargins(0, 0, 0, 0);
@@ -192,6 +214,7 @@ void SettingsViewController::render() {
     menuBarProgressSwitch_->setChecked(config.showMenuBarProgress);
     notificationsSwitch_->setChecked(config.notificationsEnabled);
     selectPopup(languagePopup_, rawValue(config.language));
+    selectPopup(metadataPopup_, rawValue(config.metadataPolicy));
     updateButton_->setText(store_.updateButtonTitle());
     updateButton_->setAccessibleName(store_.updateButtonTitle());
     updateButton_->setEnabled(!store_.isUpdateBusy());
@@ -211,7 +234,9 @@ SettingsWindowController::SettingsWindowController(AppStore& store)
     scroll->setWidget(view_);
     layout->addWidget(scroll);
     render();
-    window_->resize(window_->minimumSize().expandedTo(QSize(400, view_->sizeHint().height() + 24)));
+    view_->adjustSize();
+    window_->resize(
+        window_->minimumSize().expandedTo(QSize(400, view_->minimumSizeHint().height() + 8)));
 }
 
 SettingsWindowController::~SettingsWindowController() = default;

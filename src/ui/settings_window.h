@@ -1,5 +1,6 @@
 // The settings window: launch at login, interface language, progress in the tray, system
-// notifications, the compression folder, the backups, and the version with the update check.
+// notifications, the compression folder, the photo metadata kept in outputs, the backups, and the
+// version with the update check.
 // Everything is read from and written through the store; the whole content is rebuilt when the
 // interface language changes. The window is made once and reused after it is closed.
 //
@@ -38,6 +39,7 @@ class SettingsViewController : public QWidget {
     SwitchControl* menuBarProgressSwitch() const { return menuBarProgressSwitch_; }
     SwitchControl* notificationsSwitch() const { return notificationsSwitch_; }
     QComboBox* languagePopup() const { return languagePopup_; }
+    QComboBox* metadataPopup() const { return metadataPopup_; }
     QPushButton* updateButton() const { return updateButton_; }
     // Every button of the content, by its text (the tests press them).
     QPushButton* button(const QString& text) const;
@@ -53,6 +55,7 @@ class SettingsViewController : public QWidget {
     SwitchControl* menuBarProgressSwitch_ = nullptr;
     SwitchControl* notificationsSwitch_ = nullptr;
     QComboBox* languagePopup_ = nullptr;
+    QComboBox* metadataPopup_ = nullptr;
     QPushButton* updateButton_ = nullptr;
 };
 

@@ -6,6 +6,7 @@
 #include "ui/history_table_model.h"
 #include "ui/history_text.h"
 #include "ui/history_window.h"
+#include "ui/popup_helpers.h"
 #include "ui/settings_window.h"
 #include "ui/switch_control.h"
 #include "ui_test_support.h"
@@ -171,6 +172,9 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
     EXPECT_TRUE(saved.autostartAsked);
     EXPECT_TRUE(QFileInfo::exists(
         fixture_.data.file(QStringLiteral("xdg/autostart/velt-compressor.desktop"))));
+    selectPopup(view.metadataPopup(), QStringLiteral("strip"));
+    Q_EMIT view.metadataPopup()->activated(view.metadataPopup()->currentIndex());
+    EXPECT_EQ(loadAppConfig().metadataPolicy, MetadataPolicy::strip);
 
     // The language: every row rebuilt in English at once, the window title too.
     QWidget* before = view.contentHost();
@@ -192,6 +196,7 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
         EXPECT_FALSE(text.contains(QRegularExpression(QStringLiteral("[А-Яа-я]"))))
             << text.toStdString();
     EXPECT_FALSE(view.menuBarProgressSwitch()->isChecked()) << "rebuilt rows show the settings";
+    EXPECT_EQ(selectedValue(view.metadataPopup()), QStringLiteral("strip"));
     keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-en"));
 
     // Backups: no folder yet → told so; then "Clear" asks, and only "yes" removes the folder.
