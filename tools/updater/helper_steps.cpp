@@ -1,4 +1,5 @@
 #include "helper_steps.h"
+#include "model/file_descriptor.h"
 
 #include "model/paths.h"
 
@@ -20,22 +21,6 @@ extern char** environ;
 
 namespace velt::updater {
 namespace {
-
-// Closes a file descriptor when it leaves scope.
-class FileDescriptor {
-  public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return fd_; }
-    int release() { return std::exchange(fd_, -1); }
-
-  private:
-    int fd_;
-};
 
 std::filesystem::path programIn(const std::filesystem::path& bundle) {
     return bundle / "bin" / "velt-compressor";
