@@ -199,56 +199,5 @@ TEST(AppUpdateManifestTest, SupportedWhenTheSystemIsNotOlderThanTheMinimum) {
     EXPECT_FALSE(isSupported(manifest("1", {}, QStringLiteral("99")), QStringLiteral("2.36")));
 }
 
-TEST(AppUpdateErrorTest, DiagnosticsAndUserMessagesFollowTheCaseOnly) {
-    const struct {
-        AppUpdateError error;
-        const char* diagnostic;
-        const char* english;
-        const char* russian;
-    } cases[] = {
-        {AppUpdateError::invalidManifest(QStringLiteral("The update checksum is invalid")),
-         "The update checksum is invalid", "The update server returned invalid data.",
-         "Сервер обновлений вернул некорректные данные."},
-        {AppUpdateError::httpStatus(503), "The update server returned HTTP 503.",
-         "The update server is temporarily unavailable. Try again later.",
-         "Сервер обновлений временно недоступен. Повторите попытку позже."},
-        {AppUpdateError::unsupportedSystem(QStringLiteral("2.40")),
-         "This update requires glibc 2.40 or newer.", "This update requires glibc 2.40 or newer.",
-         "Эта версия требует glibc 2.40 или новее."},
-        {AppUpdateError::installation(QStringLiteral("No space left on device")),
-         "No space left on device", "The app could not be replaced. It was left unchanged.",
-         "Не удалось заменить приложение. Оно будет оставлено без изменений."},
-        {AppUpdateError::noUpdatePackage(),
-         "The update package is no longer available. Check for updates again.",
-         "The update package is no longer available. Check again.",
-         "Файл обновления больше недоступен. Проверьте обновления ещё раз."},
-        {AppUpdateError::appRunningFromDiskImage(),
-         "Move VELT | Compressor to a folder you can write to before installing an update.",
-         "Move the app to a folder you can write to and launch it from there first.",
-         "Сначала переместите приложение в папку, доступную для записи, и запустите его "
-         "оттуда."},
-        {AppUpdateError::updaterHelperMissing(),
-         "The update helper is missing from the application bundle.",
-         "The update component is missing from this build. Download the app again.",
-         "В сборке отсутствует компонент обновления. Скачайте приложение заново."},
-        {AppUpdateError::checksumMismatch(),
-         "The downloaded update checksum does not match the release manifest.",
-         "The update file is damaged or does not match the published build.",
-         "Файл обновления повреждён или не совпадает с опубликованной сборкой."},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.error.errorDescription(), QString::fromUtf8(c.diagnostic));
-        EXPECT_STREQ(c.error.what(), c.diagnostic);
-        const auto failure = UpdateFailure::from(c.error);
-        EXPECT_EQ(failure.userMessage(AppLanguage::english), QString::fromUtf8(c.english));
-        EXPECT_EQ(failure.userMessage(AppLanguage::russian), QString::fromUtf8(c.russian));
-    }
-    const auto network = UpdateFailure::other(QStringLiteral("Connection refused"));
-    EXPECT_EQ(network.userMessage(AppLanguage::english),
-              QStringLiteral("Check your internet connection and try again."));
-    EXPECT_EQ(network.userMessage(AppLanguage::russian),
-              QStringLiteral("Проверьте подключение к интернету и повторите попытку."));
-}
-
 }  // namespace
 }  // namespace velt::testing
