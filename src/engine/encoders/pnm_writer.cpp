@@ -63,22 +63,19 @@ inline std::uint8_t throughPremultiplied(unsigned c, unsigned a) {
     return static_cast<std::uint8_t>(std::min(255u, (premultiplied * 255 + a / 2) / a));
 }
 
-bool rowIsOpaque(const std::uint8_t* source, int width) {
-    unsigned all = 255;
-    for (int x = 0; x < width; ++x) all &= source[x * 4 + 3];
-    return all == 255;
-}
-
-// An opaque row (every row of a decoded JPEG) is copied as it is: flattening changes nothing
-// there, and the per-channel arithmetic cost about as much as decoding the source. Each pixel is
-// copied as four bytes, the fourth overwritten by the next pixel (the row has one spare byte).
+// Each pixel is copied as four bytes, the fourth overwritten by the next pixel (the row has one
+// spare byte), while the alphas are gathered. An opaque row (every row of a decoded JPEG) is then
+// done: flattening changes nothing there. A row with transparency is flattened onto white.
 void buildPPMRow(const std::uint8_t* source, int width, std::vector<std::uint8_t>& row) {
     const std::size_t length = static_cast<std::size_t>(width) * 3;
     row.resize(length + 1);
     std::uint8_t* out = row.data();
-    if (rowIsOpaque(source, width)) {
-        for (int x = 0; x < width; ++x) std::memcpy(out + x * 3, source + x * 4, 4);
-    } else {
+    unsigned alphas = 255;
+    for (int x = 0; x < width; ++x) {
+        std::memcpy(out + x * 3, source + x * 4, 4);
+        alphas &= source[x * 4 + 3];
+    }
+    if (alphas != 255) {
         for (int x = 0; x < width; ++x, source += 4)
             for (int channel = 0; channel < 3; ++channel)
                 out[x * 3 + channel] = overWhite(source[channel], source[3]);
