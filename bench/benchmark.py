@@ -283,12 +283,12 @@ def icc_profile(path):
 
 def floor_chain(files, out):
     """The floor: for each photo the bare decoder piped into the encoder with the engine's
-    settings (and the photo's own ICC profile, which the engine also embeds)."""
+    settings, and the photo's ICC profile where the engine embeds it too (it leaves sRGB out)."""
     lines = ["set -e -o pipefail"]
     for i, f in enumerate(files):
         icc = ""
         profile = icc_profile(f)
-        if profile:
+        if profile and b"srgb" not in profile.lower():
             with open(os.path.join(out, f"p{i}.icc"), "wb") as side:
                 side.write(profile)
             icc = f"-icc {out}/p{i}.icc "
