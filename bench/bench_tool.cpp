@@ -2,6 +2,7 @@
 //
 //   bench_tool convert IN OUT [--scale N]   decode IN, shrink by N (box filter), encode OUT by
 //                                           its extension (jpg, png, heic, avif; quality 90)
+//   bench_tool convert IN OUT --megapixels M   the same, shrunk (area average) to about M MP
 //   bench_tool synth OUT WIDTH HEIGHT       a photo-like synthetic picture, encoded by extension
 //   bench_tool psnr A B                     PSNR of B against A (RGB on white), in dB
 //   bench_tool size IN                      "WIDTH HEIGHT" of the upright image
@@ -9,6 +10,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -42,6 +44,41 @@ Bitmap shrink(const Bitmap& in, int factor) {
                     static_cast<std::uint8_t>(sum / (factor * factor));
             }
     return out;
+}
+
+// Area average onto a smaller grid of any size: each output pixel is the mean of the source
+// pixels its footprint covers (whole pixels; enough for a benchmark corpus).
+Bitmap resized(const Bitmap& in, int width, int height) {
+    Bitmap out = in;
+    out.width = width;
+    out.height = height;
+    out.rgba.assign(static_cast<std::size_t>(width) * height * 4, 0);
+    for (int y = 0; y < height; ++y) {
+        const int top = static_cast<int>(static_cast<long long>(y) * in.height / height);
+        const int bottom =
+            std::max(top + 1, static_cast<int>(static_cast<long long>(y + 1) * in.height / height));
+        for (int x = 0; x < width; ++x) {
+            const int left = static_cast<int>(static_cast<long long>(x) * in.width / width);
+            const int right = std::max(
+                left + 1, static_cast<int>(static_cast<long long>(x + 1) * in.width / width));
+            const unsigned count = static_cast<unsigned>((bottom - top) * (right - left));
+            for (int c = 0; c < 4; ++c) {
+                unsigned sum = 0;
+                for (int sy = top; sy < bottom; ++sy)
+                    for (int sx = left; sx < right; ++sx) sum += in.pixel(sx, sy)[c];
+                out.rgba[(static_cast<std::size_t>(y) * width + x) * 4 + c] =
+                    static_cast<std::uint8_t>((sum + count / 2) / count);
+            }
+        }
+    }
+    return out;
+}
+
+Bitmap toMegapixels(const Bitmap& in, double megapixels) {
+    const double factor = std::sqrt(megapixels * 1e6 / (static_cast<double>(in.width) * in.height));
+    if (factor >= 1) return in;
+    return resized(in, std::max(1, static_cast<int>(std::lround(in.width * factor))),
+                   std::max(1, static_cast<int>(std::lround(in.height * factor))));
 }
 
 void save(const Bitmap& bitmap, const char* path) {
@@ -96,6 +133,8 @@ int main(int argc, char** argv) {
             Bitmap bitmap = load(argv[2]);
             if (argc >= 6 && !std::strcmp(argv[4], "--scale"))
                 bitmap = shrink(bitmap, std::atoi(argv[5]));
+            else if (argc >= 6 && !std::strcmp(argv[4], "--megapixels"))
+                bitmap = toMegapixels(bitmap, std::atof(argv[5]));
             save(bitmap, argv[3]);
         } else if (argc == 5 && !std::strcmp(argv[1], "synth")) {
             save(synthetic(std::atoi(argv[3]), std::atoi(argv[4])), argv[2]);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, assembles the corpus (first run) and prints the benchmark table.
-# Arguments pick parts: throughput idle memory latency savings (default: all).
+# Arguments pick parts: perfile jobs throughput idle memory latency savings (default: all).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh

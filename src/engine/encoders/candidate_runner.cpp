@@ -27,7 +27,7 @@ void installSmallest(const QStringList& results, const QString& destination) {
         throw FileSystemError(
             FileSystemError::writeUnknown,
             QStringLiteral("No encoder produced a valid image for ") + destination);
-    copyOverDestination(smallestFile(results), destination);
+    moveOverDestination(smallestFile(results), destination);
 }
 
 }  // namespace velt

@@ -22,8 +22,8 @@ using CandidateStep = std::function<QString(const EncoderCandidate& candidate)>;
 QStringList runCandidates(const std::vector<EncoderCandidate>& candidates, TemporaryFiles& cleanup,
                           const CandidateStep& step);
 
-// The smallest kept result (ties keep the earlier), copied over `destination`. Throws
-// FileSystemError(writeUnknown) when nothing was kept, and size read and copy errors.
+// The smallest kept result (ties keep the earlier), moved over `destination`. Throws
+// FileSystemError(writeUnknown) when nothing was kept, and size read and move errors.
 void installSmallest(const QStringList& results, const QString& destination);
 
 }  // namespace velt

@@ -3,6 +3,7 @@
 #include "engine/encoders/tool_runner.h"
 #include "engine/errors.h"
 #include "engine/install/file_operations.h"
+#include "engine/install/safe_install.h"
 #include "model/atomic_file.h"
 #include "model/constants.h"
 #include "model/file_url.h"
@@ -81,9 +82,11 @@ QString smallestFile(const QStringList& files) {
     return winner;
 }
 
-void copyOverDestination(const QString& winner, const QString& destination) {
+void moveOverDestination(const QString& winner, const QString& destination) {
     removeQuietly(destination);
-    copyToNewFile(winner, destination);
+    // A rename where it can: the winner is a temporary of this encode, and the destination is
+    // flushed when it is installed, so a copy and its flush would only be done twice.
+    moveOrCopyFile(winner, destination);
 }
 
 }  // namespace velt

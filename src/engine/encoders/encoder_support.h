@@ -60,8 +60,8 @@ std::int64_t fileSizeOf(const QString& path);
 // REQUIRES: `files` is not empty. Throws the first size read error.
 QString smallestFile(const QStringList& files);
 
-// Removes whatever is at `destination` (errors ignored) and copies `winner` there.
-// Throws the copy's FileSystemError.
-void copyOverDestination(const QString& winner, const QString& destination);
+// Removes whatever is at `destination` (errors ignored) and moves `winner` there (copies it
+// across volumes). Throws the copy's FileSystemError.
+void moveOverDestination(const QString& winner, const QString& destination);
 
 }  // namespace velt

@@ -119,7 +119,7 @@ void writePNGImage(EngineContext& context, const QString& sourceURL, const QStri
     if (candidates.isEmpty())
         throw FileSystemError(FileSystemError::writeUnknown,
                               QStringLiteral("No PNG candidate for ") + destination);
-    copyOverDestination(smallestFile(candidates), destination);
+    moveOverDestination(smallestFile(candidates), destination);
     // Whichever candidate won, the file that may replace an original must decode.
     validateEncodedImage(destination, expectedOutputSize(plan.image));
 }

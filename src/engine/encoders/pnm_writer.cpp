@@ -8,6 +8,7 @@
 #include <QFile>
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 namespace velt {
@@ -62,12 +63,24 @@ inline std::uint8_t throughPremultiplied(unsigned c, unsigned a) {
     return static_cast<std::uint8_t>(std::min(255u, (premultiplied * 255 + a / 2) / a));
 }
 
+// Each pixel is copied as four bytes, the fourth overwritten by the next pixel (the row has one
+// spare byte), while the alphas are gathered. An opaque row (every row of a decoded JPEG) is then
+// done: flattening changes nothing there. A row with transparency is flattened onto white.
 void buildPPMRow(const std::uint8_t* source, int width, std::vector<std::uint8_t>& row) {
-    row.clear();
-    for (int x = 0; x < width; ++x, source += 4) {
-        const unsigned a = source[3];
-        for (int channel = 0; channel < 3; ++channel) row.push_back(overWhite(source[channel], a));
+    const std::size_t length = static_cast<std::size_t>(width) * 3;
+    row.resize(length + 1);
+    std::uint8_t* out = row.data();
+    unsigned alphas = 255;
+    for (int x = 0; x < width; ++x) {
+        std::memcpy(out + x * 3, source + x * 4, 4);
+        alphas &= source[x * 4 + 3];
     }
+    if (alphas != 255) {
+        for (int x = 0; x < width; ++x, source += 4)
+            for (int channel = 0; channel < 3; ++channel)
+                out[x * 3 + channel] = overWhite(source[channel], source[3]);
+    }
+    row.resize(length);
 }
 
 void buildPAMRow(const std::uint8_t* source, int width, std::vector<std::uint8_t>& row) {
@@ -117,7 +130,7 @@ void writePNMImage(EngineLifecycle& lifecycle, const QString& destination,
              static_cast<std::size_t>(header.size()), destination);
 
     std::vector<std::uint8_t> row;
-    row.reserve(image.rowBytes());
+    row.reserve(image.rowBytes() + 1);
     for (int y = 0; y < image.height; ++y) {
         lifecycle.checkpoint();
         const std::uint8_t* source = image.pixel(0, y);

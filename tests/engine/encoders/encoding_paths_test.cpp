@@ -82,6 +82,11 @@ TEST(PNMWriter, BytesRenderLikeAPremultipliedContext) {
         // 100 at alpha 3 premultiplies to 1, which un-premultiplies to (255 + 1) / 3 = 85.
         {1, {{100, 200, 255, 3}}, true, pam1x1 + "\x55\xAA\xFF\x03"},
         {2, {{0, 0, 9, 255}, {1, 0, 9, 255}, {0, 1, 9, 255}, {1, 1, 9, 255}}, false, rows2x2},
+        // One transparent pixel in a row: the opaque pixels beside it keep their colour.
+        {3,
+         {{1, 2, 3, 255}, {7, 8, 9, 0}, {4, 5, 6, 255}},
+         false,
+         QByteArray("P6\n3 1\n255\n\1\2\3\xFF\xFF\xFF\4\5\6", 20)},
     };
     for (const auto& [width, pixels, alpha, expected] : cases) {
         PathRig rig;
