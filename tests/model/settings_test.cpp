@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <QDir>
 #include <QFile>
-#include <QSet>
 
 namespace velt {
 namespace {
@@ -218,24 +217,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 // The settings window builds its pop-up from these: every case once, its text round-trips, and
 // the two languages differ where the words do.
-TEST(MetadataPolicyTest, MenuCasesRawValuesAndTitles) {
-    const auto cases = metadataPolicyMenuCases();
-    ASSERT_EQ(cases.size(), 3u);
-    EXPECT_EQ(cases.front(), AppConfig().metadataPolicy);
-    QSet<QString> raws, russian, english;
-    for (MetadataPolicy policy : cases) {
-        EXPECT_EQ(metadataPolicyFromRawValue(rawValue(policy)), policy);
-        raws.insert(rawValue(policy));
-        russian.insert(title(policy, AppLanguage::russian));
-        english.insert(title(policy, AppLanguage::english));
-        EXPECT_NE(title(policy, AppLanguage::russian), title(policy, AppLanguage::english));
-    }
-    EXPECT_EQ(raws.size(), 3);
-    EXPECT_EQ(russian.size(), 3);
-    EXPECT_EQ(english.size(), 3);
-    EXPECT_EQ(metadataPolicyFromRawValue(QStringLiteral("KeepAll")), std::nullopt);
-}
-
 TEST(ImageFormatTest, ExtensionsAndTypeIdentifiers) {
     EXPECT_EQ(imageFormatFromFileExtension(QStringLiteral("JPEG")), ImageFormat::jpeg);
     EXPECT_EQ(imageFormatFromFileExtension(QStringLiteral("heif")), ImageFormat::heic);
