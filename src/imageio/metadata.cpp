@@ -197,8 +197,7 @@ ImageMetadata serialise(const ParsedMetadata& parsed) {
 ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy,
                                     QString* droppedPart) {
     if (policy == MetadataPolicy::strip) return {};
-    detail::initialiseExiv2();
-    try {
+    return detail::withExiv2([&] {
         // exiv2 skips what it cannot read (a directory that loops or runs past its data, a maker
         // note that lies about its size) and says so: such metadata is dropped whole, because
         // what is left of it cannot be trusted to say the right thing about the photo. An XMP
@@ -220,27 +219,18 @@ ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy,
         if (image->byteOrder() != Exiv2::invalidByteOrder) parsed.byteOrder = image->byteOrder();
         detail::applyPolicy(parsed, policy);
         return detail::serialise(parsed);
-    } catch (const MetadataError&) {
-        throw;
-    } catch (const std::exception& error) {
-        throw MetadataError(QString::fromUtf8(error.what()));
-    }
+    });
 }
 
 ImageMetadata filteredMetadata(const ImageMetadata& metadata, MetadataPolicy policy) {
     if (policy == MetadataPolicy::strip) return {};
-    detail::initialiseExiv2();
-    try {
+    return detail::withExiv2([&] {
         const detail::Exiv2Messages messages;
         detail::ParsedMetadata parsed = detail::parse(metadata);
         messages.requireNone();
         detail::applyPolicy(parsed, policy);
         return detail::serialise(parsed);
-    } catch (const MetadataError&) {
-        throw;
-    } catch (const std::exception& error) {
-        throw MetadataError(QString::fromUtf8(error.what()));
-    }
+    });
 }
 
 }  // namespace velt::imageio

@@ -6,6 +6,7 @@
 
 #include <exiv2/exiv2.hpp>
 
+#include <QString>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,20 @@ struct ParsedMetadata {
 // Mutes exiv2's own messages, makes its XMP toolkit thread-safe and enables HEIF reading. Once
 // per process; any thread.
 void initialiseExiv2();
+
+// Initialises exiv2 and runs `work`; exiv2's own exceptions leave it as MetadataError, so a caller
+// never sees a library type.
+template <typename Work>
+auto withExiv2(Work work) -> decltype(work()) {
+    initialiseExiv2();
+    try {
+        return work();
+    } catch (const MetadataError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw MetadataError(QString::fromUtf8(error.what()));
+    }
+}
 
 // While alive, collects what exiv2 reports (warnings and errors) on this thread instead of
 // letting it reach stderr: a parse that had to skip something is not trusted.

@@ -55,18 +55,13 @@ QByteArray withMetadata(const QByteArray& image, ImageFormat format,
     if (format != ImageFormat::jpeg && format != ImageFormat::png && format != ImageFormat::webp)
         throw MetadataError(QStringLiteral("HEIC and AVIF take their metadata while encoding"));
     if (metadata.isEmpty()) return image;
-    detail::initialiseExiv2();
-    try {
+    return detail::withExiv2([&] {
         const detail::ParsedMetadata parsed = detail::parse(metadata);
         QByteArray result = written(image, format, parsed);
         if (format == ImageFormat::png && !metadata.exif.isEmpty())
             result = withExifChunk(result, metadata.exif);
         return result;
-    } catch (const MetadataError&) {
-        throw;
-    } catch (const std::exception& error) {
-        throw MetadataError(QString::fromUtf8(error.what()));
-    }
+    });
 }
 
 }  // namespace velt::imageio
