@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 #include "app/headless_runner.h"
 #include "app/once_runner.h"
+#include "platform/batch_memory.h"
 #include "ui/desktop_shell.h"
 
 #include <QCoreApplication>
@@ -40,6 +41,9 @@ int main(int argc, char* argv[]) {
             out << velt::usageText();
             return 0;
         case Action::once: {
+            // Before any thread exists: the C library fixes its arenas at a thread's first
+            // allocation.
+            velt::keepFreedMemoryForReuse();
             QCoreApplication application(argc, argv);
             return velt::runOnceCommand(request);
         }

@@ -1,0 +1,22 @@
+#include "platform/batch_memory.h"
+
+#include <cstdlib>  // defines __GLIBC__ where it applies
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
+namespace velt {
+
+void keepFreedMemoryForReuse() {
+#if defined(__GLIBC__)
+    // Large blocks would otherwise be mapped afresh and unmapped on every free; one arena lets
+    // a worker reuse what another freed; the heap shrinks only when a
+    // gigabyte lies free at its top.
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_TRIM_THRESHOLD, 1 << 30);
+#endif
+}
+
+}  // namespace velt
