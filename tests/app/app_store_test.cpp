@@ -4,7 +4,6 @@
 #include "model/config_file.h"
 
 #include <gtest/gtest.h>
-#include <QCoreApplication>
 #include <map>
 
 namespace velt::testing {
@@ -140,20 +139,6 @@ TEST_F(StoreTest, HistoryIsCappedSavedAndCleared) {
     EXPECT_TRUE(store->history().empty());
     EXPECT_TRUE(loadHistory().empty());
     EXPECT_TRUE(QFileInfo::exists(data_.file(historyFileName)));
-}
-
-TEST_F(StoreTest, AutostartWritesAndRemovesTheDesktopEntry) {
-    auto store = makeStore();
-    const QString entry = data_.file(QStringLiteral("xdg/autostart/velt-compressor.desktop"));
-    store->setAutostart(true);
-    const QString text = QString::fromUtf8(readFile(entry));
-    EXPECT_TRUE(text.startsWith(QStringLiteral("[Desktop Entry]\n"))) << text.toStdString();
-    EXPECT_TRUE(text.contains(QStringLiteral("Exec=\"") + QCoreApplication::applicationFilePath()));
-    EXPECT_TRUE(loadAppConfig().autostart);
-
-    store->setAutostart(false);
-    EXPECT_FALSE(QFileInfo::exists(entry));
-    EXPECT_FALSE(loadAppConfig().autostart);
 }
 
 }  // namespace

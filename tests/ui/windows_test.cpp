@@ -157,8 +157,12 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
     EXPECT_FALSE(saved.notificationsEnabled);
     EXPECT_TRUE(saved.autostart);
     EXPECT_TRUE(saved.autostartAsked);
-    EXPECT_TRUE(QFileInfo::exists(
-        fixture_.data.file(QStringLiteral("xdg/autostart/velt-compressor.desktop"))));
+    const QString entry =
+        fixture_.data.file(QStringLiteral("xdg/autostart/velt-compressor.desktop"));
+    EXPECT_TRUE(QFileInfo::exists(entry));
+    view.autostartSwitch()->click();
+    EXPECT_FALSE(loadAppConfig().autostart);
+    EXPECT_FALSE(QFileInfo::exists(entry));
     selectPopup(view.metadataPopup(), QStringLiteral("strip"));
     Q_EMIT view.metadataPopup()->activated(view.metadataPopup()->currentIndex());
     EXPECT_EQ(loadAppConfig().metadataPolicy, MetadataPolicy::strip);
