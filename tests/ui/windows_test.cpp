@@ -130,7 +130,7 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
     // Cancelling keeps the list; confirming clears it and leaves every file.
     view.clearButton()->click();
     EXPECT_EQ(store_.history().size(), 2u);
-    EXPECT_EQ(presenter_.asked.back(), QStringLiteral("Clear history?"));
+    EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("Clear history?"));
     presenter_.confirmAnswers = {true};
     view.clearButton()->click();
     EXPECT_TRUE(store_.history().empty());
@@ -193,7 +193,7 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
 
     // Backups: no folder yet → told so; then "Clear" asks, and only "yes" removes the folder.
     view.button(QStringLiteral("Open"))->click();
-    EXPECT_EQ(presenter_.asked.back(), QStringLiteral("There are no backups"));
+    EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("There are no backups"));
     const QString backups = QDir(fixture_.folder.path()).filePath(backupDirName);
     writeFile(QDir(fixture_.folder.path()).filePath(QStringLiteral("photo.jpg")), "mine");
     QDir().mkpath(backups + QStringLiteral("/2026-11-23"));
@@ -228,7 +228,7 @@ TEST(SettingsUpdateButton, FollowsTheUpdaterThroughACheck) {
     EXPECT_FALSE(button->isEnabled());
     ASSERT_TRUE(processEventsUntil([&] { return button->isEnabled(); }, 20));
     EXPECT_EQ(button->text(), QStringLiteral("Check"));
-    EXPECT_FALSE(presenter.asked.isEmpty()) << "the failure is shown to the user";
+    EXPECT_FALSE(presenter.dialogs.empty()) << "the failure is shown to the user";
     store.setLanguage(AppLanguage::russian);
     EXPECT_EQ(window.settingsViewController()->updateButton()->text(), QStringLiteral("Проверить"));
 }
