@@ -1,7 +1,6 @@
 // Recovery at start, as a table: what a killed run left in the folder → what the next start does.
 #include "engine/install/recovery.h"
 #include "engine/install/output_marker.h"
-#include "engine/install/safe_install.h"
 #include "support/test_environment.h"
 
 #include <gtest/gtest.h>
@@ -92,18 +91,6 @@ TEST(Recovery, WhatAKilledRunLeftIsPutBackOrRemoved) {
         if (row.after == QStringList{photo} && row.installedFrom.isEmpty()) {
             EXPECT_EQ(testing::readFile(dir.filePath(photo)), "original") << row.what;
         }
-    }
-}
-
-TEST(Recovery, TheNamesTempURLMakesAreRecognisedAndNothingElse) {
-    for (const char* name : {"photo.jpg", "Фото 1.HEIC", "noextension", ".hidden.jpg"}) {
-        const QString path = u"/w/"_s + QString::fromUtf8(name);
-        const QString temp = tempURL(path).section(u'/', -1);
-        const QString aside = tempURL(path, replaceFileMarker).section(u'/', -1);
-        EXPECT_TRUE(isTemporaryName(temp)) << temp.toStdString();
-        EXPECT_FALSE(isMovedAsideName(temp)) << temp.toStdString();
-        EXPECT_TRUE(isMovedAsideName(aside)) << aside.toStdString();
-        EXPECT_EQ(originalNameOfMovedAside(aside), QString::fromUtf8(name));
     }
 }
 
