@@ -2,16 +2,16 @@
 
 #include "engine/watcher/engine_test_rig.h"
 #include "model/config_file.h"
+#include "support/store_support.h"
 
 #include <gtest/gtest.h>
-#include <QCoreApplication>
 #include <map>
 
 namespace velt::testing {
 namespace {
 
-// A store over temporary data, XDG config and watched folders (and no desktop notifications),
-// with an engine on short intervals whose processor records each file's settings.
+// A store over a StoreFixture with an engine on short intervals whose processor records each
+// file's settings.
 class StoreTest : public ::testing::Test {
   protected:
     std::unique_ptr<AppStore> makeStore() {
@@ -40,29 +40,26 @@ class StoreTest : public ::testing::Test {
         return config;
     }
 
-    IsolatedDataFolder data_;
-    ScopedEnvironment xdgConfig_{"XDG_CONFIG_HOME", data_.file(QStringLiteral("xdg")).toUtf8()};
-    ScopedEnvironment noSessionBus_{"DBUS_SESSION_BUS_ADDRESS", std::nullopt};
-    QTemporaryDir folder_;
+    StoreFixture fixture_;
     std::mutex mutex_;
     std::map<QString, AppConfig> seen_;
 };
 
 TEST_F(StoreTest, OnlyEngineSettingsRestartTheEngineAndStopIsRemembered) {
     auto store = makeStore();
-    store->useWatchDirectory(folder_.path());
+    store->useWatchDirectory(fixture_.folder.path());
     const AppConfig started = store->config();
 
     // The language is not the engine's business: saved, engine left alone.
     store->setLanguage(AppLanguage::english);
     EXPECT_EQ(loadAppConfig().language, AppLanguage::english);
-    EXPECT_EQ(process(folder_.path(), "second.jpg"), started) << "the engine was restarted";
+    EXPECT_EQ(process(fixture_.folder.path(), "second.jpg"), started) << "the engine was restarted";
 
     // The preset is: the engine works with the new settings at once.
     AppConfig maximum = store->config();
     maximum.preset = CompressionPreset::maximum;
     store->setConfig(maximum);
-    EXPECT_EQ(process(folder_.path(), "third.jpg"), maximum);
+    EXPECT_EQ(process(fixture_.folder.path(), "third.jpg"), maximum);
 
     // A folder picked while running moves the engine there by a restart, not a second start.
     QTemporaryDir other;
@@ -70,7 +67,8 @@ TEST_F(StoreTest, OnlyEngineSettingsRestartTheEngineAndStopIsRemembered) {
     EXPECT_EQ(process(other.path(), "moved.png"), store->config());
     EXPECT_EQ(store->config().watchDirectoryBookmark, other.path().toUtf8());
     EXPECT_EQ(loadAppConfig(), store->config());
-    const QString log = QString::fromUtf8(readFile(data_.file(QStringLiteral("native.log"))));
+    const QString log =
+        QString::fromUtf8(readFile(fixture_.data.file(QStringLiteral("native.log"))));
     EXPECT_EQ(log.count(QStringLiteral("Start watcher ")), 1) << log.toStdString();
 
     // The user's stop is remembered by the next launch.
@@ -90,18 +88,19 @@ TEST_F(StoreTest, ABookmarkThatNamesNoPathFallsBackToTheStoredFolder) {
     for (const QByteArray& bookmark : {QByteArray("relative/photos"), QByteArray("\xff\xfe/photos"),
                                        nul, QByteArray("/photos/\nnext"), QByteArray()}) {
         AppConfig config;
-        config.watchDirectory = folder_.path();
+        config.watchDirectory = fixture_.folder.path();
         config.watchDirectoryBookmark = bookmark;
         ASSERT_TRUE(saveAppConfig(config));
         auto store = makeStore();
-        EXPECT_EQ(store->resolvedWatchDirectory(), folder_.path()) << bookmark.toHex().data();
+        EXPECT_EQ(store->resolvedWatchDirectory(), fixture_.folder.path())
+            << bookmark.toHex().data();
         EXPECT_EQ(store->startOnLaunch(), AppStore::LaunchStart::started);
         store.reset();
     }
-    const QByteArray log = readFile(data_.file(QStringLiteral("native.log")));
+    const QByteArray log = readFile(fixture_.data.file(QStringLiteral("native.log")));
     EXPECT_FALSE(log.contains('\0'));
-    EXPECT_EQ(QString::fromUtf8(log).count(QStringLiteral("Start watcher ") + folder_.path() +
-                                           QLatin1Char('\n')),
+    EXPECT_EQ(QString::fromUtf8(log).count(QStringLiteral("Start watcher ") +
+                                           fixture_.folder.path() + QLatin1Char('\n')),
               5);
 }
 
@@ -139,21 +138,7 @@ TEST_F(StoreTest, HistoryIsCappedSavedAndCleared) {
     store->clearHistory();
     EXPECT_TRUE(store->history().empty());
     EXPECT_TRUE(loadHistory().empty());
-    EXPECT_TRUE(QFileInfo::exists(data_.file(historyFileName)));
-}
-
-TEST_F(StoreTest, AutostartWritesAndRemovesTheDesktopEntry) {
-    auto store = makeStore();
-    const QString entry = data_.file(QStringLiteral("xdg/autostart/velt-compressor.desktop"));
-    store->setAutostart(true);
-    const QString text = QString::fromUtf8(readFile(entry));
-    EXPECT_TRUE(text.startsWith(QStringLiteral("[Desktop Entry]\n"))) << text.toStdString();
-    EXPECT_TRUE(text.contains(QStringLiteral("Exec=\"") + QCoreApplication::applicationFilePath()));
-    EXPECT_TRUE(loadAppConfig().autostart);
-
-    store->setAutostart(false);
-    EXPECT_FALSE(QFileInfo::exists(entry));
-    EXPECT_FALSE(loadAppConfig().autostart);
+    EXPECT_TRUE(QFileInfo::exists(fixture_.data.file(historyFileName)));
 }
 
 }  // namespace

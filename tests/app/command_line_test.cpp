@@ -37,17 +37,5 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
     EXPECT_EQ(once.overrides.appliedTo(AppConfig()), expected);
 }
 
-TEST(CommandLine, HelpDescribesEveryOptionAndVariable) {
-    const QString help = usageText();
-    for (const char* word :
-         {"--headless", "--watch DIR", "--once DIR", "--preset", "--format", "--original",
-          "--quality", "--metadata", "keepWithoutLocation", "keepAll", "strip", "--help",
-          "--version", "balanced, gentle, maximum or custom",
-          "automatic, jpeg, png, webp, avif or heic", "VELT_CONFIG_DIR", "VELT_LOG_DIR",
-          "VELT_DEBUG_LOG", "VELT_TOOL_DIR", "VELT_LAUNCH_SMOKE", "--update",
-          "VELT_UPDATE_MANIFEST_URL", "SSL_CERT_FILE"})
-        EXPECT_TRUE(help.contains(QString::fromUtf8(word))) << word;
-}
-
 }  // namespace
 }  // namespace velt::testing

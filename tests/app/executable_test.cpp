@@ -38,7 +38,7 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
         {"--once DIR --watch DIR", 2, "--watch cannot be combined with --once", true},
         {"--headless=yes", 2, "--headless takes no value", true},
         {"--once DIR --jobs 0", 2, "bad value for --jobs: \"0\"", true},
-        {"--once DIR --jobs=-1", 2, "bad value for --jobs", true},
+        {"--once DIR --jobs=257", 2, "bad value for --jobs: \"257\"", true},
         {"--once DIR --jobs many", 2, "bad value for --jobs", true},
         {"--headless --jobs 2", 2, "--jobs goes with --once", true},
         {"--once DIR", 0, "compressed 0, already optimal 0, failed 0, saved 0 B\n", false},

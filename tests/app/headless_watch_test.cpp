@@ -3,21 +3,16 @@
 #include "imageio/image_io.h"
 
 #include <QFile>
-#include <QRandomGenerator>
 #include <QThread>
 
 namespace velt::testing {
 namespace {
 
-// A noisy JPEG at high quality, which the engine can always make smaller.
-// Written beside the folder and moved in, as a finished download arrives.
-void writeJpeg(const QString& path) {
-    imageio::Bitmap bitmap{
-        320, 240, std::vector<std::uint8_t>(320 * 240 * 4), imageio::AlphaInfo::noneSkipLast, {}};
-    for (std::size_t i = 0; i < bitmap.rgba.size(); ++i)
-        bitmap.rgba[i] = i % 4 == 3 ? 255 : QRandomGenerator::global()->bounded(256);
+// A JPEG the engine can make smaller, written beside the folder and moved in, as a finished
+// download arrives.
+void writeJpeg(const QString& path, int seed = 7) {
     const QString staging = path + QStringLiteral(".staging");
-    imageio::encodeImage(bitmap, ImageFormat::jpeg, 98, staging);
+    imageio::encodeImage(stripedPicture(320, 240, seed), ImageFormat::jpeg, 98, staging);
     ASSERT_TRUE(QFile::rename(staging, path));
 }
 
@@ -58,7 +53,7 @@ TEST_F(ProgramTest, StopsCleanlyMidEncodeThenCompressesADroppedImageOnce) {
     launch(second, words("--headless"));
     ASSERT_TRUE(
         waitFor(second, [&] { return QFileInfo::exists(file("photo_veltcompressed.jpg")); }));
-    writeJpeg(file("dropped.jpg"));
+    writeJpeg(file("dropped.jpg"), 11);
     const QString output = file("dropped_veltcompressed.jpg");
     ASSERT_TRUE(waitFor(second, [&] { return QFileInfo::exists(output); })) << log().toStdString();
     terminate(second);

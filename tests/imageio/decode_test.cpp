@@ -221,12 +221,6 @@ TEST(Decode, PngEveryColorTypeDepthTransparencyAndInterlace) {
     }
 }
 
-}  // namespace
-}  // namespace velt::imageio
-
-namespace velt::imageio {
-namespace {
-
 // An AVIF whose colour is described only by an nclx box with these code points, written with
 // libheif (Debian's heif-enc ignores its colour options).
 void writeNclxAvif(const QString& path, int primaries, int transfer) {
@@ -314,12 +308,6 @@ TEST(Decode, NclxColourBecomesAProfileWithItsPrimaries) {
         }
     }
 }
-
-}  // namespace
-}  // namespace velt::imageio
-
-namespace velt::imageio {
-namespace {
 
 // A JPEG whose coded data ends early at a marker would decode with its lower part painted grey,
 // and that grey copy could replace the photo; a header claiming far more pixels than the file can

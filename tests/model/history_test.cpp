@@ -18,19 +18,6 @@ CompressionHistoryEntry entry(
     return e;
 }
 
-TEST(History, CapKeepsNewestFiveHundred) {
-    CompressionHistory history;
-    for (int i = 0; i < 500; ++i) insertNewest(history, entry(i));
-    ASSERT_EQ(history.size(), 500u);
-    const auto oldest = history.back();
-    const auto next = entry(500);
-    insertNewest(history, next);
-    EXPECT_EQ(history.size(), 500u);
-    EXPECT_EQ(history.front(), next);
-    EXPECT_NE(history.back(), oldest);
-    EXPECT_EQ(history.back().sourceURL, entry(1).sourceURL);
-}
-
 TEST(History, SavedBytesAndTotals) {
     auto larger = entry(1);
     larger.originalBytes = 1000;

@@ -29,29 +29,21 @@ TEST_F(LogTest, LineFormat) {
     EXPECT_EQ(readFile(log).count('\n'), 2);
 }
 
+// Past 1 000 000 bytes the log starts afresh, its last 500 000 bytes kept in native.log.1.
 TEST_F(LogTest, RotationAtExactSizes) {
-    QByteArray body(1'000'000, 'a');
-    for (int i = 0; i < body.size(); i += 1000) body[i] = 'b';  // mark positions in the tail
-    testing::writeFile(log, body);
-    NativeLog::write(QStringLiteral("not rotated"));
-    EXPECT_FALSE(QFile::exists(tail));
-    const qint64 grown = QFileInfo(log).size();
-    EXPECT_GT(grown, 1'000'000);
-
-    const QByteArray before = readFile(log);
-    NativeLog::write(QStringLiteral("after rotation"));
-    const QByteArray kept = readFile(tail);
-    EXPECT_EQ(kept.size(), 500'000);
-    EXPECT_EQ(kept, before.right(500'000));
-    EXPECT_TRUE(readFile(log).endsWith("] after rotation\n"));
-    EXPECT_EQ(readFile(log).count('\n'), 1);
-}
-
-TEST_F(LogTest, OneByteOverTheLimitRotates) {
-    testing::writeFile(log, QByteArray(1'000'001, 'x'));
-    NativeLog::write(QStringLiteral("fresh"));
-    EXPECT_EQ(QFileInfo(tail).size(), 500'000);
-    EXPECT_EQ(readFile(log).count('\n'), 1);
+    for (const qsizetype size : {1'000'000, 1'000'001}) {
+        QFile::remove(tail);
+        QByteArray body(size, 'a');
+        for (qsizetype i = 0; i < size; i += 1000) body[i] = 'b';  // marks positions in the tail
+        testing::writeFile(log, body);
+        NativeLog::write(QStringLiteral("next"));
+        const bool rotated = size > 1'000'000;
+        EXPECT_EQ(QFile::exists(tail), rotated) << size;
+        EXPECT_EQ(readFile(tail), rotated ? body.right(500'000) : QByteArray()) << size;
+        EXPECT_EQ(readFile(log).startsWith(body), !rotated) << size;
+        EXPECT_TRUE(readFile(log).endsWith("] next\n")) << size;
+        EXPECT_EQ(readFile(log).count('\n'), 1) << size;
+    }
 }
 
 TEST_F(LogTest, DebugVariableValues) {

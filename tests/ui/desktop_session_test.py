@@ -13,12 +13,10 @@ import json
 import os
 import shutil
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
 import time
-import zlib
 
 PROGRAM, WATCHER, ARTIFACTS = sys.argv[1:4]
 ICON_BLUE = (0x2B, 0x63, 0xE6)
@@ -44,7 +42,7 @@ def wait_for(predicate, seconds=15.0, what="condition"):
 
 
 class Screen:
-    """A screenshot as rows of RGB tuples."""
+    """A screenshot as rows of RGB tuples; with a name, also kept as ARTIFACTS/<name>.png."""
 
     def __init__(self, name=None):
         raw = subprocess.run(["import", "-silent", "-window", "root", "-depth", "8", "ppm:-"], check=True,
@@ -53,7 +51,9 @@ class Screen:
         self.width, self.height = map(int, parts[1].split())
         self.data = parts[3]
         if name:
-            self.save(name)
+            os.makedirs(ARTIFACTS, exist_ok=True)
+            subprocess.run(["import", "-silent", "-window", "root", os.path.join(ARTIFACTS, name + ".png")],
+                           check=True, stderr=subprocess.DEVNULL)
 
     def pixel(self, x, y):
         i = (y * self.width + x) * 3
@@ -64,18 +64,6 @@ class Screen:
         x0, y0, x1, y1 = box
         return [(x, y) for y in range(y0, min(y1, self.height)) for x in range(x0, min(x1, self.width))
                 if all(abs(a - b) <= tolerance for a, b in zip(self.pixel(x, y), color))]
-
-    def save(self, name):
-        rows = b"".join(b"\0" + self.data[y * self.width * 3:(y + 1) * self.width * 3]
-                        for y in range(self.height))
-
-        def chunk(kind, body):
-            return struct.pack(">I", len(body)) + kind + body + struct.pack(">I", zlib.crc32(kind + body))
-
-        os.makedirs(ARTIFACTS, exist_ok=True)
-        with open(os.path.join(ARTIFACTS, name + ".png"), "wb") as f:
-            f.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", self.width, self.height, 8, 2, 0, 0, 0))
-                    + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
 
 class Session:

@@ -1,8 +1,8 @@
-// The store's update flow as the settings window drives it: the button's title, the alerts of
-// each outcome with the log line before an error, and the engine around a failed hand-over.
+// The store's update flow as the settings window drives it: the alerts of each outcome with the log
+// line before an error, and the engine around a failed hand-over.
 #include "app/app_store.h"
 #include "https_rig.h"
-#include "support/test_environment.h"
+#include "support/store_support.h"
 
 #include <gtest/gtest.h>
 #include <QCoreApplication>
@@ -10,34 +10,6 @@
 
 namespace velt::testing {
 namespace {
-
-// Records what the store asks; answers the update question with `accept`.
-class RecordingPresenter : public Presenter {
-  public:
-    struct Dialog {
-        QString message, informativeText, buttons;
-        QObject* window;
-    };
-    bool accept = false;
-    std::vector<Dialog> dialogs;
-    QStringList openedURLs;
-
-    void showAlert(const QString& message, const QString& informativeText, const QString& button,
-                   QObject* window) override {
-        dialogs.push_back({message, informativeText, button, window});
-    }
-    bool confirm(const QString& message, const QString& informativeText,
-                 const QString& confirmButton, const QString& cancelButton,
-                 QObject* window) override {
-        dialogs.push_back(
-            {message, informativeText, confirmButton + QStringLiteral("|") + cancelButton, window});
-        return accept;
-    }
-    void showError(const QString&, QObject*) override {}
-    void openFolder(const QString&) override {}
-    void openURL(const QString& url) override { openedURLs << url; }
-    std::optional<QString> chooseFolder(const QString&, QObject*) override { return {}; }
-};
 
 class StoreUpdateTest : public ::testing::Test {
   protected:
@@ -68,16 +40,13 @@ class StoreUpdateTest : public ::testing::Test {
     }
 
     QString log() const {
-        return QString::fromUtf8(readFile(data_.file(QStringLiteral("native.log"))));
+        return QString::fromUtf8(readFile(fixture_.data.file(QStringLiteral("native.log"))));
     }
 
     HttpsRig rig_;
-    IsolatedDataFolder data_;
-    ScopedEnvironment xdgConfig_{"XDG_CONFIG_HOME", data_.file(QStringLiteral("xdg")).toUtf8()};
-    ScopedEnvironment noSessionBus_{"DBUS_SESSION_BUS_ADDRESS", std::nullopt};
-    QTemporaryDir temp_;
-    ScopedEnvironment tmpdir_{"TMPDIR", temp_.path().toUtf8()};
-    RecordingPresenter presenter_;
+    StoreFixture fixture_;
+    ScopedEnvironment tmpdir_{"TMPDIR", fixture_.folder.path().toUtf8()};
+    ScriptedPresenter presenter_;
     QObject window_;
     bool terminated_ = false;
 };
@@ -101,35 +70,18 @@ TEST_F(StoreUpdateTest, EachOutcomeEndsInItsAlert) {
         {"newer.json", AppLanguage::english, "Update 1.3.0 is available",
          "The update will download and install automatically. The app will restart.",
          "Update now|Later", nullptr},
-        {"newer.json", AppLanguage::russian, "Доступно обновление 1.3.0",
-         "Обновление скачается и установится автоматически. Приложение перезапустится.",
-         "Обновить сейчас|Позже", nullptr},
-        {"older.json", AppLanguage::english, "You're up to date",
-         "The latest version of VELT | Compressor is installed (1.2.0).", "OK", nullptr},
         {"older.json", AppLanguage::russian, "Обновлений нет",
          "Установлена последняя версия VELT | Compressor (1.2.0).", "Понятно", nullptr},
         {"status/503", AppLanguage::english, "Could not update the app",
          "The update server is temporarily unavailable. Try again later.", "OK",
          "Update error: The update server returned HTTP 503.\n"},
-        {"missing.json", AppLanguage::russian, "Не удалось обновить приложение",
-         "Сервер обновлений временно недоступен. Повторите попытку позже.", "Понятно",
-         "Update error: The update server returned HTTP 404.\n"},
     };
     for (const auto& c : cases) {
         auto store = makeStore(QString::fromUtf8(c.manifest));
         store->setLanguage(c.language);
         presenter_.dialogs.clear();
         const int requests = rig_.requests().size();
-        store->checkUpdates(&window_);
-        // The button follows the updater while the check runs.
-        EXPECT_TRUE(store->isUpdateBusy());
-        EXPECT_EQ(store->updateButtonTitle(), c.language == AppLanguage::english
-                                                  ? QStringLiteral("Checking…")
-                                                  : QStringLiteral("Проверка…"));
         checkUpdates(*store);
-        EXPECT_EQ(store->updateButtonTitle(), c.language == AppLanguage::english
-                                                  ? QStringLiteral("Check")
-                                                  : QStringLiteral("Проверить"));
         ASSERT_EQ(presenter_.dialogs.size(), 1u) << c.manifest;
         const auto& dialog = presenter_.dialogs.front();
         EXPECT_EQ(dialog.message, QString::fromUtf8(c.message));
@@ -158,7 +110,7 @@ TEST_F(StoreUpdateTest, AFailedHandOverRestartsTheEngineAndKeepsThePackage) {
     QTemporaryDir watched;
     store->useWatchDirectory(watched.path());
     ASSERT_TRUE(store->isRunning());
-    presenter_.accept = true;
+    presenter_.confirmAnswers = {true};
     checkUpdates(*store);
 
     // The program runs from the build tree, which is no bundle: the hand-over is refused.
@@ -174,13 +126,12 @@ TEST_F(StoreUpdateTest, AFailedHandOverRestartsTheEngineAndKeepsThePackage) {
 
     // The verified package waits: the next check offers it without asking the server.
     const int requests = rig_.requests().size();
-    presenter_.accept = false;
     checkUpdates(*store);
     EXPECT_EQ(rig_.requests().size(), requests);
     EXPECT_EQ(presenter_.dialogs.back().message, QStringLiteral("Update 1.3.0 is available"));
 
     store->openWebsite();
-    EXPECT_EQ(presenter_.openedURLs, QStringList{websiteURL().toString()});
+    EXPECT_EQ(presenter_.opened, QStringList{websiteURL().toString()});
     EXPECT_TRUE(websiteURL().scheme() == QLatin1String("https"));
 }
 

@@ -3,6 +3,7 @@
 // through the file-operation seam, so they hold for root too.
 #include "engine/errors.h"
 #include "engine/install/file_operations.h"
+#include "engine/install/recovery.h"
 #include "engine/install/safe_install.h"
 #include "engine/watcher/file_signature.h"
 #include "model/format.h"
@@ -96,9 +97,16 @@ TEST(TempUrlTest, HiddenNameBesideTheFinalFile) {
         {"/w/.hidden", replaceFileMarker, "/w/..hidden.velt-replace-UUID.tmp"},
         {"/w/мой снимок 🎉.png", tempFileMarker, "/w/.мой снимок 🎉.velt-temp-UUID.png"},
     };
-    for (const auto& [path, marker, expected] : cases)
-        EXPECT_EQ(withoutUuids(tempURL(QString::fromUtf8(path), marker)),
-                  QString::fromUtf8(expected));
+    for (const auto& [path, marker, expected] : cases) {
+        const QString file = QString::fromUtf8(path);
+        EXPECT_EQ(withoutUuids(tempURL(file, marker)), QString::fromUtf8(expected));
+        // Recovery at start knows both kinds of name, and the original's name back.
+        const QString temp = QFileInfo(tempURL(file)).fileName();
+        const QString aside = QFileInfo(tempURL(file, replaceFileMarker)).fileName();
+        EXPECT_TRUE(isTemporaryName(temp) && !isMovedAsideName(temp)) << path;
+        EXPECT_TRUE(isMovedAsideName(aside) && !isTemporaryName(aside)) << path;
+        EXPECT_EQ(originalNameOfMovedAside(aside), QFileInfo(file).fileName());
+    }
     EXPECT_NE(tempURL(QStringLiteral("/w/b.jpg")), tempURL(QStringLiteral("/w/b.jpg")));
 }
 

@@ -39,6 +39,19 @@ bool eventually(Condition condition, std::chrono::milliseconds timeout = 5000ms)
     return condition();
 }
 
+// An engine context over a fresh data folder and a temporary watched folder, for tests that drive
+// the processing steps directly without a running engine.
+struct ContextRig {
+    ContextRig() { context.watchDirectory = folder.path(); }
+    QString file(const QString& name) const { return QDir(folder.path()).filePath(name); }
+
+    IsolatedDataFolder data;
+    QTemporaryDir folder;
+    EngineLifecycle lifecycle;
+    EngineCallbacks callbacks;
+    EngineContext context{lifecycle, callbacks};
+};
+
 struct Call {
     QString file;
     std::int64_t sizeSeen;

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <QFile>
-#include <cstring>
 
 namespace velt {
 namespace {
@@ -81,44 +80,35 @@ TEST(FolderCompressorScan, GrowingFileWaitsUntilItsSignatureHoldsStill) {
     EXPECT_EQ(rig.calls()[0].sizeSeen, 15000);
 }
 
-TEST(FolderCompressorScan, UnsupportedNoticeOncePerSignature) {
-    EngineRig rig;
-    rig.start();
-    testing::writeFile(rig.file(QStringLiteral("clip.MOV")), "movie");
-    testing::writeFile(rig.file(QStringLiteral("notes.txt")), "text");
-    ASSERT_TRUE(eventually([&] { return rig.events().size() == 1; }));
-    std::this_thread::sleep_for(300ms);
-    EXPECT_EQ(rig.events().size(), 1u);
-    EXPECT_EQ(rig.events()[0],
-              CompressionNotificationEvent::unsupportedFile(rig.file(QStringLiteral("clip.MOV"))));
-    testing::writeFile(rig.file(QStringLiteral("clip.MOV")), "a longer movie");
-    EXPECT_TRUE(eventually([&] { return rig.events().size() == 2; }));
-    EXPECT_EQ(rig.callCount(), 0u);
-    EXPECT_EQ(rig.log().count("Unsupported file clip.MOV"), 2);
-}
-
-// Linux names are bytes: an image whose name is not UTF-8 is reported once per version, never
-// processed under a mangled name and never passed over in silence.
-TEST(FolderCompressorScan, ImageNameThatIsNotUTF8IsReportedOncePerVersion) {
-    EngineRig rig;
-    rig.start();
-    const QByteArray raw = QFile::encodeName(rig.folder.path()) + "/ph\xffto.jpg";
-    const auto writeRaw = [&](const char* bytes) {
-        const int fd = ::open(raw.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(::write(fd, bytes, std::strlen(bytes)), static_cast<ssize_t>(std::strlen(bytes)));
-        ::close(fd);
+// A video, and an image whose name is not UTF-8 (Linux names are bytes), are reported once per
+// version, never processed (nor under a mangled name); other files are ignored in silence.
+TEST(FolderCompressorScan, UnsupportedFilesAreReportedOncePerVersion) {
+    const std::pair<QByteArray, const char*> rows[] = {
+        {"clip.MOV", "Unsupported file clip.MOV"},
+        {"ph\xffto.jpg", "Unsupported file name (not valid UTF-8) ph\\xffto.jpg"},
     };
-    writeRaw("jpeg");
-    ASSERT_TRUE(eventually([&] { return rig.events().size() == 1; }));
-    std::this_thread::sleep_for(300ms);
-    EXPECT_EQ(rig.events().size(), 1u);
-    EXPECT_EQ(rig.events()[0].kind(), CompressionNotificationEvent::Kind::unsupportedFile);
-    writeRaw("a changed jpeg");
-    EXPECT_TRUE(eventually([&] { return rig.events().size() == 2; }));
-    EXPECT_EQ(rig.callCount(), 0u);
-    EXPECT_EQ(rig.log().count("Unsupported file name (not valid UTF-8) ph\\xffto.jpg"), 2);
-    ::unlink(raw.constData());
+    for (const auto& [name, logged] : rows) {
+        EngineRig rig;
+        rig.start();
+        testing::writeFile(rig.file(QStringLiteral("notes.txt")), "text");
+        const QByteArray path = QFile::encodeName(rig.folder.path()) + '/' + name;
+        const auto write = [&](const QByteArray& bytes) {
+            const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            ASSERT_GE(fd, 0);
+            ASSERT_EQ(::write(fd, bytes.constData(), bytes.size()), bytes.size());
+            ::close(fd);
+        };
+        write("movie");
+        ASSERT_TRUE(eventually([&] { return rig.events().size() == 1; })) << logged;
+        std::this_thread::sleep_for(300ms);
+        EXPECT_EQ(rig.events().size(), 1u) << logged;
+        EXPECT_EQ(rig.events()[0],
+                  CompressionNotificationEvent::unsupportedFile(QString::fromUtf8(path)));
+        write("a changed version");
+        EXPECT_TRUE(eventually([&] { return rig.events().size() == 2; })) << logged;
+        EXPECT_EQ(rig.callCount(), 0u);
+        EXPECT_EQ(rig.log().count(logged), 2) << logged;
+    }
 }
 
 TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
@@ -311,15 +301,6 @@ TEST(FolderCompressorLifecycle, StartingTwiceLeavesOnePollTimer) {
     EXPECT_GE(scans, 6);
     EXPECT_LE(scans, 14);
 }
-
-}  // namespace
-}  // namespace velt
-
-namespace velt {
-namespace {
-
-using testing::EngineRig;
-using testing::eventually;
 
 // File events only spare idle ticks: a file dropped, renamed into the folder or rewritten in
 // place is picked up with them and without them, and an idle folder is not listed every tick.

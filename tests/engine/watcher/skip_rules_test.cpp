@@ -2,12 +2,9 @@
 // and what the file looks like now → skip or process. The clock is passed in, so no test sleeps.
 #include "engine/watcher/skip_rules.h"
 
-#include "model/file_url.h"
-#include "support/test_environment.h"
+#include "engine_test_rig.h"
 
 #include <gtest/gtest.h>
-#include <QDir>
-#include <QTemporaryDir>
 
 namespace velt {
 namespace {
@@ -33,76 +30,70 @@ struct Row {
     bool skip;
 };
 
-class SkipRulesTable : public ::testing::TestWithParam<Row> {};
+const Row rows[] = {
+    {"a new file starts waiting", Memory::nothing, 0ms, true},
+    {"still settling", Memory::pendingSame, 799ms, true},
+    {"held still for the stability interval", Memory::pendingSame, 800ms, false},
+    {"changed while waiting starts over", Memory::pendingOther, 5s, true},
+    {"the engine's own untouched output", Memory::ownWrite, 1h, true},
+    {"its output replaced by someone", Memory::ownWriteOtherContent, 0ms, false},
+    {"just touched by the engine", Memory::recentWrite, 3999ms, true},
+    {"the cool-down has passed", Memory::recentWrite, 4s, false},
+    {"already handled in this version", Memory::processedSame, 1h, true},
+    {"failed in this version", Memory::failedSame, 1h, true},
+    {"failed, then changed", Memory::failedOther, 0ms, false},
+};
 
-TEST_P(SkipRulesTable, Decides) {
-    const Row row = GetParam();
-    testing::IsolatedDataFolder data;
-    QTemporaryDir folder;
-    EngineLifecycle lifecycle;
-    EngineCallbacks callbacks;
-    EngineContext context(lifecycle, callbacks);
-    context.watchDirectory = folder.path();
-    const QString file = QDir(folder.path()).filePath(QStringLiteral("photo.jpg"));
-    testing::writeFile(file, "current content");
-    const FileSignature now = *fileSignature(file);
-    FileSignature other = now;
-    other.size += 1;
-    const EngineTiming timing;
-    const auto then = EngineClock::now();
-    const QString key = standardizedPath(file);
-    switch (row.memory) {
-        case Memory::nothing:
-            break;
-        case Memory::pendingSame:
-            context.pendingFiles[key] = {now, then};
-            break;
-        case Memory::pendingOther:
-            context.pendingFiles[key] = {other, then};
-            break;
-        case Memory::ownWrite:
-            context.ownWrites[key] = {now.size, contentFingerprint(file), then};
-            break;
-        case Memory::ownWriteOtherContent: {
-            auto fingerprint = *contentFingerprint(file);
-            fingerprint.headHash ^= 1;
-            context.ownWrites[key] = {now.size, fingerprint, then};
-            context.pendingFiles[key] = {now, then - 1h};  // so only the own-write rule decides
-            break;
+TEST(SkipRules, Table) {
+    for (const Row& row : rows) {
+        testing::ContextRig rig;
+        EngineContext& context = rig.context;
+        const QString file = rig.file(QStringLiteral("photo.jpg"));
+        testing::writeFile(file, "current content");
+        const FileSignature now = *fileSignature(file);
+        FileSignature other = now;
+        other.size += 1;
+        const EngineTiming timing;
+        const auto then = EngineClock::now();
+        const QString key = standardizedPath(file);
+        switch (row.memory) {
+            case Memory::nothing:
+                break;
+            case Memory::pendingSame:
+                context.pendingFiles[key] = {now, then};
+                break;
+            case Memory::pendingOther:
+                context.pendingFiles[key] = {other, then};
+                break;
+            case Memory::ownWrite:
+                context.ownWrites[key] = {now.size, contentFingerprint(file), then};
+                break;
+            case Memory::ownWriteOtherContent: {
+                auto fingerprint = *contentFingerprint(file);
+                fingerprint.headHash ^= 1;
+                context.ownWrites[key] = {now.size, fingerprint, then};
+                context.pendingFiles[key] = {now, then - 1h};  // so only the own-write rule decides
+                break;
+            }
+            case Memory::recentWrite:
+                context.recentWrites[key] = {then, now};
+                context.pendingFiles[key] = {now, then - 1h};
+                break;
+            case Memory::processedSame:
+                context.processedSignatures[key] = now;
+                break;
+            case Memory::failedSame:
+                context.failedSignatures[key] = now;
+                context.pendingFiles[key] = {now, then - 1h};
+                break;
+            case Memory::failedOther:
+                context.failedSignatures[key] = other;
+                context.pendingFiles[key] = {now, then - 1h};
+                break;
         }
-        case Memory::recentWrite:
-            context.recentWrites[key] = {then, now};
-            context.pendingFiles[key] = {now, then - 1h};
-            break;
-        case Memory::processedSame:
-            context.processedSignatures[key] = now;
-            break;
-        case Memory::failedSame:
-            context.failedSignatures[key] = now;
-            context.pendingFiles[key] = {now, then - 1h};
-            break;
-        case Memory::failedOther:
-            context.failedSignatures[key] = other;
-            context.pendingFiles[key] = {now, then - 1h};
-            break;
+        EXPECT_EQ(shouldSkip(context, timing, file, then + row.elapsed), row.skip) << row.what;
     }
-    EXPECT_EQ(shouldSkip(context, timing, file, then + row.elapsed), row.skip) << row.what;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, SkipRulesTable,
-    ::testing::Values(
-        Row{"a new file starts waiting", Memory::nothing, 0ms, true},
-        Row{"still settling", Memory::pendingSame, 799ms, true},
-        Row{"held still for the stability interval", Memory::pendingSame, 800ms, false},
-        Row{"changed while waiting starts over", Memory::pendingOther, 5s, true},
-        Row{"the engine's own untouched output", Memory::ownWrite, 1h, true},
-        Row{"its output replaced by someone", Memory::ownWriteOtherContent, 0ms, false},
-        Row{"just touched by the engine", Memory::recentWrite, 3999ms, true},
-        Row{"the cool-down has passed", Memory::recentWrite, 4s, false},
-        Row{"already handled in this version", Memory::processedSame, 1h, true},
-        Row{"failed in this version", Memory::failedSame, 1h, true},
-        Row{"failed, then changed", Memory::failedOther, 0ms, false}));
 
 }  // namespace
 }  // namespace velt
