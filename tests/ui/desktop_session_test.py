@@ -45,15 +45,19 @@ class Screen:
     """A screenshot as rows of RGB tuples; with a name, also kept as ARTIFACTS/<name>.png."""
 
     def __init__(self, name=None):
-        raw = subprocess.run(["import", "-silent", "-window", "root", "-depth", "8", "ppm:-"], check=True,
-                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+        # A kept screenshot is the very picture the test analyses: grabbed once, read back.
+        grab = ["import", "-silent", "-window", "root", "-depth", "8", "ppm:-"]
+        if name:
+            os.makedirs(ARTIFACTS, exist_ok=True)
+            kept = os.path.join(ARTIFACTS, name + ".png")
+            subprocess.run(["import", "-silent", "-window", "root", kept], check=True,
+                           stderr=subprocess.DEVNULL)
+            grab = ["convert", kept, "-depth", "8", "ppm:-"]
+        raw = subprocess.run(grab, check=True, stdout=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL).stdout
         parts = raw.split(b"\n", 3)  # P6, "W H", max, data
         self.width, self.height = map(int, parts[1].split())
         self.data = parts[3]
-        if name:
-            os.makedirs(ARTIFACTS, exist_ok=True)
-            subprocess.run(["import", "-silent", "-window", "root", os.path.join(ARTIFACTS, name + ".png")],
-                           check=True, stderr=subprocess.DEVNULL)
 
     def pixel(self, x, y):
         i = (y * self.width + x) * 3
