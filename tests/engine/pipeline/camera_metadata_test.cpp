@@ -122,18 +122,14 @@ TEST_P(CameraPhotoMetadata, EveryPolicyThroughThisFormat) {
         for (std::size_t i = 0; i < sources.size(); ++i) {
             const QString& photo = photos[static_cast<qsizetype>(i)];
             const QJsonObject& sourceTags = sourceTagsOf[i];
-            testing::IsolatedDataFolder data;
-            QTemporaryDir folder;
-            EngineLifecycle lifecycle;
-            EngineCallbacks callbacks;
-            EngineContext context(lifecycle, callbacks);
-            context.watchDirectory = folder.path();
+            testing::ContextRig rig;
+            EngineContext& context = rig.context;
             context.config.formatStrategy = static_cast<FormatStrategy>(
                 static_cast<int>(FormatStrategy::jpeg) + static_cast<int>(target));
             context.config.metadataPolicy = e.policy;
             const std::string label =
                 rawValue(e.policy).toStdString() + " " + QFileInfo(photo).baseName().toStdString();
-            const QString source = folder.filePath(QStringLiteral("p.jpg"));
+            const QString source = rig.file(QStringLiteral("p.jpg"));
             ASSERT_TRUE(testing::copyWithDates(sources[i], source));
 
             const FolderCompressionResult result = process(context, source);
@@ -148,7 +144,7 @@ TEST_P(CameraPhotoMetadata, EveryPolicyThroughThisFormat) {
             EXPECT_EQ(modificationTime(output), modificationTime(source)) << label;
             // An unreadable XMP packet is reported once; everything else goes without a word.
             const bool xmpLost = e.cameraData && !hasReadableXmp(photo);
-            EXPECT_EQ(testing::readFile(data.file(QStringLiteral("native.log")))
+            EXPECT_EQ(testing::readFile(rig.data.file(QStringLiteral("native.log")))
                           .count("Metadata dropped from p.jpg: the XMP packet: "),
                       xmpLost ? 1 : 0)
                 << label;

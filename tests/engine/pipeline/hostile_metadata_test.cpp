@@ -4,6 +4,7 @@
 #include "engine/pipeline/process.h"
 #include "image_fixtures.h"
 #include "support/test_environment.h"
+#include "watcher/engine_test_rig.h"
 
 #include <gtest/gtest.h>
 #include <QTemporaryDir>
@@ -78,24 +79,19 @@ TEST(HostileMetadata, IsDroppedWithOneLineAndThePhotoIsStillCompressed) {
         {"xmp", xmpHeader + QByteArray("<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF><unclosed")},
     };
     for (const HostileCase& c : cases) {
-        testing::IsolatedDataFolder data;
-        QTemporaryDir folder;
-        EngineLifecycle lifecycle;
-        EngineCallbacks callbacks;
-        EngineContext context(lifecycle, callbacks);
-        context.watchDirectory = folder.path();
-        const QString source = folder.filePath(QStringLiteral("hostile.jpg"));
+        testing::ContextRig rig;
+        const QString source = rig.file(QStringLiteral("hostile.jpg"));
         ASSERT_TRUE(testing::writeJPEGWithCjpeg(testing::photoLikeBitmap(160, 120), 95, source));
         testing::writeFile(source, withApp1(testing::readFile(source), c.app1));
 
         FolderCompressionResult result;
-        ASSERT_NO_THROW(result = process(context, source)) << c.name;
+        ASSERT_NO_THROW(result = process(rig.context, source)) << c.name;
         ASSERT_TRUE(result.didWrite) << c.name;
         const QString output = *result.historyEntry->outputURL;
         const auto decoded = testing::decodeIndependently(output);
         ASSERT_TRUE(decoded) << c.name;
         EXPECT_EQ(decoded->width, 160) << c.name;
-        const QByteArray log = testing::readFile(data.file(QStringLiteral("native.log")));
+        const QByteArray log = testing::readFile(rig.data.file(QStringLiteral("native.log")));
         EXPECT_EQ(log.count("Metadata dropped from hostile.jpg: "), 1) << c.name << "\n"
                                                                        << log.toStdString();
         // Nothing of the hostile block reached the output.

@@ -5,6 +5,7 @@
 #include "image_fixtures.h"
 #include "imageio/image_io.h"
 #include "support/test_environment.h"
+#include "watcher/engine_test_rig.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -20,12 +21,8 @@ namespace {
 using testing::readFile;
 using testing::writeFile;
 
-class NamingTest : public ::testing::Test {
+class NamingTest : public ::testing::Test, protected testing::ContextRig {
   protected:
-    NamingTest() : context(lifecycle, callbacks) { context.watchDirectory = folder.path(); }
-
-    QString file(const QString& name) const { return QDir(folder.path()).filePath(name); }
-
     void setAge(const QString& path, int secondsAgo) {
         QFile handle(path);
         ASSERT_TRUE(handle.open(QIODevice::ReadWrite));
@@ -34,12 +31,6 @@ class NamingTest : public ::testing::Test {
     }
 
     QStringList folderNames() const { return testing::fileNamesIn(folder.path()); }
-
-    testing::IsolatedDataFolder data;
-    QTemporaryDir folder;
-    EngineLifecycle lifecycle;
-    EngineCallbacks callbacks;
-    EngineContext context;
 };
 
 // What stands under the first-choice name when a source is named.

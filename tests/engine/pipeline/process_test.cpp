@@ -6,6 +6,7 @@
 #include "imageio/image_io.h"
 #include "model/format.h"
 #include "support/test_environment.h"
+#include "watcher/engine_test_rig.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>
@@ -20,14 +21,11 @@ using testing::decodeIndependently;
 using testing::photoLikeBitmap;
 
 // One watched folder, an engine context as the scan hands it to the pipeline, and what it reports.
-class PipelineTest : public ::testing::Test {
+class PipelineTest : public ::testing::Test, protected testing::ContextRig {
   protected:
-    PipelineTest() : context(lifecycle, callbacks) {
-        context.watchDirectory = folder.path();
+    PipelineTest() {
         callbacks.onEvent = [this](const CompressionNotificationEvent& e) { events.push_back(e); };
     }
-
-    QString file(const QString& name) const { return QDir(folder.path()).filePath(name); }
 
     QString photoJPEG(const QString& name, int quality = 95, int width = 320, int height = 240,
                       const QStringList& extra = {}) {
@@ -46,11 +44,6 @@ class PipelineTest : public ::testing::Test {
     // Every name in the folder, hidden ones included, except the backup folder's.
     QStringList folderNames() const { return testing::fileNamesIn(folder.path()); }
 
-    testing::IsolatedDataFolder data;
-    QTemporaryDir folder;
-    EngineLifecycle lifecycle;
-    EngineCallbacks callbacks;
-    EngineContext context;
     std::vector<CompressionNotificationEvent> events;
 };
 
