@@ -22,9 +22,6 @@ namespace velt::imageio::detail {
 
 namespace {
 
-constexpr const char* x265Preset = "medium";
-constexpr int aomSpeed = 7;
-
 struct ContextDeleter {
     void operator()(heif_context* context) const { heif_context_free(context); }
 };
@@ -73,7 +70,8 @@ void check(const heif_error& error, ImageFormat format) {
     if (error.code != heif_error_Ok) fail(format, QString::fromUtf8(error.message));
 }
 
-Encoder createEncoder(heif_context* context, ImageFormat format, int quality) {
+Encoder createEncoder(heif_context* context, ImageFormat format, int quality,
+                      const HeifParameters& parameters) {
     heif_encoder* raw = nullptr;
     const heif_error error =
         heif_context_get_encoder_for_format(context, compressionOf(format), &raw);
@@ -84,12 +82,9 @@ Encoder createEncoder(heif_context* context, ImageFormat format, int quality) {
     }
     check(heif_encoder_set_lossy_quality(encoder.get(), std::clamp(quality, 0, 100)), format);
     // Speed settings are best effort: another plug-in chosen for the format may not know the
-    // parameter, and then its own default speed is right for it.
-    if (format == ImageFormat::avif) {
-        heif_encoder_set_parameter_integer(encoder.get(), "speed", aomSpeed);
-    } else {
-        heif_encoder_set_parameter_string(encoder.get(), "preset", x265Preset);
-    }
+    // parameter, and then its own default is right for it.
+    for (const auto& [name, value] : parameters)
+        heif_encoder_set_parameter(encoder.get(), name.c_str(), value.c_str());
     return encoder;
 }
 
@@ -151,6 +146,11 @@ void addMetadata(heif_context* context, const heif_image_handle* handle,
 
 }  // namespace
 
+HeifParameters defaultHeifParameters(ImageFormat format) {
+    if (format == ImageFormat::avif) return {{"speed", "7"}};
+    return {{"preset", "medium"}};
+}
+
 bool heifCanEncode(ImageFormat format) {
     if (format != ImageFormat::heic && format != ImageFormat::avif) return false;
     initialiseLibheif();
@@ -158,11 +158,11 @@ bool heifCanEncode(ImageFormat format) {
 }
 
 QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc,
-                      const ImageMetadata& metadata) {
+                      const ImageMetadata& metadata, const HeifParameters& parameters) {
     initialiseLibheif();
     const Context context(heif_context_alloc());
     if (!context) fail(format, QStringLiteral("out of memory"));
-    const Encoder encoder = createEncoder(context.get(), format, quality);
+    const Encoder encoder = createEncoder(context.get(), format, quality, parameters);
     const Image image = createImage(bitmap, format, icc);
     const Options options(heif_encoding_options_alloc());
     if (!options) fail(format, QStringLiteral("out of memory"));
