@@ -1,19 +1,31 @@
 // Helper for the benchmark: converts images with the project's codec layer and compares them.
 //
 //   bench_tool convert IN OUT [--scale N]   decode IN, shrink by N (box filter), encode OUT by
-//                                           its extension (jpg, png, heic, avif; quality 90)
+//                                           its extension (jpg, png, heic, avif; quality 90;
+//                                           ppm: the raster on white, as the engine hands it to
+//                                           cjpeg and cwebp)
 //   bench_tool convert IN OUT --megapixels M   the same, shrunk (area average) to about M MP
 //   bench_tool synth OUT WIDTH HEIGHT       a photo-like synthetic picture, encoded by extension
+//   bench_tool heif IN OUT QUALITY [NAME=VALUE ...]   IN encoded as OUT (heic or avif) by the
+//                                           product's libheif encoder at libheif's own QUALITY,
+//                                           the given encoder parameters over the product's;
+//                                           prints "BYTES CPU_SECONDS" of the encoding alone
 //   bench_tool psnr A B                     PSNR of B against A (RGB on white), in dB
+//   bench_tool ssim A B                     mean SSIM of B against A on luma (on white)
 //   bench_tool size IN                      "WIDTH HEIGHT" of the upright image
+#include "imageio/encoders.h"
 #include "imageio/image_io.h"
 
+#include <sys/resource.h>
+
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 using namespace velt;
 using imageio::Bitmap;
@@ -81,7 +93,27 @@ Bitmap toMegapixels(const Bitmap& in, double megapixels) {
                    std::max(1, static_cast<int>(std::lround(in.height * factor))));
 }
 
+// One channel of a pixel as seen on white paper.
+double onWhite(const std::uint8_t* pixel, int channel) {
+    const double alpha = pixel[3] / 255.0;
+    return pixel[channel] * alpha + 255.0 * (1 - alpha);
+}
+
+void savePPM(const Bitmap& bitmap, const QString& path) {
+    QByteArray bytes =
+        QStringLiteral("P6\n%1 %2\n255\n").arg(bitmap.width).arg(bitmap.height).toLatin1();
+    for (int y = 0; y < bitmap.height; ++y)
+        for (int x = 0; x < bitmap.width; ++x)
+            for (int c = 0; c < 3; ++c)
+                bytes.append(static_cast<char>(std::lround(onWhite(bitmap.pixel(x, y), c))));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+        throw std::runtime_error("cannot write the PPM");
+}
+
 void save(const Bitmap& bitmap, const char* path) {
+    if (QFileInfo(QString::fromLocal8Bit(path)).suffix() == QLatin1String("ppm"))
+        return savePPM(bitmap, QString::fromLocal8Bit(path));
     const auto format =
         imageFormatFromFileExtension(QFileInfo(QString::fromLocal8Bit(path)).suffix());
     if (!format) throw std::runtime_error("unknown output extension");
@@ -108,20 +140,105 @@ Bitmap synthetic(int width, int height) {
     return bitmap;
 }
 
+double cpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// Encodes with the product's libheif settings, each NAME=VALUE argument replacing or adding one.
+void encodeHeif(const Bitmap& bitmap, const char* path, int quality, char** settings, int count) {
+    const auto format =
+        imageFormatFromFileExtension(QFileInfo(QString::fromLocal8Bit(path)).suffix());
+    if (format != ImageFormat::heic && format != ImageFormat::avif)
+        throw std::runtime_error("the output must be .heic or .avif");
+    imageio::detail::HeifParameters parameters = imageio::detail::defaultHeifParameters(*format);
+    for (int i = 0; i < count; ++i) {
+        const std::string setting = settings[i];
+        const std::size_t equals = setting.find('=');
+        if (equals == std::string::npos) throw std::runtime_error("parameters are NAME=VALUE");
+        const std::string name = setting.substr(0, equals);
+        std::erase_if(parameters, [&](const auto& parameter) { return parameter.first == name; });
+        parameters.emplace_back(name, setting.substr(equals + 1));
+    }
+    const double started = cpuSeconds();
+    const QByteArray bytes =
+        imageio::detail::encodeHEIF(bitmap, *format, quality, {}, {}, parameters);
+    const double used = cpuSeconds() - started;
+    QFile file(QString::fromLocal8Bit(path));
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+        throw std::runtime_error("cannot write the output");
+    std::printf("%lld %.3f\n", static_cast<long long>(bytes.size()), used);
+}
+
 double psnr(const Bitmap& a, const Bitmap& b) {
     if (a.width != b.width || a.height != b.height) return -1;
     double squared = 0;
     for (std::size_t i = 0; i < a.rgba.size(); i += 4)
         for (int c = 0; c < 3; ++c) {
-            const auto onWhite = [&](const Bitmap& m) {
-                const double alpha = m.rgba[i + 3] / 255.0;
-                return m.rgba[i + c] * alpha + 255.0 * (1 - alpha);
-            };
-            const double d = onWhite(a) - onWhite(b);
+            const double d = onWhite(&a.rgba[i], c) - onWhite(&b.rgba[i], c);
             squared += d * d;
         }
     const double mse = squared / (static_cast<double>(a.width) * a.height * 3);
     return mse == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 / mse);
+}
+
+// Luma (BT.601 weights) of the picture on white, row by row.
+std::vector<double> luma(const Bitmap& bitmap) {
+    std::vector<double> y(static_cast<std::size_t>(bitmap.width) * bitmap.height);
+    for (std::size_t i = 0; i < y.size(); ++i) {
+        const std::uint8_t* p = &bitmap.rgba[i * 4];
+        y[i] = 0.299 * onWhite(p, 0) + 0.587 * onWhite(p, 1) + 0.114 * onWhite(p, 2);
+    }
+    return y;
+}
+
+// Mean SSIM of b against a on luma: 11×11 Gaussian windows (σ 1.5) wherever a whole window fits,
+// C1 = (0.01·255)², C2 = (0.03·255)². -1 when the sizes differ or the picture is smaller than a
+// window.
+double ssim(const Bitmap& a, const Bitmap& b) {
+    constexpr int size = 11;
+    constexpr double c1 = (0.01 * 255) * (0.01 * 255), c2 = (0.03 * 255) * (0.03 * 255);
+    if (a.width != b.width || a.height != b.height || a.width < size || a.height < size) return -1;
+    double window[size];
+    double total = 0;
+    for (int i = 0; i < size; ++i)
+        total += window[i] = std::exp(-(i - 5) * (i - 5) / (2 * 1.5 * 1.5));
+    for (double& w : window) w /= total;
+    const std::vector<double> x = luma(a), y = luma(b);
+    const int width = a.width, height = a.height, outWidth = width - size + 1;
+    // Horizontal pass of x, y, x², y² and xy, then the vertical pass one output pixel at a time.
+    std::vector<double> rows[5];
+    for (auto& row : rows) row.assign(static_cast<std::size_t>(outWidth) * height, 0);
+    for (int r = 0; r < height; ++r)
+        for (int c = 0; c < outWidth; ++c) {
+            double sums[5] = {};
+            for (int k = 0; k < size; ++k) {
+                const std::size_t i = static_cast<std::size_t>(r) * width + c + k;
+                const double w = window[k];
+                sums[0] += w * x[i];
+                sums[1] += w * y[i];
+                sums[2] += w * x[i] * x[i];
+                sums[3] += w * y[i] * y[i];
+                sums[4] += w * x[i] * y[i];
+            }
+            for (int m = 0; m < 5; ++m)
+                rows[m][static_cast<std::size_t>(r) * outWidth + c] = sums[m];
+        }
+    double sum = 0;
+    for (int r = 0; r + size <= height; ++r)
+        for (int c = 0; c < outWidth; ++c) {
+            double s[5] = {};
+            for (int k = 0; k < size; ++k)
+                for (int m = 0; m < 5; ++m)
+                    s[m] += window[k] * rows[m][static_cast<std::size_t>(r + k) * outWidth + c];
+            const double mx = s[0], my = s[1];
+            const double vx = s[2] - mx * mx, vy = s[3] - my * my, cov = s[4] - mx * my;
+            sum +=
+                (2 * mx * my + c1) * (2 * cov + c2) / ((mx * mx + my * my + c1) * (vx + vy + c2));
+        }
+    return sum / (static_cast<double>(outWidth) * (height - size + 1));
 }
 
 }  // namespace
@@ -138,13 +255,17 @@ int main(int argc, char** argv) {
             save(bitmap, argv[3]);
         } else if (argc == 5 && !std::strcmp(argv[1], "synth")) {
             save(synthetic(std::atoi(argv[3]), std::atoi(argv[4])), argv[2]);
+        } else if (argc >= 5 && !std::strcmp(argv[1], "heif")) {
+            encodeHeif(load(argv[2]), argv[3], std::atoi(argv[4]), argv + 5, argc - 5);
         } else if (argc == 4 && !std::strcmp(argv[1], "psnr")) {
             std::printf("%.2f\n", psnr(load(argv[2]), load(argv[3])));
+        } else if (argc == 4 && !std::strcmp(argv[1], "ssim")) {
+            std::printf("%.5f\n", ssim(load(argv[2]), load(argv[3])));
         } else if (argc == 3 && !std::strcmp(argv[1], "size")) {
             const Bitmap bitmap = load(argv[2]);
             std::printf("%d %d\n", bitmap.width, bitmap.height);
         } else {
-            std::fprintf(stderr, "usage: bench_tool convert|synth|psnr|size ...\n");
+            std::fprintf(stderr, "usage: bench_tool convert|synth|heif|psnr|ssim|size ...\n");
             return 2;
         }
     } catch (const std::exception& error) {

@@ -33,7 +33,8 @@ QByteArray encodeToMemory(const Bitmap& bitmap, ImageFormat format, int quality,
             return detail::encodePNG(bitmap, icc);
         case ImageFormat::heic:
         case ImageFormat::avif:
-            return detail::encodeHEIF(bitmap, format, quality, icc, metadata);
+            return detail::encodeHEIF(bitmap, format, quality, icc, metadata,
+                                      detail::defaultHeifParameters(format));
         case ImageFormat::webp:
             break;
     }

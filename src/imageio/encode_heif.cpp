@@ -1,14 +1,25 @@
 // HEIC and AVIF encoding with libheif (x265 for HEVC, aom for AV1) into memory.
 //
-// Encoder speed, measured with libheif 1.15.1 on a 2-core build machine, 1920×1080 synthetic
-// photo-like image (smooth gradients, shapes, fine noise), encode time / bytes / PSNR:
-//   x265 q75  fast 1.7 s 967 kB 42.0 dB; medium 1.9 s 971 kB 42.0 dB; slow 4.1 s 945 kB 42.0 dB
-//   x265 q50  medium 2.1 s 237 kB 39.4 dB; slow 5.3 s 219 kB 39.2 dB
-//   x265 q85  medium 3.8 s 1281 kB;        slow 7.7 s 1265 kB (same PSNR)
-//   aom q75   speed 5 2.9 s 27 kB; 6 0.67 s 36 kB; 7 0.39 s 30 kB; 8 0.15 s 43 kB (37.7-37.9 dB)
-//   aom q85   speed 6 0.58 s 260 kB; 7 0.66 s 256 kB; 8 0.24 s 286 kB (39.6-39.7 dB)
-// x265 "slow" (libheif's default) costs twice the time for 1-7 % smaller files, so "medium";
-// aom speed 7 is as small as 6 at the same quality and no slower, while 8 grows files by 10-60 %.
+// Encoder speed, measured on 2026-11-23 with libheif 1.15.1 (x265 3.5, aom 3.6.0) on a 2-core
+// x86-64 machine: twelve photographs of 2-5 MP (42 MP), `bench_tool heif` pinned to one core,
+// CPU time of the encoding alone (libheif's RGB to YCbCr 4:2:0 included) per megapixel, and the
+// bytes at the mean luma SSIM the JPEG path gives on the balanced preset (0.9858 against the
+// camera JPEGs, interpolated between two settings); the floor (djpeg | cjpeg) takes 37 ms per MP
+// and the whole HEIC or AVIF path must stay within ten times that:
+//   x265 medium                          335 ms  751 kB (veryfast, faster, fast: the same output)
+//        superfast, tu-intra-depth 1     265-300 ms  690 kB
+//        ultrafast, rdoq-level 2, sao    255 ms  765 kB
+//        ultrafast, sao                  150-170 ms  807 kB
+//        ultrafast                       160 ms  837 kB
+//   aom  speed 6                         410 ms  657 kB
+//        speed 7                         325 ms  920 kB
+//        speed 8 / 9                     124 / 100 ms  1281 / 1195 kB
+//        realtime, speed 5-9             180-195 ms  945 kB (the speed makes no difference)
+// So x265 "ultrafast" with SAO back on (it costs nothing and lifts SSIM by 0.0006 at 1 % more
+// bytes): the smaller settings need half again to twice the time, which with the decoding of
+// the photo and the check of the output leaves no room under the bound. aom in real-time mode
+// gives good-quality speed 7's size in 60 % of its time. The default 4:2:0 chroma is kept, as
+// the JPEG path's; x265 keeps libheif's "tune ssim", aom its default tuning.
 #include "imageio/encoders.h"
 #include "imageio/image_io.h"
 
@@ -21,9 +32,6 @@
 namespace velt::imageio::detail {
 
 namespace {
-
-constexpr const char* x265Preset = "medium";
-constexpr int aomSpeed = 7;
 
 struct ContextDeleter {
     void operator()(heif_context* context) const { heif_context_free(context); }
@@ -73,7 +81,8 @@ void check(const heif_error& error, ImageFormat format) {
     if (error.code != heif_error_Ok) fail(format, QString::fromUtf8(error.message));
 }
 
-Encoder createEncoder(heif_context* context, ImageFormat format, int quality) {
+Encoder createEncoder(heif_context* context, ImageFormat format, int quality,
+                      const HeifParameters& parameters) {
     heif_encoder* raw = nullptr;
     const heif_error error =
         heif_context_get_encoder_for_format(context, compressionOf(format), &raw);
@@ -84,12 +93,9 @@ Encoder createEncoder(heif_context* context, ImageFormat format, int quality) {
     }
     check(heif_encoder_set_lossy_quality(encoder.get(), std::clamp(quality, 0, 100)), format);
     // Speed settings are best effort: another plug-in chosen for the format may not know the
-    // parameter, and then its own default speed is right for it.
-    if (format == ImageFormat::avif) {
-        heif_encoder_set_parameter_integer(encoder.get(), "speed", aomSpeed);
-    } else {
-        heif_encoder_set_parameter_string(encoder.get(), "preset", x265Preset);
-    }
+    // parameter, and then its own default is right for it.
+    for (const auto& [name, value] : parameters)
+        heif_encoder_set_parameter(encoder.get(), name.c_str(), value.c_str());
     return encoder;
 }
 
@@ -151,6 +157,11 @@ void addMetadata(heif_context* context, const heif_image_handle* handle,
 
 }  // namespace
 
+HeifParameters defaultHeifParameters(ImageFormat format) {
+    if (format == ImageFormat::avif) return {{"realtime", "true"}, {"speed", "7"}};
+    return {{"preset", "ultrafast"}, {"x265:sao", "1"}};
+}
+
 bool heifCanEncode(ImageFormat format) {
     if (format != ImageFormat::heic && format != ImageFormat::avif) return false;
     initialiseLibheif();
@@ -158,11 +169,11 @@ bool heifCanEncode(ImageFormat format) {
 }
 
 QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc,
-                      const ImageMetadata& metadata) {
+                      const ImageMetadata& metadata, const HeifParameters& parameters) {
     initialiseLibheif();
     const Context context(heif_context_alloc());
     if (!context) fail(format, QStringLiteral("out of memory"));
-    const Encoder encoder = createEncoder(context.get(), format, quality);
+    const Encoder encoder = createEncoder(context.get(), format, quality, parameters);
     const Image image = createImage(bitmap, format, icc);
     const Options options(heif_encoding_options_alloc());
     if (!options) fail(format, QStringLiteral("out of memory"));

@@ -8,6 +8,9 @@
 #include "model/image_format.h"
 
 #include <QByteArray>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace velt::imageio::detail {
 
@@ -18,11 +21,19 @@ QByteArray encodeJPEG(const Bitmap& bitmap, int quality, const QByteArray& icc);
 // Lossless PNG, 8-bit RGBA when the bitmap has an alpha channel, RGB otherwise; `icc` as iCCP.
 QByteArray encodePNG(const Bitmap& bitmap, const QByteArray& icc);
 
-// HEIC (HEVC) or AVIF (AV1) at `quality`, alpha kept when the bitmap has an alpha channel, `icc`
-// as a "prof" colour profile, the EXIF and XMP of `metadata` as items of the image (IPTC has no
-// place in HEIF and is left out). Throws unsupportedFormat when libheif has no encoder for it.
+// libheif encoder parameters beside the quality, as (name, value) text pairs, e.g. ("preset",
+// "medium"); libheif parses the value by the parameter's type.
+using HeifParameters = std::vector<std::pair<std::string, std::string>>;
+
+// The measured speed settings the product encodes `format` (heic or avif) with.
+HeifParameters defaultHeifParameters(ImageFormat format);
+
+// HEIC (HEVC) or AVIF (AV1) at `quality` (libheif's own 0-100 scale), alpha kept when the bitmap
+// has an alpha channel, `icc` as a "prof" colour profile, the EXIF and XMP of `metadata` as items
+// of the image (IPTC has no place in HEIF and is left out), with `parameters` set on the encoder
+// where its plug-in knows them. Throws unsupportedFormat when libheif has no encoder for it.
 QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc,
-                      const ImageMetadata& metadata);
+                      const ImageMetadata& metadata, const HeifParameters& parameters);
 
 // Whether libheif can encode `format` (heic or avif).
 bool heifCanEncode(ImageFormat format);

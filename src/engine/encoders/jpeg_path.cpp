@@ -2,6 +2,7 @@
 
 #include "engine/encoders/candidate_runner.h"
 #include "engine/encoders/pnm_writer.h"
+#include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/errors.h"
 #include "engine/install/file_operations.h"
@@ -23,7 +24,7 @@ std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QStr
                                      QStringLiteral("jpg"));
     if (icc) candidate.arguments << QStringLiteral("-icc") << *icc;
     candidate.arguments << QStringLiteral("-quality")
-                        << QString::number(clampedQuality(qualitySetting))
+                        << QString::number(encoderQuality(ImageFormat::jpeg, qualitySetting))
                         << QStringLiteral("-progressive") << QStringLiteral("-optimize")
                         << QStringLiteral("-sample") << QStringLiteral("2x2")
                         << QStringLiteral("-outfile") << candidate.url << inputURL;

@@ -21,7 +21,7 @@ namespace velt {
 QString jpegIntermediateURL(const QString& directory, const QString& base);
 
 // The one candidate, labelled "default": [-icc profile] -quality Q -progressive -optimize
-// -sample 2x2 -outfile OUTPUT INPUT, where Q is `qualitySetting` clamped to 0...100 and OUTPUT is
+// -sample 2x2 -outfile OUTPUT INPUT, where Q is encoderQuality(jpeg, qualitySetting) and OUTPUT is
 // "." + base + ".velt-temp-mozjpeg-default-" + UUID + ".jpg" in `directory`.
 std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QString& directory,
                                              const QString& inputURL,

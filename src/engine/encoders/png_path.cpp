@@ -1,6 +1,7 @@
 #include "engine/encoders/png_path.h"
 
 #include "engine/encoders/png_chunks.h"
+#include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/errors.h"
 #include "engine/install/file_operations.h"
@@ -48,8 +49,8 @@ QStringList oxipngArguments(const QString& path) {
 }
 
 QStringList pngquantArguments(int qualitySetting, const QString& input, const QString& output) {
-    const int maximum = clampedQuality(qualitySetting);
-    const int minimum = qualitySetting < 20 ? 0 : maximum - 20;
+    const int maximum = encoderQuality(ImageFormat::png, qualitySetting);
+    const int minimum = maximum < 20 ? 0 : maximum - 20;
     return {QStringLiteral("--force"),
             QStringLiteral("--skip-if-larger"),
             QStringLiteral("--quality"),

@@ -21,7 +21,7 @@ namespace velt {
 QStringList oxipngArguments(const QString& path);
 
 // "--force" "--skip-if-larger" "--quality" "MIN-MAX" "--speed" "3" "--output" OUTPUT INPUT, where
-// MAX is `qualitySetting` clamped to 0...100 and MIN is 0 for a setting below 20, else MAX − 20.
+// MAX is encoderQuality(png, qualitySetting) and MIN is 0 for a MAX below 20, else MAX − 20.
 QStringList pngquantArguments(int qualitySetting, const QString& input, const QString& output);
 
 // Writes the plan as a PNG into `destination`: the baseline, then "oxipng" and "pngquant"

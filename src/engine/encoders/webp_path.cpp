@@ -2,10 +2,13 @@
 
 #include "engine/encoders/candidate_runner.h"
 #include "engine/encoders/pnm_writer.h"
+#include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/errors.h"
 #include "engine/install/file_operations.h"
 #include "engine/pipeline/image_safety.h"
+
+#include <algorithm>
 
 namespace velt {
 namespace {
@@ -47,7 +50,7 @@ std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QStr
                                              const QString& inputURL, bool hasAlpha,
                                              CompressionPreset preset, int qualitySetting) {
     const WebPPresetArguments table = webPPresetArguments(preset);
-    const int q = clampedQuality(qualitySetting);
+    const int q = encoderQuality(ImageFormat::webp, qualitySetting);
     EncoderCandidate candidate;
     candidate.url = temporarySibling(directory, baseName,
                                      QStringLiteral("-cwebp-") + table.label + QLatin1Char('-'),
@@ -55,8 +58,9 @@ std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QStr
     candidate.arguments << table.preset << QStringLiteral("-quiet") << QStringLiteral("-q")
                         << QString::number(q) << table.method;
     if (hasAlpha) {
-        // The alpha plane is never coded below 85, whatever the colour quality.
-        const int alphaQuality = qualitySetting <= 85 ? 85 : q;
+        // The alpha plane is never coded below 85, whatever the colour quality; above that it
+        // follows the user's number (cwebp's alpha scale is not the one the table calibrates).
+        const int alphaQuality = std::max(85, clampedQuality(qualitySetting));
         candidate.arguments << QStringLiteral("-alpha_q") << QString::number(alphaQuality)
                             << QStringLiteral("-alpha_filter") << QStringLiteral("best");
     }

@@ -23,8 +23,8 @@ QString webPIntermediateURL(const QString& directory, const QString& base, bool 
 // The one candidate, output "." + base + ".velt-temp-cwebp-" + label + "-" + UUID + ".webp" in
 // `directory`, with the arguments: the preset's own ("-preset" "photo" for gentle), "-quiet" "-q"
 // Q, the method arguments ("-m" "4" "-mt" "-sharp_yuv" for maximum, else "-m" "3" "-mt"), with
-// alpha "-alpha_q" (85 when the setting is 85 or less, else Q) "-alpha_filter" "best", and then
-// INPUT "-o" OUTPUT. Q is `qualitySetting` clamped to 0...100.
+// alpha "-alpha_q" (`qualitySetting` clamped to 85...100) "-alpha_filter" "best", and then
+// INPUT "-o" OUTPUT. Q is encoderQuality(webp, qualitySetting).
 std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QString& directory,
                                              const QString& inputURL, bool hasAlpha,
                                              CompressionPreset preset, int qualitySetting);

@@ -2,6 +2,7 @@
 
 #include "engine/encoders/jpeg_path.h"
 #include "engine/encoders/png_path.h"
+#include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/encoders/webp_path.h"
 #include "engine/errors.h"
@@ -36,7 +37,8 @@ void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& im
     const bool flatten = format == ImageFormat::jpeg && imageio::hasAlphaChannel(image.alphaInfo);
     try {
         imageio::encodeImage(flatten ? flattenedOntoWhite(image) : image, format,
-                             qualities.quality(format), destination, metadata);
+                             encoderQuality(format, qualities.quality(format)), destination,
+                             metadata);
     } catch (const imageio::ImageIOError& error) {
         QFile::remove(destination);
         throw FileSystemError(error.code() == imageio::ImageIOError::unsupportedFormat

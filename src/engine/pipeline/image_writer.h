@@ -17,7 +17,8 @@ namespace velt {
 void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
                 const ImagePlan& plan);
 
-// The built-in encoder at the format's quality from `qualities` (PNG has none). JPEG has no
+// The built-in encoder at encoderQuality() of the format's number in `qualities` (PNG has none).
+// JPEG has no
 // alpha: a transparent image is flattened onto white first. HEIC and AVIF carry `metadata`.
 // Throws FileSystemError (writeUnknown when encoding fails).
 void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& image,

@@ -5,6 +5,7 @@
 #include "engine/encoders/png_chunks.h"
 #include "engine/encoders/png_path.h"
 #include "engine/encoders/pnm_writer.h"
+#include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/encoders/webp_path.h"
 #include "engine/errors.h"
@@ -221,15 +222,14 @@ TEST(JPEGPath, ArgumentsClampQualityAndNameTheProfile) {
 
 TEST(WebPPath, ArgumentsFollowThePresetTable) {
     using enum CompressionPreset;
+    // Colour at the calibrated setting; alpha at the user's number, never below 85.
     const std::tuple<CompressionPreset, int, bool, QString, QString> cases[] = {
-        {balanced, 78, true, u"default"_s, u"-q 78 -m 3 -mt -alpha_q 85 -alpha_filter best"_s},
-        {balanced, 90, true, u"default"_s, u"-q 90 -m 3 -mt -alpha_q 90 -alpha_filter best"_s},
-        {jpegCompatible, 150, true, u"default"_s,
-         u"-q 100 -m 3 -mt -alpha_q 100 -alpha_filter best"_s},
-        {balanced, -3, false, u"default"_s, u"-q 0 -m 3 -mt"_s},
-        {gentle, 80, false, u"photo"_s, u"-q 80 -m 3 -mt"_s},
-        {maximum, 86, true, u"sharp"_s,
-         u"-q 86 -m 4 -mt -sharp_yuv -alpha_q 86 -alpha_filter best"_s},
+        {balanced, 78, true, u"default"_s, u"-m 3 -mt -alpha_q 85 -alpha_filter best"_s},
+        {balanced, 90, true, u"default"_s, u"-m 3 -mt -alpha_q 90 -alpha_filter best"_s},
+        {jpegCompatible, 150, true, u"default"_s, u"-m 3 -mt -alpha_q 100 -alpha_filter best"_s},
+        {balanced, -3, false, u"default"_s, u"-m 3 -mt"_s},
+        {gentle, 80, false, u"photo"_s, u"-m 3 -mt"_s},
+        {maximum, 86, true, u"sharp"_s, u"-m 4 -mt -sharp_yuv -alpha_q 86 -alpha_filter best"_s},
     };
     for (const auto& [preset, quality, alpha, label, arguments] : cases) {
         const auto only =
@@ -238,8 +238,34 @@ TEST(WebPPath, ArgumentsFollowThePresetTable) {
         EXPECT_TRUE(isTempName(only[0].url, u"cwebp-"_s + label, u"webp"_s))
             << arguments.toStdString();
         const QString head = preset == gentle ? u"-preset photo -quiet "_s : u"-quiet "_s;
+        const QString q = QString::number(encoderQuality(ImageFormat::webp, quality));
         EXPECT_EQ(only[0].arguments,
-                  (head + arguments + u" /d/in.pam -o "_s + only[0].url).split(u' '));
+                  (head + u"-q "_s + q + u' ' + arguments + u" /d/in.pam -o "_s + only[0].url)
+                      .split(u' '));
+    }
+}
+
+// The calibrated scales: 0-100 onto 0-100 without ever falling, out-of-range numbers clamped,
+// JPEG and PNG untouched, and the three presets kept apart in every format.
+TEST(QualityScale, MonotonicClampedAndKeepsThePresetsApart) {
+    for (const ImageFormat format : allImageFormats) {
+        const bool unmapped = format == ImageFormat::jpeg || format == ImageFormat::png;
+        EXPECT_EQ(encoderQuality(format, 0), 0);
+        EXPECT_EQ(encoderQuality(format, 100), 100);
+        EXPECT_EQ(encoderQuality(format, -7), 0);
+        EXPECT_EQ(encoderQuality(format, 180), 100);
+        for (int number = 1; number <= 100; ++number) {
+            EXPECT_GE(encoderQuality(format, number), encoderQuality(format, number - 1))
+                << fileExtension(format).toStdString() << " at " << number;
+            if (unmapped) {
+                EXPECT_EQ(encoderQuality(format, number), number);
+            }
+        }
+        const auto setting = [&](CompressionPreset preset) {
+            return encoderQuality(format, defaults(preset).quality(format));
+        };
+        EXPECT_LT(setting(CompressionPreset::maximum), setting(CompressionPreset::balanced));
+        EXPECT_LT(setting(CompressionPreset::balanced), setting(CompressionPreset::gentle));
     }
 }
 
