@@ -2,6 +2,7 @@
 
 #include "engine/errors.h"
 #include "engine/pipeline/image_safety.h"
+#include "model/file_descriptor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,21 +15,6 @@
 namespace velt {
 namespace {
 
-// A write descriptor closed on every way out.
-class OutputFile {
-  public:
-    explicit OutputFile(int descriptor) : descriptor_(descriptor) {}
-    ~OutputFile() {
-        if (descriptor_ >= 0) ::close(descriptor_);
-    }
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-    int descriptor() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
-
 FileSystemError writeError(int errorNumber, const QString& operation, const QString& path) {
     FileSystemError error = FileSystemError::fromErrno(errorNumber, operation, path);
     if (error.code() == FileSystemError::readUnknown)
@@ -36,10 +22,10 @@ FileSystemError writeError(int errorNumber, const QString& operation, const QStr
     return error;
 }
 
-void writeAll(const OutputFile& file, const std::uint8_t* data, std::size_t size,
+void writeAll(const FileDescriptor& file, const std::uint8_t* data, std::size_t size,
               const QString& path) {
     while (size > 0) {
-        const ssize_t written = ::write(file.descriptor(), data, size);
+        const ssize_t written = ::write(file.get(), data, size);
         if (written < 0) {
             if (errno == EINTR) continue;
             throw writeError(errno, QStringLiteral("Cannot write"), path);
@@ -93,7 +79,7 @@ void buildPAMRow(const std::uint8_t* source, int width, std::vector<std::uint8_t
     }
 }
 
-OutputFile createEmptyFile(const QString& destination) {
+FileDescriptor createEmptyFile(const QString& destination) {
     const QByteArray encoded = QFile::encodeName(destination);
     ::unlink(encoded.constData());  // whatever was there; a failure shows up at the open
     const int descriptor =
@@ -102,7 +88,7 @@ OutputFile createEmptyFile(const QString& destination) {
         throw FileSystemError(
             FileSystemError::writeUnknown,
             QStringLiteral("Cannot create the intermediate image ") + destination);
-    return OutputFile(descriptor);
+    return FileDescriptor(descriptor);
 }
 
 }  // namespace
@@ -124,7 +110,7 @@ void writePNMImage(EngineLifecycle& lifecycle, const QString& destination,
         throw FileSystemError(FileSystemError::writeUnknown,
                               QStringLiteral("The image's pixels do not match its size"));
 
-    const OutputFile file = createEmptyFile(destination);
+    const FileDescriptor file = createEmptyFile(destination);
     const QByteArray header = pnmHeader(image.width, image.height, preserveAlpha);
     writeAll(file, reinterpret_cast<const std::uint8_t*>(header.constData()),
              static_cast<std::size_t>(header.size()), destination);
