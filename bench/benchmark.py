@@ -6,6 +6,7 @@ megapixels, fetched with apt-get download), plus PNG, WebP and HEIC versions der
 a quarter of their size, plus synthetic pictures for the 48-megapixel and 1-megapixel cases.
 Everything is assembled under bench/.corpus on the first run.
 """
+import concurrent.futures
 import os
 import resource
 import shutil
@@ -27,6 +28,18 @@ SCAN_COST = os.path.join(BUILD, "bench", "bench_scan_cost")
 # The settings the engine gives cjpeg on the default (balanced) preset: jpegCandidates() in
 # src/engine/encoders/jpeg_path.cpp, quality from the preset's JPEG number.
 CJPEG_ARGUMENTS = "-quality 76 -progressive -optimize -sample 2x2"
+# The presets' quality numbers, as defaults() in src/model/settings.cpp gives them.
+PRESET_QUALITIES = {
+    "balanced": {"jpeg": 76, "png": 82, "webp": 78, "avif": 50, "heic": 72},
+    "gentle": {"jpeg": 86, "png": 92, "webp": 86, "avif": 62, "heic": 82},
+    "maximum": {"jpeg": 64, "png": 72, "webp": 64, "avif": 42, "heic": 60},
+}
+# cwebp's arguments around "-quiet -q Q" per preset: webPCandidates() in webp_path.cpp.
+WEBP_ARGUMENTS = {
+    "balanced": ([], ["-m", "3", "-mt"]),
+    "gentle": (["-preset", "photo"], ["-m", "3", "-mt"]),
+    "maximum": ([], ["-m", "4", "-mt", "-sharp_yuv"]),
+}
 
 
 def run(args, **kwargs):
@@ -86,6 +99,21 @@ def assemble_sized(photos):
         if w * h >= 20e6:
             shutil.copy(source, os.path.join(classes["24mp"], name))
     return classes
+
+
+def assemble_lossless(photos):
+    """The typical case's sizes (2, 3.5 and 5 MP) made from the photographs again, kept as PNG:
+    pictures that were never JPEG-coded on their own 8×8 grid."""
+    folder = os.path.join(CORPUS, "sized", "lossless")
+    if os.path.isdir(folder) and os.listdir(folder):
+        return folder
+    os.makedirs(folder)
+    for name in sorted(os.listdir(photos)):
+        stem = os.path.splitext(name)[0]
+        for mp in ("2.0", "3.5", "5.0"):
+            run([TOOL, "convert", os.path.join(photos, name),
+                 os.path.join(folder, f"{stem}-{mp}mp.png"), "--megapixels", mp])
+    return folder
 
 
 def fresh_env(tmp):
@@ -333,6 +361,132 @@ def per_file_cost(files, base):
     return statistics.median(ours), statistics.median(floor)
 
 
+class EncoderSweep:
+    """Encodes the photos as the engine's encoders would, at an encoder's own quality setting,
+    and measures mean SSIM (against the decoded photo) and total bytes. The input is the raster
+    the engine hands the tools (a PPM, or a PNG for pngquant), made once by the project's
+    decoder; HEIC and AVIF go through the product's libheif encoder (bench_tool heif)."""
+
+    def __init__(self, photos, scratch):
+        self.photos, self.scratch, self.cache = photos, scratch, {}
+        for i, photo in enumerate(photos):
+            run([TOOL, "convert", photo, self.stem(i) + ".ppm"])
+            run([TOOL, "convert", photo, self.stem(i) + ".png"])
+
+    def stem(self, index):
+        return os.path.join(self.scratch, f"p{index}")
+
+    def encode(self, fmt, preset, setting, index):
+        stem = self.stem(index)
+        out = f"{stem}.{fmt}-{preset}-{setting}." + ("jpg" if fmt == "jpeg" else fmt)
+        if fmt == "jpeg":
+            run(["cjpeg", "-quality", str(setting), "-progressive", "-optimize", "-sample", "2x2",
+                 "-outfile", out, stem + ".ppm"])
+        elif fmt == "webp":
+            head, method = WEBP_ARGUMENTS[preset]
+            run(["cwebp", *head, "-quiet", "-q", str(setting), *method, stem + ".ppm", "-o", out])
+        elif fmt == "png":
+            # pngquantArguments() in png_path.cpp; when pngquant gives up (quality out of reach,
+            # or not smaller) the engine writes the lossless PNG instead.
+            low = 0 if setting < 20 else setting - 20
+            done = subprocess.run(["pngquant", "--force", "--skip-if-larger", "--quality",
+                                   f"{low}-{setting}", "--speed", "3", "--output", out,
+                                   stem + ".png"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            if done.returncode != 0:
+                shutil.copy(stem + ".png", out)
+        else:
+            run([TOOL, "heif", self.photos[index], out, str(setting)])
+        quality = float(run([TOOL, "ssim", self.photos[index], out]).stdout)
+        size = os.path.getsize(out)
+        os.remove(out)
+        return quality, size
+
+    def measure(self, fmt, preset, setting):
+        """(mean SSIM, total bytes) at the encoder's own `setting`; two photos at a time."""
+        key = (fmt, preset if fmt in ("webp", "png") else "", setting)
+        if key not in self.cache:
+            with concurrent.futures.ThreadPoolExecutor(2) as pool:
+                results = list(pool.map(lambda i: self.encode(fmt, preset, setting, i),
+                                        range(len(self.photos))))
+            self.cache[key] = (statistics.mean(q for q, _ in results), sum(n for _, n in results))
+        return self.cache[key]
+
+    def lowest_matching(self, fmt, preset, target):
+        """The lowest setting 0-100 whose mean SSIM reaches `target` (SSIM grows with the
+        setting), by bisection; 100 when none does."""
+        low, high = 0, 100
+        while low < high:
+            middle = (low + high) // 2
+            if self.measure(fmt, preset, middle)[0] >= target:
+                high = middle
+            else:
+                low = middle + 1
+        return low
+
+
+def calibrate(classes, lossless):
+    """For each preset, the SSIM the JPEG path gives at the preset's JPEG number, and for each
+    other encoder the lowest setting of its own that gives at least that SSIM: the anchors of the
+    table in src/engine/encoders/quality_scale.cpp. Measured on the lossless versions of the
+    typical photos: against a JPEG, cjpeg near the photo's own quality re-uses its grid and
+    quantiser, which no other encoder can. The same settings on the camera JPEGs are shown
+    beside them."""
+    sources = [os.path.join(lossless, f) for f in sorted(os.listdir(lossless))]
+    photos = [os.path.join(classes["typical"], f) for f in sorted(os.listdir(classes["typical"]))]
+    rows = []
+    with tempfile.TemporaryDirectory(dir=CORPUS) as tmp:
+        for name in ("lossless", "jpeg"):
+            os.makedirs(os.path.join(tmp, name))
+        clean = EncoderSweep(sources, os.path.join(tmp, "lossless"))
+        camera = EncoderSweep(photos, os.path.join(tmp, "jpeg"))
+        for preset, numbers in PRESET_QUALITIES.items():
+            target = clean.measure("jpeg", preset, numbers["jpeg"])[0]
+            for fmt in ("jpeg", "webp", "avif", "heic", "png"):
+                # pngquant keeps its own scale: shown at the preset's number.
+                setting = (clean.lowest_matching(fmt, preset, target)
+                           if fmt in ("webp", "avif", "heic") else numbers[fmt])
+                rows.append((preset, fmt, numbers[fmt], setting,
+                             *clean.measure(fmt, preset, setting),
+                             *camera.measure(fmt, preset, setting)))
+    return len(sources), rows
+
+
+def quality(classes):
+    """The real program on the typical photos for every preset and format: bytes, mean SSIM of
+    the outputs against their photos, and CPU per megapixel against the floor's (one core)."""
+    photos = [os.path.join(classes["typical"], f) for f in sorted(os.listdir(classes["typical"]))]
+    megapixels = megapixels_of(photos)
+    floors = []
+    for _ in range(ROUNDS):
+        with tempfile.TemporaryDirectory(dir=CORPUS) as tmp:
+            floors.append(child_cpu(["bash", "-c", floor_chain(photos, tmp)])[0])
+    floor = statistics.median(floors) / megapixels
+    rows = []
+    for preset in PRESET_QUALITIES:
+        for fmt in ("jpeg", "webp", "avif", "heic", "png"):
+            with tempfile.TemporaryDirectory(dir=CORPUS) as tmp:
+                folder = os.path.join(tmp, "in")
+                copy_files(photos, folder)
+                cpu, _ = child_cpu([VELT, "--once", folder, "--original", "keep", "--preset", preset,
+                                    "--format", fmt, "--jobs", "1"], fresh_env(tmp))
+                before = after = written = 0
+                ssims = []
+                for photo in photos:
+                    stem = os.path.splitext(os.path.basename(photo))[0]
+                    before += os.path.getsize(photo)
+                    outputs = [f for f in os.listdir(folder) if f.startswith(stem + "_veltcompressed.")]
+                    if not outputs:
+                        after += os.path.getsize(photo)  # already optimal: left as it was
+                        continue
+                    out = os.path.join(folder, outputs[0])
+                    after += os.path.getsize(out)
+                    written += 1
+                    ssims.append(float(run([TOOL, "ssim", photo, out]).stdout))
+                mean = statistics.mean(ssims) if ssims else float("nan")
+                rows.append((preset, fmt, before, after, written, mean, cpu / megapixels))
+    return len(photos), megapixels, floor, rows
+
+
 def megapixels_of(files):
     total = 0.0
     for f in files:
@@ -397,9 +551,11 @@ def idle_handled():
 
 def main():
     """Arguments name the parts to run (perfile, jobs, throughput, idle, memory, latency,
-    savings); none: all."""
-    everything = {"perfile", "jobs", "throughput", "idle", "memory", "latency", "savings"}
+    savings, quality, calibrate); none: all but calibrate, a sweep of its own."""
+    everything = {"perfile", "jobs", "throughput", "idle", "memory", "latency", "savings",
+                  "quality"}
     parts = set(sys.argv[1:]) or everything
+    everything.add("calibrate")
     if parts - everything:
         sys.exit(f"unknown part: {', '.join(sorted(parts - everything))}")
     for program in (VELT, TOOL):
@@ -466,6 +622,32 @@ def main():
         for preset, fmt, before, after, mean in savings(derived):
             print(f"| {preset} | {fmt} | {before} | {after} | "
                   f"{100 * (before - after) / before:.1f} % | {mean:.1f} |", flush=True)
+    if "quality" in parts:
+        count, megapixels, floor, rows = quality(classes)
+        print()
+        print(f"{count} photos of 2–5 MP ({megapixels:.1f} MP), --once --jobs 1 pinned to one core; "
+              f"the floor (djpeg \\| cjpeg {CJPEG_ARGUMENTS}) takes {floor * 1000:.0f} ms per MP, "
+              f"median of {ROUNDS}.")
+        print()
+        print("| preset | format | bytes before | bytes after | outputs | mean SSIM | CPU ms per MP "
+              "| × floor |")
+        print("|---|---|---|---|---|---|---|---|")
+        for preset, fmt, before, after, written, mean, cpu in rows:
+            print(f"| {preset} | {fmt} | {before} | {after} | {written}/{count} | {mean:.4f} | "
+                  f"{cpu * 1000:.0f} | {cpu / floor:.1f} |", flush=True)
+    if "calibrate" in parts:
+        count, rows = calibrate(classes, assemble_lossless(photos))
+        print()
+        print(f"Encoder settings whose mean SSIM over the lossless versions of {count} photos "
+              f"reaches the JPEG path's at each preset's JPEG number (png: pngquant at the "
+              f"preset's number, unmapped); the same settings on the camera JPEGs beside them.")
+        print()
+        print("| preset | format | preset's number | encoder setting | mean SSIM | bytes "
+              "| SSIM on the JPEGs | bytes on the JPEGs |")
+        print("|---|---|---|---|---|---|---|---|")
+        for preset, fmt, number, setting, mean, size, camera_mean, camera_size in rows:
+            print(f"| {preset} | {fmt} | {number} | {setting} | {mean:.5f} | {size} | "
+                  f"{camera_mean:.5f} | {camera_size} |", flush=True)
 
 
 if __name__ == "__main__":
