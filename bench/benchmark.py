@@ -540,6 +540,33 @@ def jobs_throughput(fill_folder, *options):
     return count, one, two, statistics.median(cpu[1]) / one, statistics.median(cpu[2]) / two
 
 
+def parallel_ceiling(classes, copies=3):
+    """What this machine gives two independent processes: cjpeg alone on the rasters of the JPEG
+    folder's photos, the files split over two shell loops against one loop, alternating, medians.
+    Two processes that share nothing still slow each other (caches, memory bandwidth, the host of
+    a virtual machine), so no batch of ours can beat this ratio."""
+    with tempfile.TemporaryDirectory(dir=CORPUS) as tmp:
+        rasters = []
+        for name in sorted(os.listdir(classes["typical"])):
+            raster = os.path.join(tmp, name + ".ppm")
+            with open(raster, "wb") as out:
+                subprocess.run(["djpeg", "-pnm", os.path.join(classes["typical"], name)],
+                               check=True, stdout=out)
+            rasters.append(raster)
+        rasters *= copies
+        times = {1: [], 2: []}
+        for round_number in range(ROUNDS):
+            for streams in ((1, 2) if round_number % 2 == 0 else (2, 1)):
+                loops = [[f"cjpeg {CJPEG_ARGUMENTS} -outfile {tmp}/o{s}-{i}.jpg {r}"
+                          for i, r in enumerate(rasters[s::streams])] for s in range(streams)]
+                started = time.monotonic()
+                shells = [subprocess.Popen(["bash", "-ec", "\n".join(loop)]) for loop in loops]
+                if any(shell.wait() != 0 for shell in shells):
+                    sys.exit("cjpeg failed in the parallel ceiling")
+                times[streams].append(time.monotonic() - started)
+        return len(rasters), statistics.median(times[1]), statistics.median(times[2])
+
+
 def idle_handled():
     """bench_scan_cost's idle figures (the real engine watching with inotify, every file already
     handled): CPU seconds per minute for unrelated files and for handled images."""
@@ -592,6 +619,10 @@ def main():
                   f"--jobs 2 (cores busy: {cores_one:.2f} vs {cores_two:.2f}) | {one:.2f} s vs "
                   f"{two:.2f} s = {speedup:.2f} × | ≥ 1.8 × | "
                   f"{'yes' if speedup >= 1.8 else 'no'} |", flush=True)
+        count, one, two = parallel_ceiling(classes)
+        print(f"| this machine's ceiling: cjpeg alone on the same {count} photos' rasters, one shell "
+              f"loop vs two, wall time, median of {ROUNDS} | {one:.2f} s vs {two:.2f} s = "
+              f"{one / two:.2f} × | — | — |", flush=True)
     if "throughput" in parts:
         count, megapixels, ours, floor = throughput(photos, derived)
         ratio = ours / floor
