@@ -1,7 +1,7 @@
 // Decoding of files written by the real encoders (cjpeg, cwebp, img2webp, heif-enc), of Adobe
 // CMYK JPEG written with libjpeg, and of PNG in every colour type written with libpng.
 #include "imageio/image_io.h"
-#include "imageio_test_support.h"
+#include "support/test_images.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -17,7 +17,7 @@
 namespace velt::imageio {
 namespace {
 
-using namespace velt::imageio::testing;
+using namespace velt::testing;
 using velt::testing::writeFile;
 
 // The luma bit depth stored in a HEIF file, read with libheif; -1 when unreadable.
@@ -65,7 +65,7 @@ TEST(Decode, FilesFromTheRealEncoders) {
         SCOPED_TRACE(::testing::Message() << c.command << " alpha " << c.alpha);
         const QString base = dir.filePath(QString::number(&c - cases.data()));
         Bitmap expected = card(67, 45, c.alpha);  // odd sizes: partial JPEG blocks
-        writeFile(base + QStringLiteral(".ppm"), ppm(expected));
+        writeFile(base + QStringLiteral(".ppm"), toPNM(expected));
         writeFile(base + QStringLiteral(".png"), pngOf(expected, 8, c.p3 ? p3 : QByteArray()));
         writeFile(base + QStringLiteral("-16.png"), pngOf(expected, 16));
         writeFile(base + QStringLiteral("-b.png"), pngOf(card(67, 45, false), 8));
@@ -315,7 +315,7 @@ TEST(Decode, NclxColourBecomesAProfileWithItsPrimaries) {
 TEST(Decode, JpegWithMissingDataIsRefused) {
     QTemporaryDir dir;
     const QString source = dir.filePath(QStringLiteral("s.ppm"));
-    writeFile(source, ppm(card(160, 120, false)));
+    writeFile(source, toPNM(card(160, 120, false)));
     const QString whole = dir.filePath(QStringLiteral("whole.jpg"));
     runTool(QStringLiteral("cjpeg"), {QStringLiteral("-outfile"), whole, source});
     const QByteArray jpeg = velt::testing::readFile(whole);

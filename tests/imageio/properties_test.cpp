@@ -2,7 +2,7 @@
 // every damaged input must end in a typed error, never a crash.
 #include "imageio/decode_internal.h"
 #include "imageio/image_io.h"
-#include "imageio_test_support.h"
+#include "support/test_images.h"
 
 #include <QTemporaryDir>
 #include <QtEndian>
@@ -17,7 +17,7 @@
 namespace velt::imageio {
 namespace {
 
-using namespace velt::imageio::testing;
+using namespace velt::testing;
 using velt::testing::readFile;
 using velt::testing::writeFile;
 
@@ -41,7 +41,7 @@ QByteArray exifTiff(int orientation, bool bigEndian = true) {
 
 // A JPEG of the card written by cjpeg, as bytes.
 QByteArray cjpeg(const QTemporaryDir& dir, int width, int height) {
-    writeFile(dir.filePath(QStringLiteral("in.ppm")), ppm(card(width, height, false)));
+    writeFile(dir.filePath(QStringLiteral("in.ppm")), toPNM(card(width, height, false)));
     run("cjpeg -outfile %1/in.jpg %1/in.ppm", dir.path());
     return readFile(dir.filePath(QStringLiteral("in.jpg")));
 }

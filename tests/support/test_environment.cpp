@@ -1,5 +1,7 @@
 #include "support/test_environment.h"
 
+#include <QDir>
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <QFile>
@@ -40,6 +42,12 @@ QByteArray readFile(const QString& path) {
 
 bool runningAsRoot() {
     return geteuid() == 0;
+}
+
+QStringList fileNamesIn(const QString& folder) {
+    QStringList names = QDir(folder).entryList(QDir::Files | QDir::Hidden);
+    names.sort();
+    return names;
 }
 
 }  // namespace velt::testing

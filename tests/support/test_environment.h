@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 #include <optional>
 
@@ -36,6 +37,8 @@ class IsolatedDataFolder {
 
 void writeFile(const QString& path, const QByteArray& data);
 QByteArray readFile(const QString& path);
+// Every file name in `folder`, hidden ones included (not the backup folder's), sorted.
+QStringList fileNamesIn(const QString& folder);
 
 // Root reads and writes through permission bits, so permission tests only mean something
 // for an ordinary user.

@@ -5,8 +5,8 @@
 #include "camera_photos.h"
 #include "engine/pipeline/can_write.h"
 #include "engine/pipeline/process.h"
-#include "image_fixtures.h"
 #include "support/test_environment.h"
+#include "support/test_images.h"
 #include "watcher/engine_test_rig.h"
 
 #include <fcntl.h>

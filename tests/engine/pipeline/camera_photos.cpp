@@ -1,6 +1,6 @@
 #include "camera_photos.h"
 
-#include "image_fixtures.h"
+#include "support/test_images.h"
 
 #include <gtest/gtest.h>
 #include <QDir>

@@ -2,8 +2,8 @@
 // with one log line and the photo is still compressed.
 #include "camera_photos.h"
 #include "engine/pipeline/process.h"
-#include "image_fixtures.h"
 #include "support/test_environment.h"
+#include "support/test_images.h"
 #include "watcher/engine_test_rig.h"
 
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 // output is a valid image of the source's size that looks like the source.
 #include "engine/errors.h"
 #include "engine/pipeline/process.h"
-#include "image_fixtures.h"
 #include "imageio/image_io.h"
 #include "support/test_environment.h"
+#include "support/test_images.h"
 
 #include <gtest/gtest.h>
 #include <QDir>
@@ -86,7 +86,7 @@ TEST_P(EveryStrategyAndPolicy, NothingIsLostAndEveryOutputLooksRight) {
             const imageio::Bitmap& picture = folder.pictures.at(name);
             EXPECT_EQ(decoded->width, picture.width) << label;
             EXPECT_EQ(decoded->height, picture.height) << label;
-            EXPECT_GT(testing::psnr(*decoded, picture),
+            EXPECT_GT(testing::psnrOnWhite(picture, *decoded),
                       preset == CompressionPreset::maximum ? 24.0 : 26.0)
                 << label << " " << output.toStdString();
         }

@@ -2,9 +2,9 @@
 // did not write, and sources that share a base name each keep their own output.
 #include "engine/pipeline/output_naming.h"
 #include "engine/pipeline/process.h"
-#include "image_fixtures.h"
 #include "imageio/image_io.h"
 #include "support/test_environment.h"
+#include "support/test_images.h"
 #include "watcher/engine_test_rig.h"
 
 #include <gtest/gtest.h>

@@ -2,10 +2,10 @@
 #include "engine/errors.h"
 #include "engine/pipeline/can_write.h"
 #include "engine/pipeline/image_safety.h"
-#include "image_fixtures.h"
 #include "imageio/image_io.h"
 #include "model/format.h"
 #include "support/test_environment.h"
+#include "support/test_images.h"
 #include "watcher/engine_test_rig.h"
 
 #include <gtest/gtest.h>

@@ -1,11 +1,12 @@
-#include "imageio_test_support.h"
+#include "test_images.h"
 
 #include <QFile>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QtEndian>
+#include <algorithm>
 #include <cmath>
 #include <csetjmp>
-#include <cstdio>
 
 #include <gtest/gtest.h>
 #include <lcms2.h>
@@ -13,7 +14,9 @@
 
 #include "support/test_environment.h"
 
-namespace velt::imageio::testing {
+namespace velt::testing {
+
+using imageio::AlphaInfo;
 
 Bitmap card(int width, int height, bool alpha) {
     Bitmap bitmap{width, height, {}, alpha ? AlphaInfo::last : AlphaInfo::noneSkipLast, {}};
@@ -32,10 +35,41 @@ Bitmap card(int width, int height, bool alpha) {
     return bitmap;
 }
 
-QByteArray ppm(const Bitmap& b) {
-    QByteArray out = QStringLiteral("P6\n%1 %2\n255\n").arg(b.width).arg(b.height).toLatin1();
-    for (std::size_t i = 0; i < b.rgba.size(); i += 4)
-        out.append(reinterpret_cast<const char*>(&b.rgba[i]), 3);
+Bitmap photoLikeBitmap(int width, int height, bool withAlpha) {
+    Bitmap bitmap;
+    bitmap.width = width;
+    bitmap.height = height;
+    bitmap.rgba.resize(static_cast<std::size_t>(width) * height * 4);
+    bitmap.alphaInfo = withAlpha ? AlphaInfo::last : AlphaInfo::noneSkipLast;
+    std::uint32_t noise = 12345;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            noise = noise * 1664525u + 1013904223u;
+            const int grain = static_cast<int>((noise >> 24) % 9) - 4;
+            const double dx = x - width * 0.6, dy = y - height * 0.4;
+            const bool disc = dx * dx + dy * dy < (width * height) / 12.0;
+            std::uint8_t* p = bitmap.rgba.data() + (static_cast<std::size_t>(y) * width + x) * 4;
+            const int r = disc ? 220 : 40 + 180 * x / std::max(1, width - 1);
+            const int g = disc ? 120 : 60 + 120 * y / std::max(1, height - 1);
+            const int b = disc ? 40 : 150 + static_cast<int>(60 * std::sin(x * 0.05));
+            p[0] = static_cast<std::uint8_t>(std::clamp(r + grain, 0, 255));
+            p[1] = static_cast<std::uint8_t>(std::clamp(g + grain, 0, 255));
+            p[2] = static_cast<std::uint8_t>(std::clamp(b + grain, 0, 255));
+            p[3] = withAlpha ? static_cast<std::uint8_t>(x < width / 4 ? 0 : 255) : 255;
+        }
+    }
+    return bitmap;
+}
+
+QByteArray toPNM(const Bitmap& bitmap, bool withAlpha) {
+    QByteArray out = withAlpha ? QByteArray(
+                                     "P7\nWIDTH %1\nHEIGHT %2\nDEPTH 4\nMAXVAL 255\n"
+                                     "TUPLTYPE RGB_ALPHA\nENDHDR\n")
+                               : QByteArray("P6\n%1 %2\n255\n");
+    out.replace("%1", QByteArray::number(bitmap.width))
+        .replace("%2", QByteArray::number(bitmap.height));
+    for (std::size_t i = 0; i < bitmap.rgba.size(); i += 4)
+        out.append(reinterpret_cast<const char*>(bitmap.rgba.data() + i), withAlpha ? 4 : 3);
     return out;
 }
 
@@ -100,13 +134,40 @@ QByteArray saveProfile(cmsHPROFILE profile) {
     return bytes;
 }
 
-Bitmap readPpm(const QByteArray& bytes) {
-    int width = 0, height = 0, header = 0;
-    std::sscanf(bytes.constData(), "P6 %d %d 255%n", &width, &height, &header);
-    Bitmap bitmap{width, height, {}, AlphaInfo::noneSkipLast, {}};
-    for (qsizetype i = header + 1; header && i + 2 < bytes.size(); i += 3)
-        bitmap.rgba.insert(bitmap.rgba.end(), {std::uint8_t(bytes[i]), std::uint8_t(bytes[i + 1]),
-                                               std::uint8_t(bytes[i + 2]), 255});
+// Parses P6 or P7 (RGB or RGB_ALPHA) bytes; nothing when malformed.
+std::optional<Bitmap> fromPNM(const QByteArray& data) {
+    Bitmap bitmap;
+    int channels = 3;
+    qsizetype offset = 0;
+    if (data.startsWith("P6")) {
+        const QList<QByteArray> parts = data.left(64).simplified().split(' ');
+        if (parts.size() < 4) return std::nullopt;
+        bitmap.width = parts[1].toInt();
+        bitmap.height = parts[2].toInt();
+        // The header is four tokens, each followed by one whitespace byte.
+        offset = parts[0].size() + parts[1].size() + parts[2].size() + parts[3].size() + 4;
+    } else if (data.startsWith("P7")) {
+        const qsizetype end = data.indexOf("ENDHDR\n");
+        if (end < 0) return std::nullopt;
+        for (const QByteArray& line : data.left(end).split('\n')) {
+            if (line.startsWith("WIDTH ")) bitmap.width = line.mid(6).toInt();
+            if (line.startsWith("HEIGHT ")) bitmap.height = line.mid(7).toInt();
+            if (line.startsWith("DEPTH ")) channels = line.mid(6).toInt();
+        }
+        offset = end + 7;
+    } else {
+        return std::nullopt;
+    }
+    const qsizetype pixels = static_cast<qsizetype>(bitmap.width) * bitmap.height;
+    if (pixels <= 0 || data.size() < offset + pixels * channels) return std::nullopt;
+    bitmap.rgba.resize(static_cast<std::size_t>(pixels) * 4);
+    bitmap.alphaInfo = channels == 4 ? AlphaInfo::last : AlphaInfo::noneSkipLast;
+    for (qsizetype i = 0; i < pixels; ++i) {
+        for (int c = 0; c < 3; ++c)
+            bitmap.rgba[i * 4 + c] = static_cast<std::uint8_t>(data[offset + i * channels + c]);
+        bitmap.rgba[i * 4 + 3] =
+            channels == 4 ? static_cast<std::uint8_t>(data[offset + i * channels + 3]) : 255;
+    }
     return bitmap;
 }
 
@@ -183,13 +244,19 @@ QByteArray srgbProfile() {
     return saveProfile(cmsCreate_sRGBProfile());
 }
 
-QByteArray runTool(const QString& program, const QStringList& arguments) {
+std::optional<QByteArray> runProgram(const QString& program, const QStringList& arguments) {
     QProcess process;
     process.start(program, arguments);
-    const bool finished = process.waitForFinished(120000);
-    EXPECT_TRUE(finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0)
-        << program.toStdString() << ": " << process.readAllStandardError().toStdString();
+    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0)
+        return std::nullopt;
     return process.readAllStandardOutput();
+}
+
+QByteArray runTool(const QString& program, const QStringList& arguments) {
+    const std::optional<QByteArray> output = runProgram(program, arguments);
+    EXPECT_TRUE(output) << program.toStdString() << " failed";
+    return output.value_or(QByteArray());
 }
 
 QByteArray run(const char* commandLine, const QString& folder) {
@@ -199,24 +266,51 @@ QByteArray run(const char* commandLine, const QString& folder) {
     return runTool(words.takeFirst(), words);
 }
 
-Decoded decodeIndependently(const QString& path) {
-    if (path.endsWith(QStringLiteral(".jpg"))) {
-        return {readPpm(runTool(QStringLiteral("djpeg"), {QStringLiteral("-ppm"), path})),
-                jpegProfile(velt::testing::readFile(path))};
-    }
-    QString png = path;
-    if (path.endsWith(QStringLiteral(".png"))) {
-        runTool(QStringLiteral("pngcheck"), {QStringLiteral("-q"), path});
-    } else {
-        runTool(QStringLiteral("heif-convert"), {path, png += QStringLiteral(".png")});
-    }
-    return {readPng(png), pngProfile(velt::testing::readFile(png))};
+bool writeJPEGWithCjpeg(const Bitmap& bitmap, int quality, const QString& path,
+                        const QStringList& extraArguments) {
+    QTemporaryDir dir;
+    const QString ppm = dir.filePath(QStringLiteral("in.ppm"));
+    QFile file(ppm);
+    if (!file.open(QIODevice::WriteOnly) || file.write(toPNM(bitmap)) < 0) return false;
+    file.close();
+    return runProgram(QStringLiteral("cjpeg"),
+                      QStringList{QStringLiteral("-quality"), QString::number(quality)} +
+                          extraArguments + QStringList{QStringLiteral("-outfile"), path, ppm})
+        .has_value();
 }
 
-std::optional<ImageIOError::Code> errorOf(const std::function<void()>& call, QString* message) {
+std::optional<Bitmap> decodeIndependently(const QString& path, QByteArray* icc) {
+    const QString lower = path.toLower();
+    if (lower.endsWith(QLatin1String(".jpg")) || lower.endsWith(QLatin1String(".jpeg"))) {
+        if (icc) *icc = jpegProfile(readFile(path));
+        const auto out = runProgram(QStringLiteral("djpeg"), {QStringLiteral("-ppm"), path});
+        return out ? fromPNM(*out) : std::nullopt;
+    }
+    QTemporaryDir dir;  // never beside the file: tests list the folders they judge
+    if (lower.endsWith(QLatin1String(".webp"))) {
+        const QString pam = dir.filePath(QStringLiteral("out.pam"));
+        if (!runProgram(QStringLiteral("dwebp"), {QStringLiteral("-quiet"), QStringLiteral("-pam"),
+                                                  path, QStringLiteral("-o"), pam}))
+            return std::nullopt;
+        return fromPNM(readFile(pam));
+    }
+    QString png = path;
+    if (lower.endsWith(QLatin1String(".heic")) || lower.endsWith(QLatin1String(".avif"))) {
+        png = dir.filePath(QStringLiteral("out.png"));
+        if (!runProgram(QStringLiteral("heif-convert"), {path, png})) return std::nullopt;
+    }
+    if (!runProgram(QStringLiteral("pngcheck"), {QStringLiteral("-q"), png})) return std::nullopt;
+    if (icc) *icc = pngProfile(readFile(png));
+    Bitmap bitmap = readPng(png);
+    if (bitmap.rgba.empty()) return std::nullopt;
+    return bitmap;
+}
+
+std::optional<imageio::ImageIOError::Code> errorOf(const std::function<void()>& call,
+                                                   QString* message) {
     try {
         call();
-    } catch (const ImageIOError& error) {
+    } catch (const imageio::ImageIOError& error) {
         if (message) *message = QString::fromStdString(error.what());
         return error.code();
     }
@@ -236,4 +330,20 @@ double psnr(const Bitmap& expected, const Bitmap& actual, bool alpha) {
     return squares == 0 ? 99 : 10 * std::log10(255.0 * 255.0 * count / squares);
 }
 
-}  // namespace velt::imageio::testing
+double psnrOnWhite(const Bitmap& a, const Bitmap& b) {
+    if (a.width != b.width || a.height != b.height || a.rgba.size() != b.rgba.size()) return 0;
+    double squares = 0;
+    for (std::size_t i = 0; i < a.rgba.size(); ++i) {
+        if (i % 4 == 3) continue;
+        const auto onWhite = [&](const Bitmap& m) {
+            const double alpha = m.rgba[i - i % 4 + 3] / 255.0;
+            return m.rgba[i] * alpha + 255.0 * (1 - alpha);
+        };
+        const double difference = onWhite(a) - onWhite(b);
+        squares += difference * difference;
+    }
+    const double count = a.rgba.size() / 4 * 3.0;
+    return squares == 0 ? 99 : 10 * std::log10(255.0 * 255.0 * count / squares);
+}
+
+}  // namespace velt::testing
