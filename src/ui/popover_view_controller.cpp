@@ -18,6 +18,7 @@
 #include <QPushButton>
 #include <QSlider>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace velt::ui {
 namespace {
@@ -232,6 +233,10 @@ void PopoverViewController::fillPopups(AppLanguage language) {
         values << rawValue(policy);
     }
     fillPopup(originalRow_->popup(), titles, values, rawValue(config.originalPolicy));
+    // One width for the group, so that the pop-ups stay aligned under each other.
+    const int width = std::max({presetRow_->fittingPopupWidth(), formatRow_->fittingPopupWidth(),
+                                originalRow_->fittingPopupWidth()});
+    for (PopupRow* row : {presetRow_, formatRow_, originalRow_}) row->setPopupWidth(width);
 }
 
 void PopoverViewController::render() {

@@ -14,6 +14,7 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace velt::ui {
 namespace {
@@ -156,10 +157,8 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
     files->addRow(t("Папка сжатия", "Compression folder"), change);
     metadataPopup_ = new QComboBox(contentHost_);
     metadataPopup_->setFont(uiFont(12.5));
-    // Its longest choice would widen the window: the closed pop-up shows what fits, the open
-    // list shows every choice whole.
-    metadataPopup_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    metadataPopup_->setMinimumContentsLength(13);
+    // Wide enough for its longest choice (the default one, in Russian), which widens the window.
+    metadataPopup_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     QStringList metadataTitles, metadataValues;
     for (const MetadataPolicy policy : metadataPolicyMenuCases()) {
         metadataTitles << title(policy, language);
@@ -234,9 +233,11 @@ SettingsWindowController::SettingsWindowController(AppStore& store)
     scroll->setWidget(view_);
     layout->addWidget(scroll);
     render();
+    // The scroll area shows a scroll bar as soon as the view's preferred size does not fit.
     view_->adjustSize();
-    window_->resize(
-        window_->minimumSize().expandedTo(QSize(400, view_->minimumSizeHint().height() + 8)));
+    const QSize preferred = view_->sizeHint();
+    window_->resize(window_->minimumSize().expandedTo(
+        QSize(std::max(400, preferred.width()), preferred.height() + 8)));
 }
 
 SettingsWindowController::~SettingsWindowController() = default;

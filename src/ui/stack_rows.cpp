@@ -9,6 +9,9 @@
 #include <QLabel>
 #include <QPainter>
 #include <QSlider>
+#include <QStyle>
+#include <QStyleOptionComboBox>
+#include <algorithm>
 
 namespace velt::ui {
 namespace {
@@ -20,6 +23,9 @@ QLabel* titleLabelFor(const QString& title, double pixelSize, QWidget* parent) {
     label->setAttribute(Qt::WA_TransparentForMouseEvents);
     return label;
 }
+
+// The pop-up's width when every title fits in it.
+constexpr int popupWidth = 104;
 
 }  // namespace
 
@@ -44,10 +50,25 @@ PopupRow::PopupRow(const QString& title, const QString& iconName, const QString&
     stack()->addStretch(1);
     popup_ = new QComboBox(this);
     popup_->setFont(uiFont(10.5));
-    popup_->setFixedWidth(104);
+    popup_->setFixedWidth(popupWidth);
     popup_->setFocusPolicy(Qt::NoFocus);
     stack()->addWidget(popup_, 0, Qt::AlignVCenter);
     setTitleText(title);
+}
+
+int PopupRow::fittingPopupWidth() const {
+    int widest = 0;
+    for (int i = 0; i < popup_->count(); ++i)
+        widest = std::max(widest, popup_->fontMetrics().horizontalAdvance(popup_->itemText(i)));
+    QStyleOptionComboBox option;
+    option.initFrom(popup_);
+    const QSize needed = popup_->style()->sizeFromContents(
+        QStyle::CT_ComboBox, &option, QSize(widest, popup_->fontMetrics().height()), popup_);
+    return std::max(popupWidth, needed.width());
+}
+
+void PopupRow::setPopupWidth(int width) {
+    popup_->setFixedWidth(width);
 }
 
 QString PopupRow::titleText() const {

@@ -45,6 +45,10 @@ class PopupRow : public HoverStackRow {
     void setTitleText(const QString& title);
     QComboBox* popup() const { return popup_; }
     QLabel* titleLabel() const { return titleLabel_; }
+    // The pop-up's 104 pixels, or more when its longest item needs more to show whole: Russian
+    // titles run longer than the English ones.
+    int fittingPopupWidth() const;
+    void setPopupWidth(int width);
 
   private:
     QLabel* titleLabel_;

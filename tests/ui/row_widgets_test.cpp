@@ -37,6 +37,18 @@ TEST(RowWidgets, EveryRowHasItsFixedSize) {
     }
     EXPECT_EQ(popup.popup()->width(), 104);
 
+    // An item longer than 104 pixels allow asks for a pop-up wide enough to show all of it, and
+    // the row's own title keeps its room.
+    PopupRow preset(QStringLiteral("Степень сжатия"), QStringLiteral("gauge"), QString());
+    fillPopup(preset.popup(), {QStringLiteral("Бережно"), QStringLiteral("Максимально")}, {},
+              QString());
+    preset.popup()->setCurrentIndex(1);
+    preset.setPopupWidth(preset.fittingPopupWidth());
+    preset.show();
+    EXPECT_TRUE(showsWholeCurrentText(*preset.popup()));
+    EXPECT_EQ(preset.size(), QSize(contentWidth, 32));
+    EXPECT_GE(preset.titleLabel()->width(), preset.titleLabel()->sizeHint().width());
+
     // A row that allows a subtitle keeps its height while the subtitle is empty and hidden.
     withSubtitle.setSubtitleText(QString());
     EXPECT_EQ(withSubtitle.height(), 42);

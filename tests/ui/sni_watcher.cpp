@@ -21,8 +21,10 @@ class Watcher : public QDBusVirtualObject {
     QString introspect(const QString&) const override {
         return QStringLiteral(
             "<interface name=\"org.kde.StatusNotifierWatcher\">"
-            "<method name=\"RegisterStatusNotifierItem\"><arg type=\"s\" direction=\"in\"/></method>"
-            "<method name=\"RegisterStatusNotifierHost\"><arg type=\"s\" direction=\"in\"/></method>"
+            "<method name=\"RegisterStatusNotifierItem\"><arg type=\"s\" "
+            "direction=\"in\"/></method>"
+            "<method name=\"RegisterStatusNotifierHost\"><arg type=\"s\" "
+            "direction=\"in\"/></method>"
             "<property name=\"RegisteredStatusNotifierItems\" type=\"as\" access=\"read\"/>"
             "<property name=\"IsStatusNotifierHostRegistered\" type=\"b\" access=\"read\"/>"
             "<property name=\"ProtocolVersion\" type=\"i\" access=\"read\"/>"
@@ -33,7 +35,8 @@ class Watcher : public QDBusVirtualObject {
         if (message.interface() == propertiesInterface) {
             const QString name = message.arguments().value(1).toString();
             if (message.member() == QLatin1String("Get")) {
-                connection.send(message.createReply(QVariant::fromValue(QDBusVariant(property(name)))));
+                connection.send(
+                    message.createReply(QVariant::fromValue(QDBusVariant(property(name)))));
                 return true;
             }
             if (message.member() == QLatin1String("GetAll")) {
@@ -75,9 +78,7 @@ class Watcher : public QDBusVirtualObject {
               service);
     }
 
-    static void print(const QString& line) {
-        QTextStream(stdout) << line << Qt::endl;
-    }
+    static void print(const QString& line) { QTextStream(stdout) << line << Qt::endl; }
 
     QStringList items_;
 };

@@ -3,6 +3,8 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QStyle>
+#include <QStyleOptionComboBox>
 #include <QThread>
 
 namespace velt::testing {
@@ -19,7 +21,16 @@ bool processEventsUntil(const std::function<bool()>& done, double seconds) {
 
 QImage pixelsOf(QWidget& widget) {
     widget.ensurePolished();
+    QCoreApplication::sendPostedEvents();  // pending layout requests, as on screen
     return widget.grab().toImage().convertToFormat(QImage::Format_ARGB32);
+}
+
+bool showsWholeCurrentText(const QComboBox& popup) {
+    QStyleOptionComboBox option;
+    option.initFrom(&popup);
+    const QRect field = popup.style()->subControlRect(QStyle::CC_ComboBox, &option,
+                                                      QStyle::SC_ComboBoxEditField, &popup);
+    return field.width() >= popup.fontMetrics().horizontalAdvance(popup.currentText());
 }
 
 void keepScreenshot(const QImage& image, const QString& name) {

@@ -5,6 +5,7 @@
 #include "support/store_support.h"
 
 #include <gtest/gtest.h>
+#include <QComboBox>
 #include <QImage>
 #include <QTemporaryDir>
 #include <QWidget>
@@ -16,8 +17,11 @@ namespace velt::testing {
 // Runs the event loop until `done` holds or `seconds` pass; whether it held.
 bool processEventsUntil(const std::function<bool()>& done, double seconds = 5.0);
 
-// The widget's real pixels, as it paints itself.
+// The widget's real pixels, as it paints itself once the event loop has laid it out.
 QImage pixelsOf(QWidget& widget);
+
+// Whether the closed pop-up has room for the whole of its current item's title.
+bool showsWholeCurrentText(const QComboBox& popup);
 
 // Saves `image` as <build>/test-artifacts/<name>.png for a reviewer to look at.
 void keepScreenshot(const QImage& image, const QString& name);

@@ -147,7 +147,10 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
     EXPECT_GE(window.window()->minimumSize().width(), 360);
     EXPECT_GE(window.window()->minimumSize().height(), 545);
     EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Настройки"));
+    // The default metadata choice is the longest Russian title; it shows whole.
+    EXPECT_EQ(view.metadataPopup()->currentText(), QStringLiteral("Сохранять, кроме геоданных"));
     keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-ru"));
+    EXPECT_TRUE(showsWholeCurrentText(*view.metadataPopup()));
 
     view.menuBarProgressSwitch()->click();
     view.notificationsSwitch()->click();
