@@ -53,33 +53,18 @@ QByteArray makePackage(const std::vector<PackageEntry>& entries) {
     for (const PackageEntry& e : entries) {
         const std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(
             archive_entry_new(), &archive_entry_free);
-        archive_entry_set_pathname(entry.get(), e.name.toUtf8().constData());
+        archive_entry_set_pathname(entry.get(), e.name.c_str());
         archive_entry_set_perm(entry.get(), 0755);
+        // A hard link is a regular file naming the one it shares its data with.
+        static constexpr mode_t fileTypes[] = {AE_IFREG, AE_IFDIR, AE_IFLNK,
+                                               AE_IFREG, AE_IFCHR, AE_IFIFO};
+        archive_entry_set_filetype(entry.get(), fileTypes[static_cast<int>(e.type)]);
         using Type = PackageEntry::Type;
-        switch (e.type) {
-            case Type::file:
-                archive_entry_set_filetype(entry.get(), AE_IFREG);
-                archive_entry_set_size(entry.get(), e.content.size());
-                break;
-            case Type::directory:
-                archive_entry_set_filetype(entry.get(), AE_IFDIR);
-                break;
-            case Type::symlink:
-                archive_entry_set_filetype(entry.get(), AE_IFLNK);
-                archive_entry_set_symlink(entry.get(), e.content.constData());
-                break;
-            case Type::hardlink:
-                archive_entry_set_filetype(entry.get(), AE_IFREG);
-                archive_entry_set_hardlink(entry.get(), e.content.constData());
-                break;
-            case Type::characterDevice:
-                archive_entry_set_filetype(entry.get(), AE_IFCHR);
-                archive_entry_set_rdev(entry.get(), makedev(1, 3));
-                break;
-            case Type::fifo:
-                archive_entry_set_filetype(entry.get(), AE_IFIFO);
-                break;
-        }
+        if (e.type == Type::file) archive_entry_set_size(entry.get(), e.content.size());
+        if (e.type == Type::symlink) archive_entry_set_symlink(entry.get(), e.content.constData());
+        if (e.type == Type::hardlink)
+            archive_entry_set_hardlink(entry.get(), e.content.constData());
+        if (e.type == Type::characterDevice) archive_entry_set_rdev(entry.get(), makedev(1, 3));
         archive_write_header(writer.get(), entry.get());
         if (e.type == Type::file && !e.content.isEmpty())
             archive_write_data(writer.get(), e.content.constData(),

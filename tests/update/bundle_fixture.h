@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <string>
 #include <vector>
 
 namespace velt::testing {
@@ -18,7 +19,7 @@ QByteArray packBundle(const QString& folder);
 // One entry of a hand-made package.
 struct PackageEntry {
     enum class Type { file, directory, symlink, hardlink, characterDevice, fifo };
-    QString name;
+    std::string name;
     Type type = Type::file;
     QByteArray content;  // a file's bytes, a link's target
 };

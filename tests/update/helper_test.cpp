@@ -41,20 +41,24 @@ TEST(UpdateHelperTest, EntryNamesAndLinksMustStayInsideThePackage) {
 
 class HelperRunTest : public ::testing::Test {
   protected:
-    // Runs the helper on `package` for the bundle; its exit code.
-    int runHelper(const QByteArray& package, qint64 pid = 4'000'000) {
-        writeFile(packagePath_, package);
+    // Runs the helper with `arguments`; its exit code.
+    int runHelper(const QStringList& arguments) {
         QProcess helper;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("VELT_LOG_DIR"), logs_.path());
         helper.setProcessEnvironment(environment);
-        helper.start(
-            QStringLiteral(VELT_UPDATER),
-            {QStringLiteral("--pid"), QString::number(pid), QStringLiteral("--target"), bundle_,
-             QStringLiteral("--dmg"), packagePath_, QStringLiteral("--version"),
-             QStringLiteral("9.0"), QStringLiteral("--wait-seconds"), QStringLiteral("1")});
+        helper.start(QStringLiteral(VELT_UPDATER), arguments);
         EXPECT_TRUE(helper.waitForFinished(60000));
         return helper.exitCode();
+    }
+
+    // Installs `package` over the bundle once process `pid` has ended; the helper's exit code.
+    int install(const QByteArray& package, qint64 pid = 4'000'000) {
+        writeFile(packagePath_, package);
+        return runHelper({QStringLiteral("--pid"), QString::number(pid), QStringLiteral("--target"),
+                          bundle_, QStringLiteral("--dmg"), packagePath_,
+                          QStringLiteral("--version"), QStringLiteral("9.0"),
+                          QStringLiteral("--wait-seconds"), QStringLiteral("1")});
     }
 
     QString log() const {
@@ -68,11 +72,10 @@ class HelperRunTest : public ::testing::Test {
 };
 
 TEST_F(HelperRunTest, RefusedPackagesLeaveTheInstalledBundleAsItWas) {
-    const PackageEntry top{QStringLiteral("velt-compressor/"), Type::directory, {}};
-    const PackageEntry marker{QStringLiteral("velt-compressor/VELT-BUNDLE"), Type::file, {}};
+    const PackageEntry top{"velt-compressor/", Type::directory, {}};
+    const PackageEntry marker{"velt-compressor/VELT-BUNDLE", Type::file, {}};
     const auto program = [](const QByteArray& content) {
-        return PackageEntry{QStringLiteral("velt-compressor/bin/velt-compressor"), Type::file,
-                            content};
+        return PackageEntry{"velt-compressor/bin/velt-compressor", Type::file, content};
     };
     const struct {
         const char* what;
@@ -81,37 +84,29 @@ TEST_F(HelperRunTest, RefusedPackagesLeaveTheInstalledBundleAsItWas) {
         const char* logged;
     } cases[] = {
         {"not an archive", QByteArray(5000, 'x'), 5, "Package refused: "},
-        {"dot-dot path",
-         makePackage({top, {QStringLiteral("velt-compressor/../../evil"), Type::file, "x"}}), 5,
+        {"dot-dot path", makePackage({top, {"velt-compressor/../../evil", Type::file, "x"}}), 5,
          "entry leaves the package folder"},
-        {"absolute path", makePackage({top, {QStringLiteral("/tmp/velt-evil"), Type::file, "x"}}),
+        {"absolute path", makePackage({top, {"/tmp/velt-evil", Type::file, "x"}}), 5,
+         "entry leaves the package folder"},
+        {"link out", makePackage({top, {"velt-compressor/out", Type::symlink, "../../../../etc"}}),
          5, "entry leaves the package folder"},
-        {"link out",
-         makePackage(
-             {top, {QStringLiteral("velt-compressor/out"), Type::symlink, "../../../../etc"}}),
-         5, "entry leaves the package folder"},
-        {"hard link",
-         makePackage({top, {QStringLiteral("velt-compressor/h"), Type::hardlink, "/etc/passwd"}}),
-         5, "hard link in the package"},
-        {"device",
-         makePackage({top, {QStringLiteral("velt-compressor/null"), Type::characterDevice, {}}}), 5,
+        {"hard link", makePackage({top, {"velt-compressor/h", Type::hardlink, "/etc/passwd"}}), 5,
+         "hard link in the package"},
+        {"device", makePackage({top, {"velt-compressor/null", Type::characterDevice, {}}}), 5,
          "special file in the package"},
-        {"fifo", makePackage({top, {QStringLiteral("velt-compressor/pipe"), Type::fifo, {}}}), 5,
+        {"fifo", makePackage({top, {"velt-compressor/pipe", Type::fifo, {}}}), 5,
          "special file in the package"},
         {"no bundle", makePackage({top, program("#!/bin/sh\necho 'VELT | Compressor 9'\n")}), 5,
          "holds no single bundle folder"},
         {"program fails", makePackage({top, marker, program("#!/bin/sh\nexit 3\n")}), 6,
          "The new program does not start"},
-        {"not a program",
-         makePackage({top, marker,
-                      program("\x7f"
-                              "ELF broken")}),
-         6, "The new program does not start"},
+        {"not a program", makePackage({top, marker, program("\177ELF broken")}), 6,
+         "The new program does not start"},
         {"another program", makePackage({top, marker, program("#!/bin/sh\necho hello\n")}), 6,
          "The new program does not start"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(runHelper(c.package), c.exitCode) << c.what << "\n" << log().toStdString();
+        EXPECT_EQ(install(c.package), c.exitCode) << c.what << "\n" << log().toStdString();
         EXPECT_TRUE(log().contains(QString::fromUtf8(c.logged))) << c.what;
         EXPECT_TRUE(QFileInfo::exists(bundle_ + QStringLiteral("/RELEASE-A"))) << c.what;
         EXPECT_TRUE(QFileInfo(bundle_ + QStringLiteral("/bin/velt-compressor")).isExecutable());
@@ -123,24 +118,16 @@ TEST_F(HelperRunTest, RefusedPackagesLeaveTheInstalledBundleAsItWas) {
     }
 }
 
-TEST_F(HelperRunTest, AProcessThatDoesNotEndAndABadTargetChangeNothing) {
-    const QByteArray good =
-        makePackage({{QStringLiteral("velt-compressor/VELT-BUNDLE"), Type::file, {}}});
+TEST_F(HelperRunTest, AProcessThatDoesNotEndABadTargetAndBadArgumentsChangeNothing) {
+    const QByteArray good = makePackage({{"velt-compressor/VELT-BUNDLE", Type::file, {}}});
     // This test process does not end while the helper waits for it.
-    EXPECT_EQ(runHelper(good, QCoreApplication::applicationPid()), 3);
+    EXPECT_EQ(install(good, QCoreApplication::applicationPid()), 3);
     EXPECT_TRUE(log().contains(QStringLiteral(" did not end; nothing was changed")));
     QFile::remove(bundle_ + QStringLiteral("/VELT-BUNDLE"));
-    EXPECT_EQ(runHelper(good), 4);
+    EXPECT_EQ(install(good), 4);
     EXPECT_TRUE(log().contains(QStringLiteral("Not a bundle: ")));
     EXPECT_TRUE(QFileInfo::exists(bundle_ + QStringLiteral("/RELEASE-A")));
-
-    QProcess bare;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("VELT_LOG_DIR"), logs_.path());
-    bare.setProcessEnvironment(environment);
-    bare.start(QStringLiteral(VELT_UPDATER), {QStringLiteral("--pid")});
-    ASSERT_TRUE(bare.waitForFinished(10000));
-    EXPECT_EQ(bare.exitCode(), 2);
+    EXPECT_EQ(runHelper({QStringLiteral("--pid")}), 2);
     EXPECT_TRUE(log().contains(QStringLiteral("Bad arguments; usage: velt-updater")));
 }
 
