@@ -37,10 +37,7 @@ class EndToEndUpdateTest : public ::testing::Test {
 
     // Publishes `package` as release 99.0 and runs the installed program's --update to its end.
     int runUpdate(const QByteArray& package) {
-        rig_.put(QStringLiteral("velt.tar.gz"), package);
-        rig_.put(QStringLiteral("latest.json"),
-                 HttpsRig::manifest(QStringLiteral("99.0"), rig_.url(QStringLiteral("velt.tar.gz")),
-                                    sha256Hex(package)));
+        rig_.offer(QStringLiteral("latest.json"), QStringLiteral("99.0"), package);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         for (const char* folder : {"VELT_CONFIG_DIR", "VELT_LOG_DIR", "XDG_CONFIG_HOME"})
             environment.insert(QString::fromUtf8(folder), data_.path());

@@ -56,6 +56,13 @@ void HttpsRig::put(const QString& name, const QByteArray& bytes) {
     writeFile(dir_.filePath(QStringLiteral("site/") + name), bytes);
 }
 
+void HttpsRig::offer(const QString& manifestName, const QString& version,
+                     const QByteArray& package) {
+    put(manifestName + QStringLiteral(".tar.gz"), package);
+    put(manifestName,
+        manifest(version, url(manifestName + QStringLiteral(".tar.gz")), sha256Hex(package)));
+}
+
 QList<QSslCertificate> HttpsRig::authority() const {
     return QSslCertificate::fromPath(authorityFile());
 }

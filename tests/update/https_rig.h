@@ -23,6 +23,8 @@ class HttpsRig {
     bool ready() const { return httpsPort_ > 0; }
     QUrl url(const QString& path) const;  // https://localhost:PORT/path
     void put(const QString& name, const QByteArray& bytes);
+    // Serves `package` and, as `manifestName`, a manifest offering it as release `version`.
+    void offer(const QString& manifestName, const QString& version, const QByteArray& package);
     QString authorityFile() const { return dir_.filePath(QStringLiteral("ca.pem")); }
     QList<QSslCertificate> authority() const;
     // The paths requested so far, in order.
