@@ -1,5 +1,7 @@
 #include "ui_test_support.h"
 
+#include "ui/popup_helpers.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -17,6 +19,11 @@ bool processEventsUntil(const std::function<bool()>& done, double seconds) {
         QThread::msleep(5);
     }
     return true;
+}
+
+void choose(QComboBox* popup, const QString& value) {
+    ui::selectPopup(popup, value);
+    Q_EMIT popup->activated(popup->currentIndex());
 }
 
 QImage pixelsOf(QWidget& widget) {

@@ -17,6 +17,9 @@ namespace velt::testing {
 // Runs the event loop until `done` holds or `seconds` pass; whether it held.
 bool processEventsUntil(const std::function<bool()>& done, double seconds = 5.0);
 
+// Chooses the item of `popup` carrying `value` as the user does.
+void choose(QComboBox* popup, const QString& value);
+
 // The widget's real pixels, as it paints itself once the event loop has laid it out.
 QImage pixelsOf(QWidget& widget);
 

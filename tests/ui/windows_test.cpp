@@ -65,7 +65,6 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         {optimal, "result", ru, "Уже оптимально"},
         {optimal, "saved", en, "—"},
         {failed, "result", en, "The image is too large"},
-        {failed, "saved", en, "—"},
         {failedSilently, "result", en, "Error"},
         {compressed, "date", en, "11/23/26, 2:05 PM"},
         {compressed, "date", ru, "23.11.2026, 14:05"},
@@ -95,8 +94,6 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
     HistoryViewController& view = *window.historyViewController();
     store_.onChange = [&] { window.render(); };
     window.showWindow();
-    EXPECT_EQ(window.window()->size(), QSize(700, 440));
-    EXPECT_EQ(window.window()->minimumSize(), QSize(600, 320));
     // Empty: no table, the empty text, the placeholder summary, nothing to clear.
     EXPECT_FALSE(view.tableView()->isVisible());
     EXPECT_TRUE(view.emptyLabel()->isVisible());
@@ -124,7 +121,6 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
     EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Compression history"));
     EXPECT_EQ(view.model()->headerData(2, Qt::Horizontal, Qt::DisplayRole).toString(),
               QStringLiteral("Saved"));
-    EXPECT_EQ(view.tableView()->columnWidth(0), 220);
     keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-en"));
 
     // Cancelling keeps the list; confirming clears it and leaves every file.
@@ -166,8 +162,7 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
     view.autostartSwitch()->click();
     EXPECT_FALSE(loadAppConfig().autostart);
     EXPECT_FALSE(QFileInfo::exists(entry));
-    selectPopup(view.metadataPopup(), QStringLiteral("strip"));
-    Q_EMIT view.metadataPopup()->activated(view.metadataPopup()->currentIndex());
+    choose(view.metadataPopup(), QStringLiteral("strip"));
     EXPECT_EQ(loadAppConfig().metadataPolicy, MetadataPolicy::strip);
 
     // The language: every row rebuilt in English at once, none left in Russian, the window title
@@ -181,8 +176,7 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
     };
     const QStringList russian = texts();
     QWidget* before = view.contentHost();
-    view.languagePopup()->setCurrentIndex(1);
-    Q_EMIT view.languagePopup()->activated(1);
+    choose(view.languagePopup(), QStringLiteral("english"));
     EXPECT_EQ(loadAppConfig().language, AppLanguage::english);
     EXPECT_NE(view.contentHost(), before);
     EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Settings"));
@@ -232,8 +226,6 @@ TEST(SettingsUpdateButton, FollowsTheUpdaterThroughACheck) {
     ASSERT_TRUE(processEventsUntil([&] { return button->isEnabled(); }, 20));
     EXPECT_EQ(button->text(), QStringLiteral("Check"));
     EXPECT_FALSE(presenter.dialogs.empty()) << "the failure is shown to the user";
-    store.setLanguage(AppLanguage::russian);
-    EXPECT_EQ(window.settingsViewController()->updateButton()->text(), QStringLiteral("Проверить"));
 }
 
 TEST(SettingsText, DisplayVersionDropsOnlyATrailingDoubleZero) {
