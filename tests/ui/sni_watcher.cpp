@@ -1,7 +1,8 @@
 // A stand-in for the desktop's tray host (KDE, XFCE, GNOME with AppIndicator): owns
 // org.kde.StatusNotifierWatcher on the session bus, accepts the program's tray item, then clicks
 // it through its Activate method as a panel would. Prints "registered SERVICE" and
-// "activated SERVICE" as it goes.
+// "activated SERVICE" as it goes. It answers what a Qt tray item asks of a watcher: the
+// description of its interface, whether a host is registered, and the item's registration.
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -13,9 +14,6 @@
 
 namespace {
 
-const QString watcherInterface = QStringLiteral("org.kde.StatusNotifierWatcher");
-const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
-
 class Watcher : public QDBusVirtualObject {
   public:
     QString introspect(const QString&) const override {
@@ -25,49 +23,29 @@ class Watcher : public QDBusVirtualObject {
             "direction=\"in\"/></method>"
             "<method name=\"RegisterStatusNotifierHost\"><arg type=\"s\" "
             "direction=\"in\"/></method>"
-            "<property name=\"RegisteredStatusNotifierItems\" type=\"as\" access=\"read\"/>"
             "<property name=\"IsStatusNotifierHostRegistered\" type=\"b\" access=\"read\"/>"
-            "<property name=\"ProtocolVersion\" type=\"i\" access=\"read\"/>"
             "</interface>");
     }
 
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
-        if (message.interface() == propertiesInterface) {
-            const QString name = message.arguments().value(1).toString();
-            if (message.member() == QLatin1String("Get")) {
-                connection.send(
-                    message.createReply(QVariant::fromValue(QDBusVariant(property(name)))));
-                return true;
-            }
-            if (message.member() == QLatin1String("GetAll")) {
-                QVariantMap all;
-                for (const char* key : {"RegisteredStatusNotifierItems",
-                                        "IsStatusNotifierHostRegistered", "ProtocolVersion"})
-                    all.insert(QString::fromUtf8(key), property(QString::fromUtf8(key)));
-                connection.send(message.createReply(all));
-                return true;
-            }
-            return false;
+        if (message.interface() == QLatin1String("org.freedesktop.DBus.Properties") &&
+            message.member() == QLatin1String("Get") &&
+            message.arguments().value(1).toString() ==
+                QLatin1String("IsStatusNotifierHostRegistered")) {
+            connection.send(message.createReply(QVariant::fromValue(QDBusVariant(true))));
+            return true;
         }
-        if (message.interface() != watcherInterface) return false;
+        if (message.interface() != QLatin1String("org.kde.StatusNotifierWatcher")) return false;
         connection.send(message.createReply());
         if (message.member() != QLatin1String("RegisterStatusNotifierItem")) return true;
-        QString service = message.arguments().value(0).toString();
-        if (service.startsWith(QLatin1Char('/'))) service = message.service();
-        items_ << service;
+        const QString service = message.arguments().value(0).toString();
         print(QStringLiteral("registered ") + service);
-        QTimer::singleShot(800, [this, service] { activate(service); });
+        QTimer::singleShot(800, [service] { activate(service); });
         return true;
     }
 
   private:
-    QVariant property(const QString& name) const {
-        if (name == QLatin1String("IsStatusNotifierHostRegistered")) return true;
-        if (name == QLatin1String("ProtocolVersion")) return 0;
-        return items_;
-    }
-
-    void activate(const QString& service) {
+    static void activate(const QString& service) {
         QDBusMessage call = QDBusMessage::createMethodCall(
             service, QStringLiteral("/StatusNotifierItem"),
             QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("Activate"));
@@ -79,8 +57,6 @@ class Watcher : public QDBusVirtualObject {
     }
 
     static void print(const QString& line) { QTextStream(stdout) << line << Qt::endl; }
-
-    QStringList items_;
 };
 
 }  // namespace
