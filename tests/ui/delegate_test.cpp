@@ -17,12 +17,11 @@ class RecordingShell : public StatusBarShell {
     ScriptedPresenter presenterFake;
     QStringList titles;
     int panelsShown = 0;
-    int refreshes = 0;
 
     Presenter& presenter() override { return presenterFake; }
     void createStatusItem(AppStore&) override {}
     void setStatusTitle(const QString& title) override { titles << title; }
-    void refreshPanel() override { ++refreshes; }
+    void refreshPanel() override {}
     void showPanel() override { ++panelsShown; }
 };
 

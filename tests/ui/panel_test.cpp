@@ -36,10 +36,6 @@ class PanelTest : public ::testing::Test {
         panel_ = std::make_unique<MenuPanel>(*store_, std::move(callbacks), MenuPanel::Mode::popup);
         store_->onChange = [this] { panel_->content()->render(); };
     }
-    void TearDown() override {
-        panel_.reset();
-        store_.reset();
-    }
 
     PopoverViewController& content() { return *panel_->content(); }
 
