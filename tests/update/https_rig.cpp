@@ -20,22 +20,16 @@ void openssl(const QString& folder, const QString& arguments) {
 }  // namespace
 
 HttpsRig::HttpsRig() {
-    const QString folder = dir_.path();
-    QDir(folder).mkdir(QStringLiteral("site"));
-    writeFile(dir_.filePath(QStringLiteral("leaf.ext")),
-              "subjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:FALSE\n"
-              "extendedKeyUsage=serverAuth\n");
-    const QString key = QStringLiteral("-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes");
-    openssl(folder, QStringLiteral("req -x509 ") + key +
-                        QStringLiteral(" -keyout ca.key -out ca.pem -days 2 -subj /CN=VeltTestCA"));
-    openssl(folder, QStringLiteral("req ") + key +
-                        QStringLiteral(" -keyout leaf.key -out leaf.csr -subj /CN=localhost"));
-    openssl(folder, QStringLiteral("x509 -req -in leaf.csr -CA ca.pem -CAkey ca.key "
-                                   "-CAcreateserial -out leaf.pem -days 2 -extfile leaf.ext"));
-    server_.start(
-        QStringLiteral("python3"),
-        {QStringLiteral(VELT_HTTPS_SERVER), dir_.filePath(QStringLiteral("site")),
-         dir_.filePath(QStringLiteral("leaf.pem")), dir_.filePath(QStringLiteral("leaf.key"))});
+    // One self-signed certificate for localhost, trusted as its own authority.
+    QDir(dir_.path()).mkdir(QStringLiteral("site"));
+    openssl(dir_.path(),
+            QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes "
+                           "-keyout localhost.key -out localhost.pem -days 2 -subj /CN=localhost "
+                           "-addext subjectAltName=DNS:localhost,IP:127.0.0.1"));
+    server_.start(QStringLiteral("python3"),
+                  {QStringLiteral(VELT_HTTPS_SERVER), dir_.filePath(QStringLiteral("site")),
+                   dir_.filePath(QStringLiteral("localhost.pem")),
+                   dir_.filePath(QStringLiteral("localhost.key"))});
     if (!server_.waitForStarted()) return;
     while (!server_.canReadLine() && server_.waitForReadyRead(30000)) {
     }

@@ -1,6 +1,6 @@
-// A real local HTTPS server for the update tests: a certificate authority and a localhost
-// certificate made with openssl for this test alone, and https_server.py serving the files
-// put into it (see that script for the paths that misbehave on purpose).
+// A real local HTTPS server for the update tests: a self-signed localhost certificate made with
+// openssl for this test alone, trusted as the one extra authority, and https_server.py serving
+// the files put into it (see that script for the paths that misbehave on purpose).
 #pragma once
 
 #include <QByteArray>
@@ -25,7 +25,7 @@ class HttpsRig {
     void put(const QString& name, const QByteArray& bytes);
     // Serves `package` and, as `manifestName`, a manifest offering it as release `version`.
     void offer(const QString& manifestName, const QString& version, const QByteArray& package);
-    QString authorityFile() const { return dir_.filePath(QStringLiteral("ca.pem")); }
+    QString authorityFile() const { return dir_.filePath(QStringLiteral("localhost.pem")); }
     QList<QSslCertificate> authority() const;
     // The paths requested so far, in order.
     QStringList requests();
