@@ -14,6 +14,8 @@ namespace {
 
 using Type = PackageEntry::Type;
 
+// The plain escapes (a "..", an absolute name, a link out) are refused through the real helper
+// below; these are the edge cases beside them.
 TEST(UpdateHelperTest, EntryNamesAndLinksMustStayInsideThePackage) {
     const struct {
         const char* name;
@@ -25,12 +27,9 @@ TEST(UpdateHelperTest, EntryNamesAndLinksMustStayInsideThePackage) {
         {"velt-compressor/lib/a.so", "a.so.1", true},
         {"velt-compressor/lib/a.so", "../bin/x", true},
         {"velt-compressor/lib/a.so", "../../velt-compressor/x", true},
-        {"velt-compressor/lib/a.so", "../../../etc/passwd", false},
         {"velt-compressor/lib/a.so", "/etc/passwd", false},
-        {"velt-compressor/../../evil", "", false},
         {"velt-compressor/a/../b", "", false},
         {"../evil", "", false},
-        {"/etc/evil", "", false},
         {"", "", false},
         {"link-at-top", "x", true},
         {".", "x", false},
@@ -83,7 +82,6 @@ TEST_F(HelperRunTest, RefusedPackagesLeaveTheInstalledBundleAsItWas) {
         int exitCode;
         const char* logged;
     } cases[] = {
-        {"not an archive", QByteArray(5000, 'x'), 5, "Package refused: "},
         {"dot-dot path", makePackage({top, {"velt-compressor/../../evil", Type::file, "x"}}), 5,
          "entry leaves the package folder"},
         {"absolute path", makePackage({top, {"/tmp/velt-evil", Type::file, "x"}}), 5,
