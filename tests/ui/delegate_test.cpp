@@ -88,7 +88,6 @@ TEST_F(DelegateTest, ANoticeOutranksProgressAndANewerNoticeOutlivesAnOlderExpiry
 TEST(TrayBadge, TheTitleIsDrawnIntoTheIconReadablyAtEverySize) {
     EXPECT_EQ(ui::TrayStatusItem::badgeText(QStringLiteral(" 42%")), QStringLiteral("42"));
     EXPECT_EQ(ui::TrayStatusItem::badgeText(QStringLiteral(" ! Ошибка")), QStringLiteral("!"));
-    EXPECT_EQ(ui::TrayStatusItem::badgeText(QStringLiteral(" ✓ Optimal")), QStringLiteral("✓"));
     EXPECT_EQ(ui::TrayStatusItem::badgeText(QString()), QString());
     const QIcon base = ui::TrayStatusItem::statusBarIcon();
     ASSERT_FALSE(base.isNull());

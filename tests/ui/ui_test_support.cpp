@@ -47,18 +47,4 @@ void keepScreenshot(const QImage& image, const QString& name) {
         << name.toStdString();
 }
 
-QRect boundsOfPixelsUnlike(const QImage& image, QColor background, int tolerance) {
-    QRect bounds;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            const QColor pixel = image.pixelColor(x, y);
-            if (std::abs(pixel.red() - background.red()) > tolerance ||
-                std::abs(pixel.green() - background.green()) > tolerance ||
-                std::abs(pixel.blue() - background.blue()) > tolerance)
-                bounds |= QRect(x, y, 1, 1);
-        }
-    }
-    return bounds;
-}
-
 }  // namespace velt::testing

@@ -1,4 +1,5 @@
-// Shared by the widget tests: waiting on the event loop, pixels and screenshots.
+// Shared by the widget tests: waiting on the event loop, choosing in pop-ups, pixels and
+// screenshots.
 #pragma once
 
 #include "app/app_store.h"
@@ -28,9 +29,5 @@ bool showsWholeCurrentText(const QComboBox& popup);
 
 // Saves `image` as <build>/test-artifacts/<name>.png for a reviewer to look at.
 void keepScreenshot(const QImage& image, const QString& name);
-
-// The bounding box of the pixels of `image` that differ from `background` by more than
-// `tolerance` in any channel.
-QRect boundsOfPixelsUnlike(const QImage& image, QColor background, int tolerance = 40);
 
 }  // namespace velt::testing
