@@ -1,6 +1,5 @@
-// The delegate's status item: notice titles, the precedence of notice over progress over the
-// bare icon, the 4-second expiry that never clears a newer notice, the launch sequence, and the
-// tray icon's badge drawn into real pixels.
+// The delegate's status item: notice titles, the 4-second expiry that never clears a newer
+// notice, the launch sequence, and the tray icon's badge drawn into real pixels.
 #include "app/app_delegate.h"
 #include "model/config_file.h"
 #include "ui/tray_status_item.h"
@@ -64,7 +63,7 @@ TEST_F(DelegateTest, AFirstRunOpensThePanelAndAStoppedWatchStaysStopped) {
     EXPECT_EQ(shell_.panelsShown, 0);
 }
 
-TEST_F(DelegateTest, ANoticeOutranksProgressAndANewerNoticeOutlivesAnOlderExpiry) {
+TEST_F(DelegateTest, ANewerNoticeOutlivesTheOlderOnesExpiry) {
     AppDelegate delegate(shell_);
     delegate.applicationDidFinishLaunching();
     using E = CompressionNotificationEvent;
