@@ -14,8 +14,8 @@ namespace {
 
 using Type = PackageEntry::Type;
 
-// The plain escapes (a "..", an absolute name, a link out) are refused through the real helper
-// below; these are the edge cases beside them.
+// The function itself, apart from the other defences of the extraction: the real helper below
+// refuses the same escapes even when this check alone would let them pass.
 TEST(UpdateHelperTest, EntryNamesAndLinksMustStayInsideThePackage) {
     const struct {
         const char* name;
@@ -27,9 +27,12 @@ TEST(UpdateHelperTest, EntryNamesAndLinksMustStayInsideThePackage) {
         {"velt-compressor/lib/a.so", "a.so.1", true},
         {"velt-compressor/lib/a.so", "../bin/x", true},
         {"velt-compressor/lib/a.so", "../../velt-compressor/x", true},
+        {"velt-compressor/lib/a.so", "../../../etc/passwd", false},
         {"velt-compressor/lib/a.so", "/etc/passwd", false},
+        {"velt-compressor/../../evil", "", false},
         {"velt-compressor/a/../b", "", false},
         {"../evil", "", false},
+        {"/etc/evil", "", false},
         {"", "", false},
         {"link-at-top", "x", true},
         {".", "x", false},
