@@ -2,8 +2,6 @@
 //
 // Environment:
 //   VELT_STANDIN_IGNORE_TERM=1  ignore SIGTERM, so that only SIGKILL ends it early.
-//   VELT_STANDIN_TERM_EXIT0=1   on SIGTERM exit at once with status 0 (a tool that reports success
-//                               even though it was stopped).
 //   VELT_STANDIN_READY=<file>   once the signal handling is in place, write the process id to
 //                               <file> (complete when the file appears: written beside it, then
 //                               renamed), so that a test knows it runs and which pid to check.
@@ -23,10 +21,6 @@ bool flagSet(const char* name) {
     return value != nullptr && std::strcmp(value, "1") == 0;
 }
 
-void exitSuccessfully(int) {
-    _exit(0);
-}
-
 bool announceReady(const char* path) {
     const std::string temporary = std::string(path) + ".partial";
     std::FILE* file = std::fopen(temporary.c_str(), "w");
@@ -40,7 +34,6 @@ bool announceReady(const char* path) {
 
 int main() {
     if (flagSet("VELT_STANDIN_IGNORE_TERM")) std::signal(SIGTERM, SIG_IGN);
-    if (flagSet("VELT_STANDIN_TERM_EXIT0")) std::signal(SIGTERM, exitSuccessfully);
     if (const char* ready = std::getenv("VELT_STANDIN_READY"); ready && *ready) {
         if (!announceReady(ready)) return 2;
     }
