@@ -8,7 +8,9 @@
 
 #include <QDir>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -59,10 +61,7 @@ struct Call {
 
 class EngineRig {
   public:
-    explicit EngineRig(FolderCompressor::Processor behaviour = nullptr) {
-        engine = std::make_unique<FolderCompressor>();
-        attach(behaviour);
-    }
+    explicit EngineRig(FolderCompressor::Processor behaviour = nullptr) { relaunch(behaviour); }
 
     // The engine reports while it stops: it must go before the records it reports into.
     ~EngineRig() { engine.reset(); }
@@ -83,6 +82,9 @@ class EngineRig {
     std::vector<CompressionNotificationEvent> events() const { return locked(events_); }
     std::vector<CompressionHistoryEntry> history() const { return locked(history_); }
     std::size_t callCount() const { return calls().size(); }
+    std::size_t callsEndingWith(const QString& name) const {
+        return std::ranges::count_if(calls(), [&](const Call& c) { return c.file.endsWith(name); });
+    }
     QByteArray log() const { return readFile(data.file(QStringLiteral("native.log"))); }
 
     IsolatedDataFolder data;
@@ -96,25 +98,21 @@ class EngineRig {
         return value;
     }
 
+    template <typename T>
+    std::function<void(const T&)> recordInto(std::vector<T>& records) {
+        return [this, &records](const T& record) {
+            const std::lock_guard lock(mutex_);
+            records.push_back(record);
+        };
+    }
+
     void attach(FolderCompressor::Processor behaviour) {
         engine->setTimingForTesting(fastTiming());
-        engine->callbacks.onStats = [this](const CompressionStats& s) {
-            const std::lock_guard lock(mutex_);
-            stats_.push_back(s);
-        };
-        engine->callbacks.onEvent = [this](const CompressionNotificationEvent& e) {
-            const std::lock_guard lock(mutex_);
-            events_.push_back(e);
-        };
-        engine->callbacks.onHistory = [this](const CompressionHistoryEntry& h) {
-            const std::lock_guard lock(mutex_);
-            history_.push_back(h);
-        };
+        engine->callbacks.onStats = recordInto(stats_);
+        engine->callbacks.onEvent = recordInto(events_);
+        engine->callbacks.onHistory = recordInto(history_);
         engine->setProcessorForTesting([this, behaviour](EngineContext& context, const QString& f) {
-            {
-                const std::lock_guard lock(mutex_);
-                calls_.push_back({f, QFileInfo(f).size()});
-            }
+            recordInto(calls_)({f, QFileInfo(f).size()});
             if (behaviour) return behaviour(context, f);
             return settle(context, f);
         });

@@ -141,12 +141,7 @@ TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
                                    ": Broken image"));
 
     // That version of the broken file is not tried again, however many scans pass...
-    const auto attemptsOnBad = [&] {
-        std::size_t count = 0;
-        for (const testing::Call& call : rig.calls())
-            count += call.file.endsWith(QLatin1String("bad.jpg"));
-        return count;
-    };
+    const auto attemptsOnBad = [&] { return rig.callsEndingWith(QStringLiteral("bad.jpg")); };
     std::this_thread::sleep_for(20 * testing::fastTiming().polling);
     EXPECT_EQ(attemptsOnBad(), 1u);
     EXPECT_EQ(rig.history().size(), 2u);
@@ -312,10 +307,7 @@ TEST(FolderCompressorEvents, ChangesArePickedUpAndIdleTicksListNothing) {
         rig.start();
         QTemporaryDir outside;
         const auto processedCount = [&](const char* name) {
-            std::size_t count = 0;
-            for (const testing::Call& call : rig.calls())
-                count += call.file.endsWith(QString::fromUtf8(name));
-            return count;
+            return rig.callsEndingWith(QString::fromUtf8(name));
         };
         testing::writeFile(rig.file(QStringLiteral("dropped.jpg")), "a");
         EXPECT_TRUE(eventually([&] { return processedCount("dropped.jpg") == 1; }));
