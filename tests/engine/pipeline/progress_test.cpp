@@ -17,13 +17,6 @@ TEST(SmoothProgressValues, EasesOutAndStaysWithinRange) {
         EXPECT_EQ(SmoothProgress::valueAt(55, 88, fraction * 10s, 10s), expected) << fraction;
 }
 
-TEST(SmoothProgressValues, EstimatedEncodingTime) {
-    EXPECT_DOUBLE_EQ(estimatedEncodingSeconds(ImageFormat::jpeg, 40'000'000), 18.0);  // 57.2 capped
-    EXPECT_DOUBLE_EQ(estimatedEncodingSeconds(ImageFormat::png, 100'000), 2.5);
-    EXPECT_DOUBLE_EQ(estimatedEncodingSeconds(ImageFormat::webp, 5'000'000), 1.6 + 5 * 1.6);
-    EXPECT_DOUBLE_EQ(estimatedEncodingSeconds(ImageFormat::heic, 4'000'000), 1.4 + 4 * 1.5);
-}
-
 TEST(SmoothProgressTicks, ReportCopiesAndStopWhenDestroyed) {
     std::mutex mutex;
     std::vector<CompressionStats> ticks;
