@@ -195,22 +195,9 @@ TEST(RasterLimits, Table) {
             EXPECT_EQ(error.kind(), ImageSafetyError::resourceLimitExceeded);
         }
     }
-    EXPECT_THROW(
-        try { validatedDecodedRasterByteCount(0, 10); } catch (const ImageSafetyError& e) {
-            EXPECT_EQ(e.errorDescription(), QStringLiteral("The image has invalid dimensions."));
-            throw;
-        },
-        ImageSafetyError);
+    EXPECT_THROW(validatedDecodedRasterByteCount(0, 10), ImageSafetyError);
     EXPECT_THROW(validatedDecodedRasterByteCount(10, -1), ImageSafetyError);
-    EXPECT_EQ(ImageSafetyError::limitExceeded(7072, 7071).errorDescription(),
-              QStringLiteral("The image is too large to process safely (7072×7071)."));
 }
-
-}  // namespace
-}  // namespace velt
-
-namespace velt {
-namespace {
 
 // An encoded file is kept only when it is non-empty and decodes; otherwise it is deleted.
 TEST(EncodedImageChecks, RejectedFilesAreDeleted) {
@@ -264,24 +251,15 @@ TEST(EncodedImageChecks, EveryFormatIsDecodedWithItsDimensions) {
     }
 }
 
-}  // namespace
-}  // namespace velt
-
-namespace velt {
-namespace {
+QByteArray be32(std::uint32_t v) {
+    return QByteArray(1, char(v >> 24)) + char(v >> 16) + char(v >> 8) + char(v);
+}
 
 // An APNG: a PNG with an acTL chunk right after IHDR announcing `frames` frames.
 QByteArray withAnimationControl(const QByteArray& png, std::uint32_t frames) {
-    QByteArray body("acTL");
-    for (const std::uint32_t value : {frames, 0u})
-        for (int shift = 24; shift >= 0; shift -= 8) body.append(static_cast<char>(value >> shift));
-    const quint32 crc = static_cast<quint32>(::crc32(
-        0, reinterpret_cast<const Bytef*>(body.constData()), static_cast<uInt>(body.size())));
-    QByteArray chunk;
-    for (int shift = 24; shift >= 0; shift -= 8) chunk.append(static_cast<char>(8u >> shift));
-    chunk += body;
-    for (int shift = 24; shift >= 0; shift -= 8) chunk.append(static_cast<char>(crc >> shift));
-    return png.left(33) + chunk + png.mid(33);  // signature (8) + IHDR (25)
+    const QByteArray body = "acTL" + be32(frames) + be32(0);
+    const auto crc = ::crc32(0, reinterpret_cast<const Bytef*>(body.constData()), body.size());
+    return png.left(33) + be32(8) + body + be32(crc) + png.mid(33);  // signature (8) + IHDR (25)
 }
 
 // An animation is left as it is, in either policy, and said so once; a still stays a still.
