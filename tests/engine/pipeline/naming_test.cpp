@@ -202,12 +202,6 @@ TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
                     .contains("Removed stale output logo_veltcompressed.jpg"));
 }
 
-}  // namespace
-}  // namespace velt
-
-namespace velt {
-namespace {
-
 // A file that appears under the output's name while the image is being encoded is the user's.
 TEST_F(NamingTest, AFileThatAppearsUnderTheOutputNameMeanwhileIsLeftAlone) {
     context.config.originalPolicy = OriginalPolicy::replace;
@@ -224,12 +218,6 @@ TEST_F(NamingTest, AFileThatAppearsUnderTheOutputNameMeanwhileIsLeftAlone) {
     for (const QString& name : folderNames())
         EXPECT_FALSE(name.startsWith(QLatin1Char('.'))) << name.toStdString();
 }
-
-}  // namespace
-}  // namespace velt
-
-namespace velt {
-namespace {
 
 // Outputs keep the source's access: permission bits always, owner and group where allowed; and
 // every name the file system accepts can be processed, however long.
