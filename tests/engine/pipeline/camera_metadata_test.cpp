@@ -22,13 +22,13 @@ namespace {
 using testing::exiftoolTags;
 using testing::locationTags;
 using testing::tagValue;
+using namespace Qt::StringLiterals;
 
 // What a photographer cares about; each must come through unchanged where metadata is kept.
-const QStringList keptTags = {QStringLiteral("Make"),         QStringLiteral("Model"),
-                              QStringLiteral("LensModel"),    QStringLiteral("DateTimeOriginal"),
-                              QStringLiteral("ExposureTime"), QStringLiteral("FNumber"),
-                              QStringLiteral("ISO"),          QStringLiteral("Copyright"),
-                              QStringLiteral("Artist")};
+const QStringList keptTags = {
+    u"Make"_s,         u"Model"_s,   u"LensModel"_s, u"DateTimeOriginal"_s,
+    u"ExposureTime"_s, u"FNumber"_s, u"ISO"_s,       u"Copyright"_s,
+    u"Artist"_s};
 
 // 2015-10-29 15:44:44 UTC: the day the first photograph was taken.
 constexpr std::time_t captureDay = 1446133484;
@@ -38,12 +38,10 @@ constexpr std::time_t captureDay = 1446133484;
 QString preparedSource(const QString& photo, const QString& path) {
     EXPECT_TRUE(QFile::copy(photo, path));
     EXPECT_TRUE(testing::exiftoolWrite(
-        path,
-        {QStringLiteral("-Copyright=VELT test copyright"), QStringLiteral("-GPSLatitude=48.8584"),
-         QStringLiteral("-GPSLatitudeRef=N"), QStringLiteral("-GPSLongitude=2.2945"),
-         QStringLiteral("-GPSLongitudeRef=E"), QStringLiteral("-XMP-photoshop:City=Paris"),
-         QStringLiteral("-XMP-exif:GPSLatitude=48.8584"),
-         QStringLiteral("-XMP-exif:GPSLongitude=2.2945"), QStringLiteral("-IFD0:Orientation#=6")}));
+        path, {u"-Copyright=VELT test copyright"_s, u"-GPSLatitude=48.8584"_s,
+               u"-GPSLatitudeRef=N"_s, u"-GPSLongitude=2.2945"_s, u"-GPSLongitudeRef=E"_s,
+               u"-XMP-photoshop:City=Paris"_s, u"-XMP-exif:GPSLatitude=48.8584"_s,
+               u"-XMP-exif:GPSLongitude=2.2945"_s, u"-IFD0:Orientation#=6"_s}));
     const struct timespec times[2] = {{captureDay, 250'000'000}, {captureDay, 500'000'000}};
     EXPECT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0), 0);
     return path;

@@ -12,6 +12,8 @@
 namespace velt::testing {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 const char* const wallpapers[] = {"FallenLeaf", "ColorfulCups", "Path"};
 
 QString cacheFolder() {
@@ -54,9 +56,7 @@ QStringList cameraPhotos() {
 
 QJsonObject exiftoolTags(const QString& path) {
     const auto output =
-        runProgram(QStringLiteral("exiftool"),
-                   {QStringLiteral("-j"), QStringLiteral("-a"), QStringLiteral("-G1"),
-                    QStringLiteral("-n"), QStringLiteral("-q"), QStringLiteral("-q"), path});
+        runProgram(u"exiftool"_s, {u"-j"_s, u"-a"_s, u"-G1"_s, u"-n"_s, u"-q"_s, u"-q"_s, path});
     if (!output) {
         ADD_FAILURE() << "exiftool could not read " << path.toStdString();
         return {};

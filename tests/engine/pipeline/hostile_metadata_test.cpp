@@ -65,40 +65,35 @@ QByteArray withApp1(const QByteArray& jpeg, const QByteArray& payload) {
     return jpeg.left(2) + QByteArray("\xFF\xE1", 2) + length + payload + jpeg.mid(2);
 }
 
-struct HostileCase {
-    const char* name;
-    QByteArray app1;
-};
-
 TEST(HostileMetadata, IsDroppedWithOneLineAndThePhotoIsStillCompressed) {
     const QByteArray xmpHeader("http://ns.adobe.com/xap/1.0/\0", 29);
-    const HostileCase cases[] = {
+    const std::pair<const char*, QByteArray> cases[] = {
         {"junk", QByteArray("Exif\0\0", 6) + junkExif()},
         {"loop", QByteArray("Exif\0\0", 6) + loopingExif()},
         {"makernote", QByteArray("Exif\0\0", 6) + lyingMakerNoteExif()},
         {"xmp", xmpHeader + QByteArray("<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF><unclosed")},
     };
-    for (const HostileCase& c : cases) {
+    for (const auto& [name, app1] : cases) {
         testing::ContextRig rig;
         const QString source = rig.file(QStringLiteral("hostile.jpg"));
         ASSERT_TRUE(testing::writeJPEGWithCjpeg(testing::photoLikeBitmap(160, 120), 95, source));
-        testing::writeFile(source, withApp1(testing::readFile(source), c.app1));
+        testing::writeFile(source, withApp1(testing::readFile(source), app1));
 
         FolderCompressionResult result;
-        ASSERT_NO_THROW(result = process(rig.context, source)) << c.name;
-        ASSERT_TRUE(result.didWrite) << c.name;
+        ASSERT_NO_THROW(result = process(rig.context, source)) << name;
+        ASSERT_TRUE(result.didWrite) << name;
         const QString output = *result.historyEntry->outputURL;
         const auto decoded = testing::decodeIndependently(output);
-        ASSERT_TRUE(decoded) << c.name;
-        EXPECT_EQ(decoded->width, 160) << c.name;
+        ASSERT_TRUE(decoded) << name;
+        EXPECT_EQ(decoded->width, 160) << name;
         const QByteArray log = testing::readFile(rig.data.file(QStringLiteral("native.log")));
-        EXPECT_EQ(log.count("Metadata dropped from hostile.jpg: "), 1) << c.name << "\n"
+        EXPECT_EQ(log.count("Metadata dropped from hostile.jpg: "), 1) << name << "\n"
                                                                        << log.toStdString();
         // Nothing of the hostile block reached the output.
         const QJsonObject tags = testing::exiftoolTags(output);
-        EXPECT_FALSE(testing::tagValue(tags, QStringLiteral("Make"))) << c.name;
-        EXPECT_FALSE(testing::tagValue(tags, QStringLiteral("MakerNoteUnknownText"))) << c.name;
-        EXPECT_LT(QFileInfo(output).size(), QFileInfo(source).size() - c.app1.size()) << c.name;
+        EXPECT_FALSE(testing::tagValue(tags, QStringLiteral("Make"))) << name;
+        EXPECT_FALSE(testing::tagValue(tags, QStringLiteral("MakerNoteUnknownText"))) << name;
+        EXPECT_LT(QFileInfo(output).size(), QFileInfo(source).size() - app1.size()) << name;
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -15,6 +16,7 @@ namespace velt {
 namespace {
 
 using testing::photoLikeBitmap;
+using namespace Qt::StringLiterals;
 
 struct MixedFolder {
     QTemporaryDir dir;
@@ -22,29 +24,24 @@ struct MixedFolder {
     std::map<QString, imageio::Bitmap> pictures;
 
     MixedFolder() {
-        const auto add = [this](const QString& name, const imageio::Bitmap& picture) {
-            originals[name] = testing::readFile(dir.filePath(name));
-            pictures[name] = picture;
-        };
         const imageio::Bitmap opaque = photoLikeBitmap(96, 72);
         const imageio::Bitmap transparent = photoLikeBitmap(96, 72, true);
-        testing::writeJPEGWithCjpeg(opaque, 95, dir.filePath(QStringLiteral("photo.jpg")));
-        add(QStringLiteral("photo.jpg"), opaque);
-        imageio::encodeImage(opaque, ImageFormat::png, 0, dir.filePath(QStringLiteral("flat.png")));
-        add(QStringLiteral("flat.png"), opaque);
-        imageio::encodeImage(transparent, ImageFormat::png, 0,
-                             dir.filePath(QStringLiteral("alpha.png")));
-        add(QStringLiteral("alpha.png"), transparent);
-        const QString pam = dir.filePath(QStringLiteral(".source.pam"));
+        testing::writeJPEGWithCjpeg(opaque, 95, dir.filePath(u"photo.jpg"_s));
+        imageio::encodeImage(opaque, ImageFormat::png, 0, dir.filePath(u"flat.png"_s));
+        imageio::encodeImage(transparent, ImageFormat::png, 0, dir.filePath(u"alpha.png"_s));
+        imageio::encodeImage(opaque, ImageFormat::heic, 90, dir.filePath(u"camera.heic"_s));
+        const QString pam = dir.filePath(u".source.pam"_s);
         testing::writeFile(pam, testing::toPNM(transparent, true));
-        testing::runProgram(QStringLiteral("cwebp"),
-                            {QStringLiteral("-quiet"), QStringLiteral("-q"), QStringLiteral("95"),
-                             pam, QStringLiteral("-o"), dir.filePath(QStringLiteral("web.webp"))});
+        testing::runProgram(
+            u"cwebp"_s, {u"-quiet"_s, u"-q"_s, u"95"_s, pam, u"-o"_s, dir.filePath(u"web.webp"_s)});
         QFile::remove(pam);
-        add(QStringLiteral("web.webp"), transparent);
-        imageio::encodeImage(opaque, ImageFormat::heic, 90,
-                             dir.filePath(QStringLiteral("camera.heic")));
-        add(QStringLiteral("camera.heic"), opaque);
+        pictures = {{u"photo.jpg"_s, opaque},
+                    {u"flat.png"_s, opaque},
+                    {u"alpha.png"_s, transparent},
+                    {u"web.webp"_s, transparent},
+                    {u"camera.heic"_s, opaque}};
+        for (const auto& [name, picture] : pictures)
+            originals[name] = testing::readFile(dir.filePath(name));
     }
 };
 
@@ -93,11 +90,9 @@ TEST_P(EveryStrategyAndPolicy, NothingIsLostAndEveryOutputLooksRight) {
         if (policy == OriginalPolicy::replace) {
             // Every original that was replaced is in the backup folder, byte for byte.
             QList<QByteArray> backups;
-            QDir backupRoot(folder.dir.filePath(QStringLiteral(".velt-compressor-backups")));
-            for (const QString& day : backupRoot.entryList(QDir::Dirs | QDir::NoDotAndDotDot))
-                for (const QString& copy : QDir(backupRoot.filePath(day)).entryList(QDir::Files))
-                    backups << testing::readFile(backupRoot.filePath(day + QLatin1Char('/') + copy))
-                                   .toHex();
+            QDirIterator it(folder.dir.filePath(u".velt-compressor-backups"_s), QDir::Files,
+                            QDirIterator::Subdirectories);
+            while (it.hasNext()) backups << testing::readFile(it.next()).toHex();
             for (const auto& [name, bytes] : folder.originals) {
                 if (testing::readFile(folder.dir.filePath(name)) == bytes) continue;
                 EXPECT_TRUE(backups.contains(bytes.toHex())) << label << " " << name.toStdString();
