@@ -126,15 +126,13 @@ TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
     ASSERT_GE(events.size(), 1u);
     EXPECT_EQ(events[0], CompressionNotificationEvent::processingFailed(
                              rig.file(QStringLiteral("bad.jpg")), QStringLiteral("Broken image")));
-    bool sawFailure = false;
-    for (const auto& entry : rig.history()) {
-        if (entry.status != CompressionHistoryStatus::failed) continue;
-        sawFailure = true;
-        EXPECT_EQ(entry.originalBytes, 1234);
-        EXPECT_EQ(entry.message, QStringLiteral("Broken image"));
-        EXPECT_FALSE(entry.outputURL);
-    }
-    EXPECT_TRUE(sawFailure);
+    const auto history = rig.history();
+    const auto failed = std::ranges::find(history, CompressionHistoryStatus::failed,
+                                          &CompressionHistoryEntry::status);
+    ASSERT_NE(failed, history.end());
+    EXPECT_EQ(failed->originalBytes, 1234);
+    EXPECT_EQ(failed->message, QStringLiteral("Broken image"));
+    EXPECT_FALSE(failed->outputURL);
     EXPECT_TRUE(
         eventually([&] { return rig.stats().back().errors >= 1 && rig.stats().back().done == 1; }));
     EXPECT_TRUE(rig.log().contains("Process error " + rig.file(QStringLiteral("bad.jpg")).toUtf8() +
