@@ -41,6 +41,11 @@ class PipelineTest : public ::testing::Test, protected testing::ContextRig {
         return path;
     }
 
+    // Where today's backup copy named `name` goes.
+    QString backupOf(const QString& name) const {
+        return file(QStringLiteral(".velt-compressor-backups/") + isoDay() + u'/' + name);
+    }
+
     // Every name in the folder, hidden ones included, except the backup folder's.
     QStringList folderNames() const { return testing::fileNamesIn(folder.path()); }
 
@@ -81,10 +86,7 @@ TEST_F(PipelineTest, ReplacePolicyKeepsAVerifiedBackupOfTheOriginal) {
     ASSERT_TRUE(result.didWrite);
     EXPECT_EQ(folderNames(), QStringList{QStringLiteral("b.jpg")});
     EXPECT_LT(QFileInfo(source).size(), original.size());
-    const QString backup = QDir(folder.path())
-                               .filePath(QStringLiteral(".velt-compressor-backups/") + isoDay() +
-                                         QStringLiteral("/b.original.jpg"));
-    EXPECT_EQ(testing::readFile(backup), original);
+    EXPECT_EQ(testing::readFile(backupOf(QStringLiteral("b.original.jpg"))), original);
     EXPECT_TRUE(decodeIndependently(source));
 }
 
@@ -102,9 +104,7 @@ TEST_F(PipelineTest, ASourceEditedBeforeInstallIsNeverOverwritten) {
     }
     EXPECT_EQ(testing::readFile(source), "the user's newer edit");
     EXPECT_EQ(folderNames(), QStringList{QStringLiteral("edited.jpg")});
-    EXPECT_FALSE(QDir(folder.path())
-                     .exists(QStringLiteral(".velt-compressor-backups/") + isoDay() +
-                             QStringLiteral("/edited.original.jpg")));
+    EXPECT_FALSE(QFileInfo::exists(backupOf(QStringLiteral("edited.original.jpg"))));
 }
 
 TEST_F(PipelineTest, AnAlreadySmallJPEGIsLeftAloneAsOptimal) {
@@ -292,9 +292,7 @@ TEST_F(PipelineTest, AnimationsAreLeftAsTheyAre) {
         EXPECT_TRUE(context.processedSignatures.contains(path));
     }
     EXPECT_TRUE(process(context, file(QStringLiteral("one-frame.png"))).didWrite);
-    EXPECT_FALSE(QDir(folder.path())
-                     .exists(QStringLiteral(".velt-compressor-backups/") + isoDay() +
-                             QStringLiteral("/moving.png")));
+    EXPECT_FALSE(QFileInfo::exists(backupOf(QStringLiteral("moving.png"))));
 }
 
 }  // namespace
