@@ -4,10 +4,9 @@
 #include "engine/install/safe_install.h"
 #include "engine_test_rig.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <QFile>
+#include <fstream>
 
 namespace velt {
 namespace {
@@ -92,11 +91,8 @@ TEST(FolderCompressorScan, UnsupportedFilesAreReportedOncePerVersion) {
         rig.start();
         testing::writeFile(rig.file(QStringLiteral("notes.txt")), "text");
         const QByteArray path = QFile::encodeName(rig.folder.path()) + '/' + name;
-        const auto write = [&](const QByteArray& bytes) {
-            const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            ASSERT_GE(fd, 0);
-            ASSERT_EQ(::write(fd, bytes.constData(), bytes.size()), bytes.size());
-            ::close(fd);
+        const auto write = [&](const char* bytes) {
+            ASSERT_TRUE(std::ofstream(path.constData(), std::ios::binary) << bytes);
         };
         write("movie");
         ASSERT_TRUE(eventually([&] { return rig.events().size() == 1; })) << logged;
