@@ -86,10 +86,7 @@ TEST_F(NamingTest, TheFirstChoiceIsTakenOnlyWhenFreeOrTheEnginesOwnForThisSource
                     {QDir(fresh.path()).filePath(QStringLiteral("photo.heic")), std::nullopt});
         }
         const QString output = outputPath(context, source, ImageFormat::png, row.target);
-        EXPECT_EQ(QFileInfo(output).fileName().toStdString(), row.expected)
-            << "policy " << static_cast<int>(row.policy) << ", target "
-            << fileExtension(row.target).toStdString() << ", occupant "
-            << static_cast<int>(row.occupant);
+        EXPECT_EQ(QFileInfo(output).fileName().toStdString(), row.expected) << &row - rows;
     }
 }
 
