@@ -18,6 +18,8 @@
 namespace velt {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 using testing::readFile;
 using testing::writeFile;
 
@@ -66,13 +68,12 @@ TEST_F(NamingTest, TheFirstChoiceIsTakenOnlyWhenFreeOrTheEnginesOwnForThisSource
         QTemporaryDir fresh;
         context.processedRegistry.entries.clear();
         context.config.originalPolicy = row.policy;
-        const QString source = QDir(fresh.path()).filePath(QStringLiteral("photo.png"));
+        const QString source = QDir(fresh.path()).filePath(u"photo.png"_s);
         writeFile(source, "source");
         setAge(source, 100);
         const QString first =
             QDir(fresh.path())
-                .filePath(QStringLiteral("photo") +
-                          (row.policy == keep ? QStringLiteral("_veltcompressed") : QString()) +
+                .filePath(u"photo"_s + (row.policy == keep ? u"_veltcompressed"_s : QString()) +
                           QLatin1Char('.') + fileExtension(row.target));
         if (row.occupant != nothing && first != source) {
             writeFile(first, "occupant");
@@ -83,7 +84,7 @@ TEST_F(NamingTest, TheFirstChoiceIsTakenOnlyWhenFreeOrTheEnginesOwnForThisSource
             if (row.occupant == otherSourcesOutput)
                 context.rememberProcessed(
                     first, ProcessedDecision::compressed,
-                    {QDir(fresh.path()).filePath(QStringLiteral("photo.heic")), std::nullopt});
+                    {QDir(fresh.path()).filePath(u"photo.heic"_s), std::nullopt});
         }
         const QString output = outputPath(context, source, ImageFormat::png, row.target);
         EXPECT_EQ(QFileInfo(output).fileName().toStdString(), row.expected) << &row - rows;
@@ -91,19 +92,19 @@ TEST_F(NamingTest, TheFirstChoiceIsTakenOnlyWhenFreeOrTheEnginesOwnForThisSource
 }
 
 TEST_F(NamingTest, OwnOutputChangedByTheUserIsNoLongerTheEngines) {
-    const QString source = file(QStringLiteral("a.png"));
-    const QString output = file(QStringLiteral("a_veltcompressed.jpg"));
+    const QString source = file(u"a.png"_s);
+    const QString output = file(u"a_veltcompressed.jpg"_s);
     writeFile(source, "source");
     setAge(source, 10);
     writeFile(output, "what the engine wrote");
     context.rememberProcessed(output, ProcessedDecision::compressed, {source, std::nullopt});
     EXPECT_TRUE(isOwnOutputOf(context, output, source));
-    EXPECT_FALSE(isOwnOutputOf(context, output, file(QStringLiteral("a.webp"))));
+    EXPECT_FALSE(isOwnOutputOf(context, output, file(u"a.webp"_s)));
     writeFile(output, "the user's own edit of it");
     setAge(output, 100);
     EXPECT_FALSE(isOwnOutputOf(context, output, source));
     EXPECT_EQ(outputPath(context, source, ImageFormat::png, ImageFormat::jpeg),
-              file(QStringLiteral("a-2_veltcompressed.jpg")));
+              file(u"a-2_veltcompressed.jpg"_s));
 }
 
 // Sources that share a base name, every one converted to JPEG, in both policies: nothing of the
@@ -119,15 +120,15 @@ TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
         context.config.originalPolicy = policy;
         context.config.formatStrategy = FormatStrategy::jpeg;
         // The user's own photo.jpg, and a file of theirs that merely looks like an output.
-        const QString usersJPEG = dir.filePath(QStringLiteral("photo.jpg"));
+        const QString usersJPEG = dir.filePath(u"photo.jpg"_s);
         ASSERT_TRUE(testing::writeJPEGWithCjpeg(photo, 90, usersJPEG));
         const QByteArray usersBytes = readFile(usersJPEG);
-        const QString lookalike = dir.filePath(QStringLiteral("photo_veltcompressed.webp"));
+        const QString lookalike = dir.filePath(u"photo_veltcompressed.webp"_s);
         writeFile(lookalike, "the user's own file");
         setAge(lookalike, 1000);
         QStringList sources;
         for (const auto format : {ImageFormat::png, ImageFormat::heic}) {
-            const QString path = dir.filePath(QStringLiteral("photo.") + fileExtension(format));
+            const QString path = dir.filePath(u"photo."_s + fileExtension(format));
             imageio::encodeImage(photo, format, 80, path);
             setAge(path, 500);
             sources << path;
@@ -142,7 +143,7 @@ TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
                 }
                 ASSERT_TRUE(result.didWrite)
                     << source.toStdString() << " policy " << static_cast<int>(policy) << " "
-                    << readFile(data.file(QStringLiteral("native.log"))).toStdString();
+                    << readFile(data.file(u"native.log"_s)).toStdString();
                 ASSERT_TRUE(result.historyEntry && result.historyEntry->outputURL);
                 EXPECT_TRUE(testing::decodeIndependently(*result.historyEntry->outputURL));
             }
@@ -153,36 +154,34 @@ TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
         names.sort();
         const QStringList expected =
             policy == OriginalPolicy::replace
-                ? QStringList{QStringLiteral("photo-2.jpg"), QStringLiteral("photo-3.jpg"),
-                              QStringLiteral("photo.jpg"),
-                              QStringLiteral("photo_veltcompressed.webp")}
-                : QStringList{QStringLiteral("photo-2_veltcompressed.jpg"),
-                              QStringLiteral("photo.heic"),
-                              QStringLiteral("photo.jpg"),
-                              QStringLiteral("photo.png"),
-                              QStringLiteral("photo_veltcompressed.jpg"),
-                              QStringLiteral("photo_veltcompressed.webp")};
+                ? QStringList{u"photo-2.jpg"_s, u"photo-3.jpg"_s, u"photo.jpg"_s,
+                              u"photo_veltcompressed.webp"_s}
+                : QStringList{u"photo-2_veltcompressed.jpg"_s,
+                              u"photo.heic"_s,
+                              u"photo.jpg"_s,
+                              u"photo.png"_s,
+                              u"photo_veltcompressed.jpg"_s,
+                              u"photo_veltcompressed.webp"_s};
         EXPECT_EQ(names, expected) << names.join(QLatin1Char(' ')).toStdString();
     }
 }
 
 // A change of format removes the engine's earlier output of that source, and only that.
 TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
-    const QString source = file(QStringLiteral("logo.png"));
+    const QString source = file(u"logo.png"_s);
     imageio::encodeImage(testing::photoLikeBitmap(80, 60, true), ImageFormat::png, 0, source);
     setAge(source, 100);
     context.config.formatStrategy = FormatStrategy::jpeg;
     ASSERT_TRUE(process(context, source).didWrite);
-    const QString ownJPEG = file(QStringLiteral("logo_veltcompressed.jpg"));
+    const QString ownJPEG = file(u"logo_veltcompressed.jpg"_s);
     ASSERT_TRUE(QFileInfo::exists(ownJPEG));
-    writeFile(file(QStringLiteral("logo_veltcompressed.avif")), "the user's file");
+    writeFile(file(u"logo_veltcompressed.avif"_s), "the user's file");
 
     context.config.formatStrategy = FormatStrategy::webp;
     ASSERT_TRUE(process(context, source).didWrite);
-    EXPECT_EQ(folderNames(),
-              (QStringList{QStringLiteral("logo.png"), QStringLiteral("logo_veltcompressed.avif"),
-                           QStringLiteral("logo_veltcompressed.webp")}));
-    EXPECT_TRUE(readFile(data.file(QStringLiteral("native.log")))
+    EXPECT_EQ(folderNames(), (QStringList{u"logo.png"_s, u"logo_veltcompressed.avif"_s,
+                                          u"logo_veltcompressed.webp"_s}));
+    EXPECT_TRUE(readFile(data.file(u"native.log"_s))
                     .contains("Removed stale output logo_veltcompressed.jpg"));
 }
 
@@ -190,14 +189,14 @@ TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
 TEST_F(NamingTest, AFileThatAppearsUnderTheOutputNameMeanwhileIsLeftAlone) {
     context.config.originalPolicy = OriginalPolicy::replace;
     context.config.formatStrategy = FormatStrategy::jpeg;
-    const QString source = file(QStringLiteral("late.png"));
+    const QString source = file(u"late.png"_s);
     imageio::encodeImage(testing::photoLikeBitmap(80, 60), ImageFormat::png, 0, source);
     const QByteArray original = readFile(source);
     callbacks.onBeforeDestructiveInstallForTesting = [this](const QString&) {
-        writeFile(file(QStringLiteral("late.jpg")), "saved by the user just now");
+        writeFile(file(u"late.jpg"_s), "saved by the user just now");
     };
     EXPECT_THROW(process(context, source), std::exception);
-    EXPECT_EQ(readFile(file(QStringLiteral("late.jpg"))), "saved by the user just now");
+    EXPECT_EQ(readFile(file(u"late.jpg"_s)), "saved by the user just now");
     EXPECT_EQ(readFile(source), original);
     for (const QString& name : folderNames())
         EXPECT_FALSE(name.startsWith(QLatin1Char('.'))) << name.toStdString();
@@ -216,14 +215,12 @@ TEST_F(NamingTest, OutputsKeepTheSourcesAccessAndLongNamesWork) {
     // 84 three-byte characters + ".png" = 256 bytes is too long; 83 (253 bytes) is accepted.
     const QString longBase = QString(83, QChar(0x5199));
     const Row rows[] = {
-        {OriginalPolicy::replace, FormatStrategy::automatic, QStringLiteral("a.png"), 0600},
-        {OriginalPolicy::replace, FormatStrategy::jpeg, QStringLiteral("b.png"), 0640},
-        {OriginalPolicy::keep, FormatStrategy::webp, QStringLiteral("c.png"), 0604},
-        {OriginalPolicy::replace, FormatStrategy::automatic, longBase + QStringLiteral(".png"),
-         0644},
+        {OriginalPolicy::replace, FormatStrategy::automatic, u"a.png"_s, 0600},
+        {OriginalPolicy::replace, FormatStrategy::jpeg, u"b.png"_s, 0640},
+        {OriginalPolicy::keep, FormatStrategy::webp, u"c.png"_s, 0604},
+        {OriginalPolicy::replace, FormatStrategy::automatic, longBase + u".png"_s, 0644},
         // Too long once the suffix is added: the base is shortened, the suffix kept.
-        {OriginalPolicy::keep, FormatStrategy::webp,
-         QString(83, QChar(0x6587)) + QStringLiteral(".png"), 0600},
+        {OriginalPolicy::keep, FormatStrategy::webp, QString(83, QChar(0x6587)) + u".png"_s, 0600},
     };
     for (const Row& row : rows) {
         context.config.originalPolicy = row.policy;
@@ -249,7 +246,7 @@ TEST_F(NamingTest, OutputsKeepTheSourcesAccessAndLongNamesWork) {
         const QString name = QFileInfo(output).fileName();
         EXPECT_LE(name.toUtf8().size(), 255);
         if (row.policy == OriginalPolicy::keep) {
-            EXPECT_TRUE(name.endsWith(QStringLiteral("_veltcompressed.webp")));
+            EXPECT_TRUE(name.endsWith(u"_veltcompressed.webp"_s));
         }
     }
     for (const QString& name : folderNames())

@@ -17,6 +17,8 @@
 namespace velt {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 using testing::decodeIndependently;
 using testing::photoLikeBitmap;
 
@@ -43,7 +45,7 @@ class PipelineTest : public ::testing::Test, protected testing::ContextRig {
 
     // Where today's backup copy named `name` goes.
     QString backupOf(const QString& name) const {
-        return file(QStringLiteral(".velt-compressor-backups/") + isoDay() + u'/' + name);
+        return file(u".velt-compressor-backups/"_s + isoDay() + u'/' + name);
     }
 
     // Every name in the folder, hidden ones included, except the backup folder's.
@@ -53,14 +55,13 @@ class PipelineTest : public ::testing::Test, protected testing::ContextRig {
 };
 
 TEST_F(PipelineTest, KeepPolicyWritesAVerifiedSiblingAndRemembersBoth) {
-    const QString source = photoJPEG(QStringLiteral("Фото 1.jpg"));
+    const QString source = photoJPEG(u"Фото 1.jpg"_s);
     const QByteArray original = testing::readFile(source);
     const FolderCompressionResult result = process(context, source);
 
-    const QString output = file(QStringLiteral("Фото 1_veltcompressed.jpg"));
+    const QString output = file(u"Фото 1_veltcompressed.jpg"_s);
     ASSERT_TRUE(result.didWrite);
-    EXPECT_EQ(folderNames(), (QStringList{QStringLiteral("Фото 1.jpg"),
-                                          QStringLiteral("Фото 1_veltcompressed.jpg")}));
+    EXPECT_EQ(folderNames(), (QStringList{u"Фото 1.jpg"_s, u"Фото 1_veltcompressed.jpg"_s}));
     EXPECT_EQ(testing::readFile(source), original);
     EXPECT_EQ(result.savedBytes, original.size() - QFileInfo(output).size());
     EXPECT_GT(result.savedBytes, 0);
@@ -79,20 +80,20 @@ TEST_F(PipelineTest, KeepPolicyWritesAVerifiedSiblingAndRemembersBoth) {
 
 TEST_F(PipelineTest, ReplacePolicyKeepsAVerifiedBackupOfTheOriginal) {
     context.config.originalPolicy = OriginalPolicy::replace;
-    const QString source = photoJPEG(QStringLiteral("b.jpg"));
+    const QString source = photoJPEG(u"b.jpg"_s);
     const QByteArray original = testing::readFile(source);
     const FolderCompressionResult result = process(context, source);
 
     ASSERT_TRUE(result.didWrite);
-    EXPECT_EQ(folderNames(), QStringList{QStringLiteral("b.jpg")});
+    EXPECT_EQ(folderNames(), QStringList{u"b.jpg"_s});
     EXPECT_LT(QFileInfo(source).size(), original.size());
-    EXPECT_EQ(testing::readFile(backupOf(QStringLiteral("b.original.jpg"))), original);
+    EXPECT_EQ(testing::readFile(backupOf(u"b.original.jpg"_s)), original);
     EXPECT_TRUE(decodeIndependently(source));
 }
 
 TEST_F(PipelineTest, ASourceEditedBeforeInstallIsNeverOverwritten) {
     context.config.originalPolicy = OriginalPolicy::replace;
-    const QString source = photoJPEG(QStringLiteral("edited.jpg"));
+    const QString source = photoJPEG(u"edited.jpg"_s);
     callbacks.onBeforeDestructiveInstallForTesting = [](const QString& path) {
         testing::writeFile(path, "the user's newer edit");
     };
@@ -103,14 +104,14 @@ TEST_F(PipelineTest, ASourceEditedBeforeInstallIsNeverOverwritten) {
         EXPECT_EQ(error.kind(), FolderCompressorControlError::sourceChanged);
     }
     EXPECT_EQ(testing::readFile(source), "the user's newer edit");
-    EXPECT_EQ(folderNames(), QStringList{QStringLiteral("edited.jpg")});
-    EXPECT_FALSE(QFileInfo::exists(backupOf(QStringLiteral("edited.original.jpg"))));
+    EXPECT_EQ(folderNames(), QStringList{u"edited.jpg"_s});
+    EXPECT_FALSE(QFileInfo::exists(backupOf(u"edited.original.jpg"_s)));
 }
 
 TEST_F(PipelineTest, AnAlreadySmallJPEGIsLeftAloneAsOptimal) {
     // Coarser than the preset and already optimised: re-encoding can only make it larger.
-    const QString source = photoJPEG(QStringLiteral("small.jpg"), 60, 64, 48,
-                                     {QStringLiteral("-optimize"), QStringLiteral("-progressive")});
+    const QString source =
+        photoJPEG(u"small.jpg"_s, 60, 64, 48, {u"-optimize"_s, u"-progressive"_s});
     const QByteArray original = testing::readFile(source);
     const FolderCompressionResult result = process(context, source);
     EXPECT_FALSE(result.didWrite);
@@ -118,30 +119,29 @@ TEST_F(PipelineTest, AnAlreadySmallJPEGIsLeftAloneAsOptimal) {
     EXPECT_EQ(result.historyEntry->status, CompressionHistoryStatus::alreadyOptimal);
     EXPECT_EQ(result.historyEntry->originalBytes, original.size());
     EXPECT_EQ(events, std::vector{CompressionNotificationEvent::alreadyOptimal(source)});
-    EXPECT_EQ(folderNames(), QStringList{QStringLiteral("small.jpg")});
+    EXPECT_EQ(folderNames(), QStringList{u"small.jpg"_s});
     EXPECT_EQ(testing::readFile(source), original);
     EXPECT_TRUE(context.processedSignatures.contains(source));
 }
 
 TEST_F(PipelineTest, TransparentPNGConvertedToWebPKeepsItsAlpha) {
     context.config.formatStrategy = FormatStrategy::webp;
-    const QString source = photoPNG(QStringLiteral("logo.png"), true);
+    const QString source = photoPNG(u"logo.png"_s, true);
     ASSERT_TRUE(process(context, source).didWrite);
-    EXPECT_EQ(folderNames(), (QStringList{QStringLiteral("logo.png"),
-                                          QStringLiteral("logo_veltcompressed.webp")}));
-    const auto decoded = decodeIndependently(file(QStringLiteral("logo_veltcompressed.webp")));
+    EXPECT_EQ(folderNames(), (QStringList{u"logo.png"_s, u"logo_veltcompressed.webp"_s}));
+    const auto decoded = decodeIndependently(file(u"logo_veltcompressed.webp"_s));
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->pixel(0, 0)[3], 0);        // the transparent strip stays transparent
     EXPECT_EQ(decoded->pixel(199, 149)[3], 255);  // the rest stays opaque
 }
 
 TEST_F(PipelineTest, AFreshOutputSettlesTheSourceWithoutEncoding) {
-    const QString source = photoJPEG(QStringLiteral("done.jpg"));
-    testing::writeFile(file(QStringLiteral("done_veltcompressed.jpg")), "already there");
+    const QString source = photoJPEG(u"done.jpg"_s);
+    testing::writeFile(file(u"done_veltcompressed.jpg"_s), "already there");
     const FolderCompressionResult result = process(context, source);
     EXPECT_FALSE(result.didWrite);
     EXPECT_FALSE(result.historyEntry);
-    EXPECT_EQ(testing::readFile(file(QStringLiteral("done_veltcompressed.jpg"))), "already there");
+    EXPECT_EQ(testing::readFile(file(u"done_veltcompressed.jpg"_s)), "already there");
     EXPECT_EQ(context.processedRegistry.entries.at(source).decision,
               ProcessedDecision::existingOutputFresh);
 }
@@ -151,7 +151,7 @@ TEST_F(PipelineTest, BrokenInputFailsAndTouchesNothing) {
     QByteArray hugePNG = QByteArray::fromHex("89504e470d0a1a0a0000000d49484452");
     hugePNG += QByteArray::fromHex("000186a0000186a00806000000");  // 100000×100000 RGBA
     hugePNG += QByteArray::fromHex("a8520bc8");                    // a valid header, no pixel data
-    const QByteArray jpeg = testing::readFile(photoJPEG(QStringLiteral("ok.jpg")));
+    const QByteArray jpeg = testing::readFile(photoJPEG(u"ok.jpg"_s));
     QByteArray damagedMarker = jpeg;
     damagedMarker[3] = '\x02';  // the first segment's length now runs past the data
     const std::pair<const char*, QByteArray> cases[] = {
@@ -169,10 +169,10 @@ TEST_F(PipelineTest, BrokenInputFailsAndTouchesNothing) {
             const FolderCompressionResult result = process(context, path);
             EXPECT_FALSE(result.didWrite) << name;
             EXPECT_TRUE(bytes.isEmpty()) << name << " did not fail";
-            EXPECT_EQ(result.nothingDoneReason, QStringLiteral("empty file"));
+            EXPECT_EQ(result.nothingDoneReason, u"empty file"_s);
         } catch (const ImageSafetyError& error) {
             EXPECT_EQ(error.errorDescription(),
-                      QStringLiteral("The image is too large to process safely (100000×100000)."));
+                      u"The image is too large to process safely (100000×100000)."_s);
         } catch (const std::exception& error) {
             EXPECT_NE(QByteArray(name), "huge.png") << error.what();
         }
@@ -202,9 +202,9 @@ TEST(RasterLimits, Table) {
 // An encoded file is kept only when it is non-empty and decodes; otherwise it is deleted.
 TEST(EncodedImageChecks, RejectedFilesAreDeleted) {
     QTemporaryDir dir;
-    const QString good = dir.filePath(QStringLiteral("good.jpg"));
+    const QString good = dir.filePath(u"good.jpg"_s);
     ASSERT_TRUE(testing::writeJPEGWithCjpeg(testing::photoLikeBitmap(64, 48), 80, good,
-                                            {QStringLiteral("-progressive")}));
+                                            {u"-progressive"_s}));
     const QByteArray jpeg = testing::readFile(good);
     EXPECT_EQ(validateEncodedImage(good), jpeg.size());
     QByteArray corruptScan = jpeg;
@@ -226,14 +226,13 @@ TEST(EncodedImageChecks, EveryFormatIsDecodedWithItsDimensions) {
     registerImageWriterTypes();
     QTemporaryDir dir;
     const auto image = testing::photoLikeBitmap(96, 64);
-    const QString ppm = dir.filePath(QStringLiteral("source.ppm"));
+    const QString ppm = dir.filePath(u"source.ppm"_s);
     testing::writeFile(ppm, testing::toPNM(image, false));
     for (const auto format : {ImageFormat::jpeg, ImageFormat::png, ImageFormat::webp,
                               ImageFormat::heic, ImageFormat::avif}) {
-        const QString path = dir.filePath(QStringLiteral("out.") + fileExtension(format));
+        const QString path = dir.filePath(u"out."_s + fileExtension(format));
         if (format == ImageFormat::webp) {
-            ASSERT_TRUE(testing::runProgram(QStringLiteral("cwebp"), {QStringLiteral("-quiet"), ppm,
-                                                                      QStringLiteral("-o"), path}));
+            ASSERT_TRUE(testing::runProgram(u"cwebp"_s, {u"-quiet"_s, ppm, u"-o"_s, path}));
         } else {
             ASSERT_TRUE(format == ImageFormat::jpeg || format == ImageFormat::png ||
                         isNativeWritable(format));
@@ -265,19 +264,18 @@ QByteArray withAnimationControl(const QByteArray& png, std::uint32_t frames) {
 // An animation is left as it is, in either policy, and said so once; a still stays a still.
 TEST_F(PipelineTest, AnimationsAreLeftAsTheyAre) {
     context.config.originalPolicy = OriginalPolicy::replace;
-    const QString still = photoPNG(QStringLiteral("still.png"), false);
+    const QString still = photoPNG(u"still.png"_s, false);
     const QByteArray png = testing::readFile(still);
-    testing::writeFile(file(QStringLiteral("moving.png")), withAnimationControl(png, 2));
-    testing::writeFile(file(QStringLiteral("one-frame.png")), withAnimationControl(png, 1));
-    const QString first = file(QStringLiteral("frame1.ppm"));
-    const QString second = file(QStringLiteral("frame2.ppm"));
+    testing::writeFile(file(u"moving.png"_s), withAnimationControl(png, 2));
+    testing::writeFile(file(u"one-frame.png"_s), withAnimationControl(png, 1));
+    const QString first = file(u"frame1.ppm"_s);
+    const QString second = file(u"frame2.ppm"_s);
     auto frame = testing::photoLikeBitmap(120, 90);
     testing::writeFile(first, testing::toPNM(frame, false));
     for (std::size_t i = 0; i < frame.rgba.size(); i += 4) frame.rgba[i] = 255 - frame.rgba[i];
     testing::writeFile(second, testing::toPNM(frame, false));
-    ASSERT_TRUE(testing::runProgram(QStringLiteral("img2webp"),
-                                    {QStringLiteral("-loop"), QStringLiteral("0"), first, second,
-                                     QStringLiteral("-o"), file(QStringLiteral("moving.webp"))}));
+    ASSERT_TRUE(testing::runProgram(
+        u"img2webp"_s, {u"-loop"_s, u"0"_s, first, second, u"-o"_s, file(u"moving.webp"_s)}));
     QFile::remove(first);
     QFile::remove(second);
 
@@ -286,13 +284,13 @@ TEST_F(PipelineTest, AnimationsAreLeftAsTheyAre) {
         const QByteArray before = testing::readFile(path);
         const FolderCompressionResult result = process(context, path);
         EXPECT_FALSE(result.didWrite) << name;
-        EXPECT_EQ(result.nothingDoneReason, QStringLiteral("animated image left as it is"));
+        EXPECT_EQ(result.nothingDoneReason, u"animated image left as it is"_s);
         EXPECT_EQ(testing::readFile(path), before) << name;
         EXPECT_EQ(events.back(), CompressionNotificationEvent::animatedImage(path));
         EXPECT_TRUE(context.processedSignatures.contains(path));
     }
-    EXPECT_TRUE(process(context, file(QStringLiteral("one-frame.png"))).didWrite);
-    EXPECT_FALSE(QFileInfo::exists(backupOf(QStringLiteral("moving.png"))));
+    EXPECT_TRUE(process(context, file(u"one-frame.png"_s)).didWrite);
+    EXPECT_FALSE(QFileInfo::exists(backupOf(u"moving.png"_s)));
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 namespace velt {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 using namespace std::chrono_literals;
 using testing::EngineRig;
 using testing::eventually;
@@ -26,8 +28,7 @@ FolderCompressionResult wrote(const QString& file, std::int64_t saved) {
 
 TEST(FolderCompressorLifecycle, StartFailsOnMissingFolderOrPlainFile) {
     EngineRig rig;
-    for (const QString& bad :
-         {rig.file(QStringLiteral("missing")), rig.file(QStringLiteral("plain"))}) {
+    for (const QString& bad : {rig.file(u"missing"_s), rig.file(u"plain"_s)}) {
         if (bad.endsWith(QLatin1String("plain"))) testing::writeFile(bad, "x");
         try {
             rig.engine->start(AppConfig(), bad);
@@ -49,11 +50,11 @@ TEST(FolderCompressorScan, NewFileIsProcessedOnceAfterHoldingStill) {
         return wrote(file, 100);
     });
     rig.start();
-    testing::writeFile(rig.file(QStringLiteral("Фото 1.jpg")), QByteArray(300, 'x'));
+    testing::writeFile(rig.file(u"Фото 1.jpg"_s), QByteArray(300, 'x'));
     ASSERT_TRUE(eventually([&] { return rig.history().size() == 1; }));
     std::this_thread::sleep_for(400ms);  // several more scans
     ASSERT_EQ(rig.callCount(), 1u);
-    EXPECT_EQ(rig.calls()[0].file, rig.file(QStringLiteral("Фото 1.jpg")));
+    EXPECT_EQ(rig.calls()[0].file, rig.file(u"Фото 1.jpg"_s));
     EXPECT_TRUE(eventually([&] { return !rig.stats().empty() && !rig.stats().back().active; }));
     const CompressionStats last = rig.stats().back();
     EXPECT_EQ(last.done, 1);
@@ -65,7 +66,7 @@ TEST(FolderCompressorScan, NewFileIsProcessedOnceAfterHoldingStill) {
 TEST(FolderCompressorScan, GrowingFileWaitsUntilItsSignatureHoldsStill) {
     EngineRig rig;
     rig.start();
-    const QString path = rig.file(QStringLiteral("slow copy.png"));
+    const QString path = rig.file(u"slow copy.png"_s);
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     for (int step = 0; step < 15; ++step) {  // grows for about 1.2 s
@@ -89,7 +90,7 @@ TEST(FolderCompressorScan, UnsupportedFilesAreReportedOncePerVersion) {
     for (const auto& [name, logged] : rows) {
         EngineRig rig;
         rig.start();
-        testing::writeFile(rig.file(QStringLiteral("notes.txt")), "text");
+        testing::writeFile(rig.file(u"notes.txt"_s), "text");
         const QByteArray path = QFile::encodeName(rig.folder.path()) + '/' + name;
         const auto write = [&](const char* bytes) {
             ASSERT_TRUE(std::ofstream(path.constData(), std::ios::binary) << bytes);
@@ -110,37 +111,37 @@ TEST(FolderCompressorScan, UnsupportedFilesAreReportedOncePerVersion) {
 TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
     EngineRig rig([](EngineContext& context, const QString& file) -> FolderCompressionResult {
         if (file.endsWith(QLatin1String("bad.jpg")))
-            throw FileSystemError(FileSystemError::readCorruptFile, QStringLiteral("Broken image"));
+            throw FileSystemError(FileSystemError::readCorruptFile, u"Broken image"_s);
         EngineRig::settle(context, file);
         return wrote(file, 5);
     });
     rig.start();
-    testing::writeFile(rig.file(QStringLiteral("bad.jpg")), QByteArray(1234, 'b'));
-    testing::writeFile(rig.file(QStringLiteral("good.jpg")), "g");
+    testing::writeFile(rig.file(u"bad.jpg"_s), QByteArray(1234, 'b'));
+    testing::writeFile(rig.file(u"good.jpg"_s), "g");
     ASSERT_TRUE(eventually([&] { return rig.history().size() >= 2; }));
     const auto events = rig.events();
     ASSERT_GE(events.size(), 1u);
-    EXPECT_EQ(events[0], CompressionNotificationEvent::processingFailed(
-                             rig.file(QStringLiteral("bad.jpg")), QStringLiteral("Broken image")));
+    EXPECT_EQ(events[0], CompressionNotificationEvent::processingFailed(rig.file(u"bad.jpg"_s),
+                                                                        u"Broken image"_s));
     const auto history = rig.history();
     const auto failed = std::ranges::find(history, CompressionHistoryStatus::failed,
                                           &CompressionHistoryEntry::status);
     ASSERT_NE(failed, history.end());
     EXPECT_EQ(failed->originalBytes, 1234);
-    EXPECT_EQ(failed->message, QStringLiteral("Broken image"));
+    EXPECT_EQ(failed->message, u"Broken image"_s);
     EXPECT_FALSE(failed->outputURL);
     EXPECT_TRUE(
         eventually([&] { return rig.stats().back().errors >= 1 && rig.stats().back().done == 1; }));
-    EXPECT_TRUE(rig.log().contains("Process error " + rig.file(QStringLiteral("bad.jpg")).toUtf8() +
-                                   ": Broken image"));
+    EXPECT_TRUE(
+        rig.log().contains("Process error " + rig.file(u"bad.jpg"_s).toUtf8() + ": Broken image"));
 
     // That version of the broken file is not tried again, however many scans pass...
-    const auto attemptsOnBad = [&] { return rig.callsEndingWith(QStringLiteral("bad.jpg")); };
+    const auto attemptsOnBad = [&] { return rig.callsEndingWith(u"bad.jpg"_s); };
     std::this_thread::sleep_for(20 * testing::fastTiming().polling);
     EXPECT_EQ(attemptsOnBad(), 1u);
     EXPECT_EQ(rig.history().size(), 2u);
     // ...until it changes,
-    testing::writeFile(rig.file(QStringLiteral("bad.jpg")), QByteArray(99, 'c'));
+    testing::writeFile(rig.file(u"bad.jpg"_s), QByteArray(99, 'c'));
     EXPECT_TRUE(eventually([&] { return attemptsOnBad() == 2; }));
     // or the engine starts again.
     rig.start();
@@ -155,7 +156,7 @@ TEST(FolderCompressorScan, ChangedSourceIsRetriedAsNew) {
         return EngineRig::settle(context, file);
     });
     rig.start();
-    testing::writeFile(rig.file(QStringLiteral("a.heic")), "h");
+    testing::writeFile(rig.file(u"a.heic"_s), "h");
     ASSERT_TRUE(eventually([&] { return rig.callCount() == 2; }));
     std::this_thread::sleep_for(300ms);
     EXPECT_EQ(rig.callCount(), 2u);
@@ -168,7 +169,7 @@ TEST(FolderCompressorScan, ChangedSourceIsRetriedAsNew) {
 TEST(FolderCompressorScan, OwnOutputIsSkippedUntilReplaced) {
     EngineRig rig([](EngineContext& context, const QString& file) -> FolderCompressionResult {
         if (!file.endsWith(QLatin1String(".png"))) return EngineRig::settle(context, file);
-        const QString output = QFileInfo(file).dir().filePath(QStringLiteral("a.jpg"));
+        const QString output = QFileInfo(file).dir().filePath(u"a.jpg"_s);
         testing::writeFile(output, "converted");
         QFile::remove(file);
         const QString key = standardizedPath(output);
@@ -178,13 +179,13 @@ TEST(FolderCompressorScan, OwnOutputIsSkippedUntilReplaced) {
         return wrote(file, 1);
     });
     rig.start();
-    testing::writeFile(rig.file(QStringLiteral("a.png")), "original png");
+    testing::writeFile(rig.file(u"a.png"_s), "original png");
     ASSERT_TRUE(eventually([&] { return rig.callCount() == 1; }));
     std::this_thread::sleep_for(700ms);  // past the recent-write cooldown: the fingerprint decides
     EXPECT_EQ(rig.callCount(), 1u);
-    testing::writeFile(rig.file(QStringLiteral("a.jpg")), "the user's new content");
+    testing::writeFile(rig.file(u"a.jpg"_s), "the user's new content");
     ASSERT_TRUE(eventually([&] { return rig.callCount() == 2; }));
-    EXPECT_EQ(rig.calls()[1].file, rig.file(QStringLiteral("a.jpg")));
+    EXPECT_EQ(rig.calls()[1].file, rig.file(u"a.jpg"_s));
 }
 
 FolderCompressionResult remember(EngineContext& context, const QString& file) {
@@ -197,7 +198,7 @@ TEST(FolderCompressorRegistry, SettledFilesSurviveARestartUnderTheSameSettings) 
     AppConfig replace;
     replace.originalPolicy = OriginalPolicy::replace;
     rig.start(replace);
-    testing::writeFile(rig.file(QStringLiteral("a.jpg")), "jpeg bytes");
+    testing::writeFile(rig.file(u"a.jpg"_s), "jpeg bytes");
     ASSERT_TRUE(eventually([&] { return rig.callCount() == 1; }));
     rig.engine->stop();
 
@@ -221,9 +222,8 @@ TEST(FolderCompressorRegistry, SettledFilesSurviveARestartUnderTheSameSettings) 
 
 TEST(FolderCompressorStop, StopEndsARunningToolPromptly) {
     QTemporaryDir tools;
-    const QString hang =
-        testing::installStandin(tools.path(), QStringLiteral("hang"), QStringLiteral("cjpeg"));
-    const QString ready = tools.filePath(QStringLiteral("ready"));
+    const QString hang = testing::installStandin(tools.path(), u"hang"_s, u"cjpeg"_s);
+    const QString ready = tools.filePath(u"ready"_s);
     testing::ScopedEnvironment announce("VELT_STANDIN_READY", ready.toUtf8());
     EngineRig rig([&](EngineContext& context, const QString& file) -> FolderCompressionResult {
         const QString temp = tempURL(file);
@@ -232,11 +232,11 @@ TEST(FolderCompressorStop, StopEndsARunningToolPromptly) {
             ~RemoveTemp() { QFile::remove(path); }
         } guard{temp};
         testing::writeFile(temp, "partial");
-        runTool(hang, {QStringLiteral("-outfile"), temp, file}, context.lifecycle);
+        runTool(hang, {u"-outfile"_s, temp, file}, context.lifecycle);
         return {};
     });
     rig.start();
-    testing::writeFile(rig.file(QStringLiteral("big photo.jpg")), "jpeg");
+    testing::writeFile(rig.file(u"big photo.jpg"_s), "jpeg");
     const pid_t pid = testing::waitForReadyPid(ready);
     ASSERT_GT(pid, 0);
 
@@ -250,7 +250,7 @@ TEST(FolderCompressorStop, StopEndsARunningToolPromptly) {
     EXPECT_EQ(rig.stats().back().active, 0);
     EXPECT_EQ(rig.stats().back().errors, 0);
     const QStringList left = QDir(rig.folder.path()).entryList(QDir::Files | QDir::Hidden);
-    EXPECT_EQ(left, QStringList{QStringLiteral("big photo.jpg")});
+    EXPECT_EQ(left, QStringList{u"big photo.jpg"_s});
 }
 
 TEST(FolderCompressorStop, StopFromInsideACallbackDoesNotDeadlock) {
@@ -264,10 +264,10 @@ TEST(FolderCompressorStop, StopFromInsideACallbackDoesNotDeadlock) {
         stopped = true;
     };
     rig.start();
-    testing::writeFile(rig.file(QStringLiteral("a.jpg")), "x");
+    testing::writeFile(rig.file(u"a.jpg"_s), "x");
     ASSERT_TRUE(eventually([&] { return stopped.load(); }));
     EXPECT_FALSE(rig.engine->isRunning());
-    testing::writeFile(rig.file(QStringLiteral("b.jpg")), "x");
+    testing::writeFile(rig.file(u"b.jpg"_s), "x");
     std::this_thread::sleep_for(400ms);
     EXPECT_EQ(rig.callCount(), 1u);  // nothing is watched any more
 }
@@ -303,15 +303,15 @@ TEST(FolderCompressorEvents, ChangesArePickedUpAndIdleTicksListNothing) {
         const auto processedCount = [&](const char* name) {
             return rig.callsEndingWith(QString::fromUtf8(name));
         };
-        testing::writeFile(rig.file(QStringLiteral("dropped.jpg")), "a");
+        testing::writeFile(rig.file(u"dropped.jpg"_s), "a");
         EXPECT_TRUE(eventually([&] { return processedCount("dropped.jpg") == 1; }));
-        const QString staged = QDir(outside.path()).filePath(QStringLiteral("moved.png"));
+        const QString staged = QDir(outside.path()).filePath(u"moved.png"_s);
         testing::writeFile(staged, "b");
         ASSERT_EQ(::rename(QFile::encodeName(staged).constData(),
-                           QFile::encodeName(rig.file(QStringLiteral("moved.png"))).constData()),
+                           QFile::encodeName(rig.file(u"moved.png"_s)).constData()),
                   0);
         EXPECT_TRUE(eventually([&] { return processedCount("moved.png") == 1; }));
-        testing::writeFile(rig.file(QStringLiteral("dropped.jpg")), "rewritten in place");
+        testing::writeFile(rig.file(u"dropped.jpg"_s), "rewritten in place");
         EXPECT_TRUE(eventually([&] { return processedCount("dropped.jpg") == 2; }));
 
         // Idle: 20 ticks pass.
