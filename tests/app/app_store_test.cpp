@@ -23,8 +23,7 @@ class StoreTest : public ::testing::Test {
                 seen_[file] = context.config;
                 return EngineRig::settle(context, file);
             });
-        auto store = std::make_unique<AppStore>(nullptr, std::move(services));
-        return store;
+        return std::make_unique<AppStore>(nullptr, std::move(services));
     }
 
     // Drops a file into `folder`; the settings the engine processed it with.

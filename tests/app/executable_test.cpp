@@ -145,18 +145,15 @@ TEST_F(ProgramTest, OwnOutputIsNeverCompressedAgainWithoutTheRegistry) {
 // Several workers give the same files, the same bytes and the same summary as one, and a stop
 // in the middle leaves nothing of ours behind.
 TEST_F(ProgramTest, ParallelBatchMatchesOneWorkerAndStopsClean) {
-    const auto photo = [](int seed) { return stripedPicture(200, 150, seed); };
-    const auto fill = [&](const QString& folder) {
-        const QDir dir(folder);
-        imageio::encodeImage(photo(3), ImageFormat::jpeg, 98,
-                             dir.filePath(QStringLiteral("a.jpg")));
-        imageio::encodeImage(photo(5), ImageFormat::jpeg, 97,
-                             dir.filePath(QStringLiteral("b.jpg")));
-        imageio::encodeImage(photo(7), ImageFormat::png, 0, dir.filePath(QStringLiteral("c.png")));
-        imageio::encodeImage(photo(9), ImageFormat::png, 0,
-                             dir.filePath(QStringLiteral("same.png")));
-        imageio::encodeImage(photo(11), ImageFormat::jpeg, 99,
-                             dir.filePath(QStringLiteral("same.jpg")));
+    const auto fill = [](const QString& folder) {
+        const std::tuple<const char*, ImageFormat, int, int> photos[] = {
+            {"a.jpg", ImageFormat::jpeg, 98, 3},     {"b.jpg", ImageFormat::jpeg, 97, 5},
+            {"c.png", ImageFormat::png, 0, 7},       {"same.png", ImageFormat::png, 0, 9},
+            {"same.jpg", ImageFormat::jpeg, 99, 11},
+        };
+        for (const auto& [name, format, quality, seed] : photos)
+            imageio::encodeImage(stripedPicture(200, 150, seed), format, quality,
+                                 QDir(folder).filePath(QLatin1String(name)));
     };
     std::map<QString, QByteArray> bytes[2];
     QString summaries[2];

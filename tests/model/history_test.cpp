@@ -19,18 +19,18 @@ CompressionHistoryEntry entry(
 }
 
 TEST(History, SavedBytesAndTotals) {
-    auto larger = entry(1);
-    larger.originalBytes = 1000;
-    larger.outputBytes = 1200;
-    EXPECT_EQ(larger.savedBytes(), 0);
-    auto smaller = entry(2);
-    smaller.originalBytes = 5000;
-    smaller.outputBytes = 1200;
-    EXPECT_EQ(smaller.savedBytes(), 3800);
-    auto unknown = entry(3);
-    unknown.originalBytes = 5000;
-    EXPECT_EQ(unknown.savedBytes(), std::nullopt);
-    EXPECT_EQ(totalSavedBytes({larger, smaller, unknown}), 3800);
+    const auto sized = [](int n, std::int64_t original, std::optional<std::int64_t> output) {
+        auto e = entry(n);
+        e.originalBytes = original;
+        e.outputBytes = output;
+        return e;
+    };
+    const CompressionHistory history = {sized(1, 1000, 1200), sized(2, 5000, 1200),
+                                        sized(3, 5000, std::nullopt)};
+    EXPECT_EQ(history[0].savedBytes(), 0);  // a larger output saves nothing
+    EXPECT_EQ(history[1].savedBytes(), 3800);
+    EXPECT_EQ(history[2].savedBytes(), std::nullopt);
+    EXPECT_EQ(totalSavedBytes(history), 3800);
 }
 
 TEST(History, RoundTripAtWholeSeconds) {
