@@ -2,10 +2,12 @@
 // notice, the launch sequence, and the tray icon's badge drawn into real pixels.
 #include "app/app_delegate.h"
 #include "model/config_file.h"
+#include "support/test_images.h"
 #include "ui/tray_status_item.h"
 #include "ui_test_support.h"
 
 #include <QElapsedTimer>
+#include <QRegularExpression>
 
 namespace velt::testing {
 namespace {
@@ -82,6 +84,35 @@ TEST_F(DelegateTest, ANewerNoticeOutlivesTheOlderOnesExpiry) {
     // Its own expiry, 4 s after it, leaves the icon alone.
     ASSERT_TRUE(processEventsUntil([&] { return delegate.statusTitle().isEmpty(); }, 3));
     EXPECT_GE(clock.elapsed(), 5900);
+}
+
+// While a photo is being compressed the icon shows its progress; a notice takes that place for
+// its 4 seconds, and the progress comes back after it.
+TEST_F(DelegateTest, ANoticeTakesTheProgressPlaceUntilItExpires) {
+    QTemporaryDir tools;  // a cjpeg that never finishes keeps the photo in progress
+    ASSERT_TRUE(
+        QFile::link(QStringLiteral(VELT_HANG_TOOL), tools.filePath(QStringLiteral("cjpeg"))));
+    ASSERT_TRUE(writeJPEGWithCjpeg(card(320, 240, false), 95,
+                                   fixture_.folder.filePath(QStringLiteral("photo.jpg"))));
+    const ScopedEnvironment toolDirectory("VELT_TOOL_DIR", tools.path().toUtf8());
+    AppConfig config;
+    config.watchDirectory = fixture_.folder.path();
+    ASSERT_TRUE(saveAppConfig(config));
+    AppDelegate delegate(shell_);
+    delegate.applicationDidFinishLaunching();
+    const QRegularExpression progress(QStringLiteral("^ \\d+%$"));
+    const auto showsProgress = [&] { return progress.match(delegate.statusTitle()).hasMatch(); };
+    ASSERT_TRUE(processEventsUntil(showsProgress, 15)) << delegate.statusTitle().toStdString();
+
+    QElapsedTimer clock;
+    clock.start();
+    delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
+        QStringLiteral("/p/a.jpg"), QStringLiteral("x")));
+    EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка"));
+    processEventsUntil([&] { return clock.elapsed() >= 3000; }, 4);
+    EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка")) << "progress ticks kept it";
+    ASSERT_TRUE(processEventsUntil(showsProgress, 3)) << delegate.statusTitle().toStdString();
+    EXPECT_GE(clock.elapsed(), 3900);
 }
 
 TEST(TrayBadge, TheTitleIsDrawnIntoTheIconReadablyAtEverySize) {
