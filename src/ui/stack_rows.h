@@ -1,6 +1,7 @@
 // The panel's control rows, all `contentWidth` wide, with 8 pixels of space before and 4 after:
 //
-//   PopupRow   (32 high) icon badge, title, and a 104-pixel pop-up; never shows a hover fill.
+//   PopupRow   (32 high) icon badge, title, and a pop-up of 104 pixels (wider for a long item);
+//              never shows a hover fill.
 //   SwitchRow  (30 high) title and a small switch.
 //   QualityRow (30 high) a format's name, a slider from 25 to 100 and its value as "75%".
 //
