@@ -1,5 +1,7 @@
 #include "update/app_update_error.h"
 
+#include "update/package_signature.h"
+
 namespace velt {
 
 AppUpdateError::AppUpdateError(Kind kind, QString message, int statusCode)
@@ -23,10 +25,15 @@ AppUpdateError AppUpdateError::installation(const QString& message) {
     return AppUpdateError(Kind::installation, message);
 }
 
+AppUpdateError AppUpdateError::signatureRejected(const QString& message) {
+    return AppUpdateError(Kind::signatureRejected, message);
+}
+
 QString AppUpdateError::errorDescription() const {
     switch (kind_) {
         case Kind::invalidManifest:
         case Kind::installation:
+        case Kind::signatureRejected:
             return message_;
         case Kind::httpStatus:
             return QStringLiteral("The update server returned HTTP ") +
@@ -48,6 +55,8 @@ QString AppUpdateError::errorDescription() const {
         case Kind::checksumMismatch:
             return QStringLiteral(
                 "The downloaded update checksum does not match the release manifest.");
+        case Kind::updateKeyMissing:
+            return describe(SignatureCheck::noKey);
     }
     return {};
 }
@@ -98,6 +107,18 @@ QString AppUpdateError::userMessage(AppLanguage language) const {
                                        "опубликованной сборкой."),
                         QStringLiteral("The update file is damaged or does not match the "
                                        "published build."));
+        case Kind::signatureRejected:
+            return text(language,
+                        QStringLiteral("Подпись файла обновления не подтверждена. Приложение "
+                                       "оставлено без изменений."),
+                        QStringLiteral("The update file's signature could not be verified. The "
+                                       "app was left unchanged."));
+        case Kind::updateKeyMissing:
+            return text(language,
+                        QStringLiteral("Эта сборка не может проверять обновления. Скачайте новую "
+                                       "версию с сайта."),
+                        QStringLiteral("This build cannot verify updates. Download the new "
+                                       "version from the website."));
     }
     return {};
 }

@@ -24,6 +24,8 @@ class AppUpdateError : public std::exception {
         appRunningFromDiskImage,  // the bundle cannot be written
         updaterHelperMissing,
         checksumMismatch,
+        signatureRejected,  // message: what the signature check found
+        updateKeyMissing,   // the build carries no key to verify updates with
     };
 
     static AppUpdateError invalidManifest(const QString& message);
@@ -38,9 +40,12 @@ class AppUpdateError : public std::exception {
         return AppUpdateError(Kind::updaterHelperMissing);
     }
     static AppUpdateError checksumMismatch() { return AppUpdateError(Kind::checksumMismatch); }
+    static AppUpdateError signatureRejected(const QString& message);
+    static AppUpdateError updateKeyMissing() { return AppUpdateError(Kind::updateKeyMissing); }
 
     Kind kind() const { return kind_; }
-    // The payload text of invalidManifest, installation and unsupportedSystem.
+    // The payload text of invalidManifest, installation, unsupportedSystem and
+    // signatureRejected.
     const QString& message() const { return message_; }
     int statusCode() const { return statusCode_; }
 

@@ -52,6 +52,7 @@ AppUpdateManifest AppUpdateManifest::decode(std::string_view json) {
     manifest.build = optionalText(object, "build");
     manifest.notes = optionalText(object, "notes");
     manifest.minimumMacOS = optionalText(object, "minimum_macOS");
+    manifest.signature = optionalText(object, "signature");
     const QString download = requiredText(object, "download");
     require(isHttpsWithHost(download), "The update URL must use HTTPS");
     manifest.downloadURL = QUrl(download, QUrl::StrictMode);

@@ -18,6 +18,9 @@ struct AppUpdateManifest {
     QString sha256;  // trimmed, lower-case, 64 hexadecimal digits
     // Lowest glibc that runs the release (the key keeps its historical name "minimum_macOS").
     std::optional<QString> minimumMacOS;
+    // Base64 Ed25519 signature of the package by the release key, as written; checked by the
+    // updater after the download (a manifest without one decodes, its package is refused).
+    std::optional<QString> signature;
 
     // Decodes and validates `json` in a fixed order; the first failure ends it. Throws
     // nlohmann::json::exception for bad JSON, a missing required key or a value that is not a

@@ -1,5 +1,7 @@
 #include "update/app_updater.h"
 
+#include "model/atomic_file.h"
+#include "update/package_signature.h"
 #include "update/update_config.h"
 #include "update/update_files.h"
 
@@ -30,6 +32,21 @@ std::optional<UpdateFailure> transferFailure(QNetworkReply* reply, const char* n
     if (code < 200 || code > 299) return UpdateFailure::from(AppUpdateError::httpStatus(code));
     // A body cut short after a good status line.
     if (reply->error() != QNetworkReply::NoError) return UpdateFailure::other(reply->errorString());
+    return std::nullopt;
+}
+
+// Why the downloaded `package` must not be installed, if it must not. A package that passes has
+// its signature written beside it, where the update helper checks it again.
+std::optional<AppUpdateError> refusalOf(const QString& package, const AppUpdateManifest& manifest,
+                                        const QByteArray& updateKey) {
+    if (sha256(package) != manifest.sha256) return AppUpdateError::checksumMismatch();
+    const QByteArray signature = manifest.signature.value_or(QString()).toLatin1();
+    const SignatureCheck check = verifyPackageSignature(package, signature, updateKey);
+    if (check != SignatureCheck::verified)
+        return AppUpdateError::signatureRejected(describe(check));
+    QString unwritten;
+    if (!writeFileAtomically(signatureFileOf(package), signature, &unwritten))
+        return AppUpdateError::installation(unwritten);
     return std::nullopt;
 }
 
@@ -147,6 +164,9 @@ void AppUpdater::download(const AppUpdateManifest& manifest,
     if (!isSupported(manifest))
         return completion(UpdateFailure::from(AppUpdateError::unsupportedSystem(
             manifest.minimumMacOS.value_or(QStringLiteral("the required version")))));
+    // No package could pass: nothing is fetched.
+    if (environment_.updateKey.isEmpty())
+        return completion(UpdateFailure::from(AppUpdateError::updateKeyMissing()));
     setState(AppUpdaterState::downloading);
     download_ = std::make_unique<QTemporaryFile>(
         QDir::temp().filePath(QStringLiteral("velt-download-XXXXXX")));
@@ -205,14 +225,15 @@ UpdateResult<QString> AppUpdater::storeVerifiedPackage(const QString& downloaded
     const QString package = QDir(folder).filePath(QStringLiteral("update.tar.gz"));
     if (auto error = moveOrCopy(downloaded, package))
         return UpdateFailure::from(AppUpdateError::installation(*error));
-    if (sha256(package) != manifest.sha256) {
+    if (const auto refusal = refusalOf(package, manifest, environment_.updateKey)) {
+        // Nothing of a refused download is kept.
         std::error_code error;
         std::filesystem::remove_all(std::filesystem::path(QFile::encodeName(folder).toStdString()),
                                     error);
         if (error)
             return UpdateFailure::from(
                 AppUpdateError::installation(QString::fromLocal8Bit(error.message().c_str())));
-        return UpdateFailure::from(AppUpdateError::checksumMismatch());
+        return UpdateFailure::from(*refusal);
     }
     return package;
 }

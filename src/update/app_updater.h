@@ -1,7 +1,8 @@
 // AppUpdater: the program's self-updater. Fetches the release manifest over HTTPS, decides
 // whether the release is newer and runs here, downloads the package into a fresh temporary
-// folder and verifies its SHA-256, and finally starts the update helper (a copy of the bundle's
-// velt-updater), which replaces the bundle once this process has ended and relaunches it.
+// folder and verifies its SHA-256 and its signature by the release key, and finally starts the
+// update helper (a copy of the bundle's velt-updater), which replaces the bundle once this
+// process has ended and relaunches it.
 //
 // Main thread only: network completions arrive on the thread that owns the updater. At most
 // one transfer runs at a time; check, download and install called while one runs are dropped
@@ -51,6 +52,9 @@ struct UpdaterEnvironment {
     qint64 processId = 0;
     // Trusted in addition to the system's certificate authorities: those of $SSL_CERT_FILE.
     QList<QSslCertificate> extraCertificateAuthorities;
+    // The Ed25519 public key packages must be signed with (32 bytes): the built-in one. Empty:
+    // every download is refused before it starts.
+    QByteArray updateKey;
 
     static UpdaterEnvironment current();
 };
@@ -81,8 +85,9 @@ class AppUpdater : public QObject {
     void check(std::function<void(UpdateResult<AppUpdateCheckResult>)> completion);
 
     // Downloads the manifest's package (120 s time-out) into "VELTCompressor-Update-<UUID>/
-    // update.tar.gz" in the temporary folder and checks its digest; on a mismatch that folder
-    // is removed. Completes with the package path.
+    // update.tar.gz" in the temporary folder and checks its digest, then its signature, which
+    // is kept beside it for the helper ("update.tar.gz.sig"); on a failed check that folder is
+    // removed. Completes with the package path.
     void download(const AppUpdateManifest& manifest,
                   std::function<void(UpdateResult<QString>)> completion);
 

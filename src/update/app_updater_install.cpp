@@ -1,6 +1,7 @@
 // The hand-over to the update helper, and what the updater knows of the running process.
 #include "update/app_updater.h"
 
+#include "update/package_signature.h"
 #include "update/update_config.h"
 #include "update/update_files.h"
 
@@ -21,6 +22,7 @@ UpdaterEnvironment UpdaterEnvironment::current() {
     environment.systemVersion = QString::fromUtf8(gnu_get_libc_version());
     environment.executablePath = QCoreApplication::applicationFilePath();
     environment.processId = QCoreApplication::applicationPid();
+    environment.updateKey = builtInUpdateKey();
     // $SSL_CERT_FILE is OpenSSL's standard way to name another authority to trust (a company
     // proxy's, a test server's); it is added here so that it holds whatever Qt's backend reads.
     const QString extra = qEnvironmentVariable("SSL_CERT_FILE");

@@ -1,6 +1,7 @@
 // The whole self-update with the real program, helper and a local HTTPS server: bundle A runs
 // from an install folder, checks, downloads and verifies B, hands over and ends; afterwards B
-// runs from the same folder and A is gone. A broken package leaves A installed and running.
+// runs from the same folder and A is gone. A broken package leaves A installed and running; a
+// package without a good signature never reaches the helper.
 #include "bundle_fixture.h"
 #include "https_rig.h"
 #include "model/config_file.h"
@@ -9,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QThread>
@@ -35,9 +38,8 @@ class EndToEndUpdateTest : public ::testing::Test {
         if (relaunched_ > 0) ::kill(relaunched_, SIGKILL);
     }
 
-    // Publishes `package` as release 99.0 and runs the installed program's --update to its end.
-    int runUpdate(const QByteArray& package) {
-        rig_.offer(QStringLiteral("latest.json"), QStringLiteral("99.0"), package);
+    // Runs the installed program's --update against the manifest "latest.json" to its end.
+    int runUpdate() {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         for (const char* folder : {"VELT_CONFIG_DIR", "VELT_LOG_DIR", "XDG_CONFIG_HOME"})
             environment.insert(QString::fromUtf8(folder), data_.path());
@@ -101,7 +103,8 @@ class EndToEndUpdateTest : public ::testing::Test {
 
 TEST_F(EndToEndUpdateTest, ReleaseBReplacesTheRunningBundleA) {
     makeBundle(releaseB_.path(), QStringLiteral("B"));
-    EXPECT_EQ(runUpdate(packBundle(releaseB_.path())), 0) << output_.toStdString();
+    rig_.offer(QStringLiteral("latest.json"), QStringLiteral("99.0"), packBundle(releaseB_.path()));
+    EXPECT_EQ(runUpdate(), 0) << output_.toStdString();
     // The helper's last line comes after the old bundle it kept is removed.
     expectRelaunchedWith(
         awaitHelper(QStringLiteral("(?s)Relaunched pid (\\d+).*Update to 99\\.0 installed")),
@@ -111,11 +114,60 @@ TEST_F(EndToEndUpdateTest, ReleaseBReplacesTheRunningBundleA) {
 
 TEST_F(EndToEndUpdateTest, ABrokenPackageLeavesATheRunningRelease) {
     // Verified against the manifest, yet no archive: the helper must refuse it.
-    EXPECT_EQ(runUpdate(QByteArray("this is not a bundle").repeated(100)), 0)
-        << output_.toStdString();
+    rig_.offer(QStringLiteral("latest.json"), QStringLiteral("99.0"),
+               QByteArray("this is not a bundle").repeated(100));
+    EXPECT_EQ(runUpdate(), 0) << output_.toStdString();
     expectRelaunchedWith(awaitHelper(QStringLiteral("Relaunched the previous version pid (\\d+)")),
                          QStringLiteral("A"));
     EXPECT_TRUE(log(QStringLiteral("updater.log")).contains(QStringLiteral("Package refused: ")));
+}
+
+TEST_F(EndToEndUpdateTest, PackagesWithoutAGoodSignatureAreRefusedAndNothingIsKept) {
+    makeBundle(releaseB_.path(), QStringLiteral("B"));
+    const QByteArray package = packBundle(releaseB_.path());
+    const QString served = QStringLiteral("latest.tar.gz");
+    const QJsonObject good = rig_.release(served, QStringLiteral("99.0"), package);
+    const QString signature = QStringLiteral("signature");
+    const auto signatureOf = [&](const QByteArray& bytes,
+                                 const QString& key = QStringLiteral(VELT_UPDATE_TEST_KEY)) {
+        return rig_.release(QStringLiteral("o"), QStringLiteral("9"), bytes, key).value(signature);
+    };
+    const char* mismatch = "The update signature does not match the package.";
+    QByteArray changed = package;
+    changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
+    // The manifest's checksum always fits the served package: the server's owner can make it so.
+    const struct {
+        const char* what;
+        QJsonValue signature;  // undefined: none
+        QByteArray package;
+        const char* logged;
+    } cases[] = {
+        {"no signature", QJsonValue::Undefined, package, "The update has no signature."},
+        {"of other bytes", signatureOf(package + "x"), package, mismatch},
+        {"by another key", signatureOf(package, rig_.makeKey(QStringLiteral("k"))), package,
+         mismatch},
+        {"truncated", good[signature].toString().left(60), package,
+         "The update signature is malformed."},
+        {"changed after signing", good[signature], changed, mismatch},
+    };
+    for (const auto& c : cases) {
+        QJsonObject entry = good;
+        entry.insert(signature, c.signature);  // an undefined value removes it
+        entry[QStringLiteral("sha256")] = QString::fromLatin1(sha256Hex(c.package));
+        rig_.put(served, c.package);
+        rig_.put(QStringLiteral("latest.json"), QJsonDocument(entry).toJson());
+        EXPECT_EQ(runUpdate(), 1) << c.what << ": " << output_.toStdString();
+        EXPECT_TRUE(log(QStringLiteral("native.log"))
+                        .contains(QStringLiteral("Update error: ") + QString::fromUtf8(c.logged)))
+            << c.what;
+        // The user's alert, in the default language.
+        EXPECT_TRUE(output_.contains(QStringLiteral("Подпись файла обновления не подтверждена.")))
+            << c.what << ": " << output_.toStdString();
+        // Bundle A as it was, no helper started, nothing of the download left behind.
+        EXPECT_TRUE(QFileInfo::exists(installed_ + QStringLiteral("/RELEASE-A"))) << c.what;
+        EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("updater.log")))) << c.what;
+        EXPECT_TRUE(QDir(temp_.path()).isEmpty()) << c.what;
+    }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <QCryptographicHash>
 #include <QDir>
+#include <QJsonDocument>
 
 namespace velt::testing {
 namespace {
@@ -50,11 +51,21 @@ void HttpsRig::put(const QString& name, const QByteArray& bytes) {
     writeFile(dir_.filePath(QStringLiteral("site/") + name), bytes);
 }
 
+QJsonObject HttpsRig::release(const QString& name, const QString& version,
+                              const QByteArray& package, const QString& key) {
+    put(name, package);
+    return signRelease(dir_.filePath(QStringLiteral("site/") + name), version, url(name), key);
+}
+
 void HttpsRig::offer(const QString& manifestName, const QString& version,
                      const QByteArray& package) {
-    put(manifestName + QStringLiteral(".tar.gz"), package);
-    put(manifestName,
-        manifest(version, url(manifestName + QStringLiteral(".tar.gz")), sha256Hex(package)));
+    const QJsonObject entry = release(manifestName + QStringLiteral(".tar.gz"), version, package);
+    put(manifestName, QJsonDocument(entry).toJson());
+}
+
+QString HttpsRig::makeKey(const QString& name) {
+    openssl(dir_.path(), QStringLiteral("genpkey -algorithm ed25519 -out ") + name);
+    return dir_.filePath(name);
 }
 
 QList<QSslCertificate> HttpsRig::authority() const {
@@ -70,12 +81,15 @@ QStringList HttpsRig::requests() {
     return requests_;
 }
 
-QByteArray HttpsRig::manifest(const QString& version, const QUrl& download,
-                              const QByteArray& sha256, const QString& extraFields) {
-    QString json = QStringLiteral(R"({"version": "%1", "download": "%2", "sha256": "%3")")
-                       .arg(version, download.toString(), QString::fromLatin1(sha256));
-    if (!extraFields.isEmpty()) json += QStringLiteral(", ") + extraFields;
-    return (json + QStringLiteral("}")).toUtf8();
+QJsonObject signRelease(const QString& package, const QString& version, const QUrl& download,
+                        const QString& key) {
+    QProcess script;
+    script.start(QStringLiteral(VELT_SIGN_RELEASE),
+                 {QStringLiteral("--key"), key, QStringLiteral("--version"), version,
+                  QStringLiteral("--download"), download.toString(), package});
+    EXPECT_TRUE(script.waitForFinished(60000));
+    EXPECT_EQ(script.exitCode(), 0) << script.readAllStandardError().toStdString();
+    return QJsonDocument::fromJson(script.readAllStandardOutput()).object();
 }
 
 QByteArray sha256Hex(const QByteArray& bytes) {

@@ -3,6 +3,7 @@
 #include "app/app_store.h"
 #include "https_rig.h"
 #include "support/store_support.h"
+#include "update/package_signature.h"
 
 #include <gtest/gtest.h>
 #include <QCoreApplication>
@@ -22,6 +23,7 @@ class StoreUpdateTest : public ::testing::Test {
         environment.systemVersion = QStringLiteral("2.36");
         environment.executablePath = QStringLiteral(VELT_EXECUTABLE);  // not in a bundle
         environment.extraCertificateAuthorities = rig_.authority();
+        environment.updateKey = builtInUpdateKey();
         auto store = std::make_unique<AppStore>(
             &presenter_, AppStore::Services{},
             std::make_unique<AppUpdater>(rig_.url(manifest), environment));
