@@ -4,8 +4,10 @@
 //   velt-updater --pid PID --target BUNDLE --dmg PACKAGE --version VERSION [--relaunch]
 //                [--wait-seconds N]
 //
-// The package is unpacked into a staging folder beside the bundle (same file system), its
-// program must answer --version, and the two folders are exchanged in one rename. The old
+// The package must carry a signature by the release key in PACKAGE.sig beside it (base64, as
+// the manifest's "signature"; the program writes it there before the hand-over). Only then is
+// it unpacked into a staging folder beside the bundle (same file system), its program must
+// answer --version, and the two folders are exchanged in one rename. The old
 // bundle is kept until the new program has started and is put back on any failure, so the
 // installed program is never left half-replaced. One line per step goes to updater.log.
 //
@@ -14,8 +16,11 @@
 // could not be exchanged; 8 the new program could not be launched (old bundle restored).
 #include "bundle_archive.h"
 #include "helper_steps.h"
+#include "model/atomic_file.h"
+#include "update/package_signature.h"
 
 #include <stdlib.h>
+#include <QFile>
 #include <charconv>
 #include <optional>
 #include <string>
@@ -23,6 +28,7 @@
 
 namespace fs = std::filesystem;
 using namespace velt::updater;
+using velt::SignatureCheck;
 
 namespace {
 
@@ -117,6 +123,15 @@ int install(const Arguments& arguments) {
         logLine("Not a bundle: " + arguments.target.string() + "; nothing was changed");
         return 4;
     }
+    const QString package = QFile::decodeName(arguments.package.c_str());
+    const QString signature = velt::signatureFileOf(package);
+    const SignatureCheck check = velt::verifyPackageSignature(
+        package, velt::readWholeFile(signature, 4096).value_or(QByteArray()),
+        velt::builtInUpdateKey());
+    if (check != SignatureCheck::verified)
+        return giveUp(arguments, {}, 5,
+                      "Package refused: " + describe(check).toStdString() +
+                          " Signature file: " + QFile::encodeName(signature).toStdString());
     std::string pattern = (arguments.target.parent_path() / ".velt-update-XXXXXX").string();
     if (!::mkdtemp(pattern.data()))
         return giveUp(arguments, {}, 5, "Cannot create a staging folder beside the bundle");
