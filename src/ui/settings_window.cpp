@@ -100,7 +100,13 @@ QPushButton* SettingsViewController::button(const QString& text) const {
 }
 
 void SettingsViewController::rebuildContent(AppLanguage language) {
-    delete contentHost_;
+    // The change may come from a control inside the old content, still in its own signal: the
+    // old content leaves the layout now and is deleted once the event loop has it back.
+    if (contentHost_) {
+        contentHost_->hide();
+        layout()->removeWidget(contentHost_);
+        contentHost_->deleteLater();
+    }
     contentHost_ = new QWidget(this);
     layout()->addWidget(contentHost_);
     const auto t = [language](const char* russian, const char* english) {

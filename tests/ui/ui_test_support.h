@@ -1,5 +1,5 @@
-// Shared by the widget tests: waiting on the event loop, choosing in pop-ups, pixels and
-// screenshots.
+// Shared by the widget tests: waiting on the event loop, real input on pop-ups and sliders,
+// pixels and screenshots.
 #pragma once
 
 #include "app/app_store.h"
@@ -18,8 +18,13 @@ namespace velt::testing {
 // Runs the event loop until `done` holds or `seconds` pass; whether it held.
 bool processEventsUntil(const std::function<bool()>& done, double seconds = 5.0);
 
-// Chooses the item of `popup` carrying `value` as the user does.
+// Chooses the item of `popup` carrying `value` as the user does with the mouse: a click opens
+// the list, a click on the item chooses it. The popup may be gone afterwards (a rebuild).
 void choose(QComboBox* popup, const QString& value);
+// The same with the keyboard: the pop-up takes the focus, then arrow keys step to the item.
+void chooseWithKeys(QComboBox* popup, const QString& value);
+// Turns the mouse wheel over the middle of `widget` by `notches` (positive: away from the user).
+void turnWheel(QWidget* widget, int notches);
 
 // The widget's real pixels, as it paints itself once the event loop has laid it out.
 QImage pixelsOf(QWidget& widget);

@@ -195,6 +195,42 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndTheLanguageRebuildsEverything
         QFileInfo::exists(QDir(fixture_.folder.path()).filePath(QStringLiteral("photo.jpg"))));
 }
 
+// Every way a user changes the language — a click in the list, the arrow keys, the wheel over
+// the focused pop-up — rebuilds the window under the very pop-up that sent the change; fifty
+// switches in a row leave a working window in the language last chosen.
+TEST_F(WindowsTest, TheLanguageSurvivesFiftyRealSwitches) {
+    SettingsWindowController window(store_);
+    store_.onChange = [&] { window.render(); };
+    window.showWindow();
+    SettingsViewController& view = *window.settingsViewController();
+    for (int i = 0; i < 50; ++i) {
+        const bool toEnglish = store_.config().language == AppLanguage::russian;
+        const QString target = toEnglish ? QStringLiteral("english") : QStringLiteral("russian");
+        QComboBox* popup = view.languagePopup();
+        switch (i % 3) {
+            case 0:
+                choose(popup, target);
+                break;
+            case 1:
+                chooseWithKeys(popup, target);
+                break;
+            default:
+                popup->setFocus();
+                turnWheel(popup, toEnglish ? -1 : 1);
+        }
+        ASSERT_TRUE(processEventsUntil(
+            [&] {
+                return store_.config().language ==
+                       (toEnglish ? AppLanguage::english : AppLanguage::russian);
+            },
+            2))
+            << "switch " << i;
+        processEventsUntil([] { return false; }, 0.02);
+        ASSERT_EQ(view.languagePopup()->currentData().toString(), target) << "switch " << i;
+    }
+    EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Настройки"));
+}
+
 // The button follows the updater: "Checking…" and disabled while the request runs, back to
 // "Check" and enabled when it ends, here with a failure (nothing listens on the port).
 TEST(SettingsUpdateButton, FollowsTheUpdaterThroughACheck) {
