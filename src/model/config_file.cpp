@@ -12,8 +12,9 @@ namespace {
 using json::optionalBool;
 using json::optionalString;
 
-std::optional<QualitySettings> decodeQualities(const nlohmann::json& object) {
-    const auto it = object.find("qualities");
+std::optional<QualitySettings> decodeQualities(const nlohmann::json& object,
+                                               const char* key = "qualities") {
+    const auto it = object.find(key);
     if (it == object.end() || it->is_null()) return std::nullopt;
     const auto& q = json::requireObject(*it);
     return QualitySettings{json::required(json::optionalInt(q, "jpeg"), "jpeg"),
@@ -52,6 +53,12 @@ AppConfig decodeObject(const nlohmann::json& object) {
         config.originalPolicy = originalPolicyFromStoredText(*raw);
     // Missing qualities follow the preset read from the same file, before any normalisation.
     config.qualities = decodeQualities(object).value_or(defaults(config.preset));
+    // Only a convenience: a damaged one is dropped, never the whole file.
+    try {
+        config.customQualities = decodeQualities(object, "customQualities");
+    } catch (const std::exception&) {
+        config.customQualities.reset();
+    }
     // A policy this version does not know (written by a newer one) keeps the default.
     if (const auto raw = optionalString(object, "metadataPolicy"))
         config.metadataPolicy =
@@ -89,9 +96,12 @@ QByteArray encodeAppConfig(const AppConfig& config) {
     object["preset"] = toStd(rawValue(config.preset));
     object["formatStrategy"] = toStd(rawValue(config.formatStrategy));
     object["originalPolicy"] = toStd(rawValue(config.originalPolicy));
-    const QualitySettings& q = config.qualities;
-    object["qualities"] = nlohmann::ordered_json{
-        {"jpeg", q.jpeg}, {"png", q.png}, {"webp", q.webp}, {"avif", q.avif}, {"heic", q.heic}};
+    const auto qualities = [](const QualitySettings& q) {
+        return nlohmann::ordered_json{
+            {"jpeg", q.jpeg}, {"png", q.png}, {"webp", q.webp}, {"avif", q.avif}, {"heic", q.heic}};
+    };
+    object["qualities"] = qualities(config.qualities);
+    if (config.customQualities) object["customQualities"] = qualities(*config.customQualities);
     object["metadataPolicy"] = toStd(rawValue(config.metadataPolicy));
     return QByteArray::fromStdString(
         object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));

@@ -81,6 +81,9 @@ struct AppConfig {
     FormatStrategy formatStrategy = FormatStrategy::automatic;
     OriginalPolicy originalPolicy = OriginalPolicy::keep;
     QualitySettings qualities = defaults(CompressionPreset::balanced);
+    // The user's own numbers while a named preset is chosen, so that choosing custom again
+    // brings them back.
+    std::optional<QualitySettings> customQualities;
     MetadataPolicy metadataPolicy = MetadataPolicy::keepWithoutLocation;
 
     // Maps the legacy jpegCompatible preset to balanced (qualities kept) and drops the legacy

@@ -316,9 +316,13 @@ void PopoverViewController::choosePreset() {
     const auto preset = value ? compressionPresetFromRawValue(*value) : std::nullopt;
     if (!preset || *preset == store_.config().preset) return;
     AppConfig config = store_.config();
+    // A named preset stands for its own numbers; the user's own are kept aside for custom,
+    // which comes back with them (or, the first time, starts from the numbers in effect).
+    if (config.preset == CompressionPreset::custom) config.customQualities = config.qualities;
     config.preset = *preset;
-    // A named preset stands for its own numbers; custom starts from the numbers in effect.
-    if (*preset != CompressionPreset::custom) config.qualities = defaults(*preset);
+    config.qualities = *preset == CompressionPreset::custom
+                           ? config.customQualities.value_or(config.qualities)
+                           : defaults(*preset);
     store_.setConfig(config);
 }
 

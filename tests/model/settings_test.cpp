@@ -41,6 +41,15 @@ TEST(SettingsDecoding, Table) {
          with([](AppConfig& c) {
              c.qualities = {-5, 200, 3, 4, 5};
          })},
+        // The user's own numbers kept aside under a named preset; damaged, only they go.
+        {R"({"preset":"gentle","customQualities":{"jpeg":1,"png":2,"webp":3,"avif":4,"heic":5}})",
+         with([](AppConfig& c) {
+             c.preset = CompressionPreset::gentle;
+             c.qualities = {86, 92, 86, 62, 82};
+             c.customQualities = QualitySettings{1, 2, 3, 4, 5};
+         })},
+        {R"({"customQualities":{"jpeg":1},"enabled":false})",
+         with([](AppConfig& c) { c.enabled = false; })},
         // Old and unknown stored texts: strategy and policy fall back alone.
         {R"({"formatStrategy":"heicToJpeg","enabled":false})", with([](AppConfig& c) {
              c.formatStrategy = FormatStrategy::jpeg;
@@ -108,6 +117,7 @@ TEST(SettingsEncoding, RoundTripsEveryField) {
     config.formatStrategy = FormatStrategy::webp;
     config.originalPolicy = OriginalPolicy::replace;
     config.qualities = {10, 20, 30, 40, 50};
+    config.customQualities = QualitySettings{11, 21, 31, 41, 51};
     config.metadataPolicy = MetadataPolicy::strip;
     const QByteArray encoded = encodeAppConfig(config);
     EXPECT_TRUE(encoded.contains("\"watchDirectory\":\"file:///home/u/"));
