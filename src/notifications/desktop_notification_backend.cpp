@@ -3,11 +3,14 @@
 #include "model/constants.h"
 #include "notifications/notification_manager.h"
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QFileInfo>
+#include <QUrl>
 #include <QVariantMap>
 
 namespace velt {
@@ -16,6 +19,19 @@ namespace {
 const QString serviceName = QStringLiteral("org.freedesktop.Notifications");
 const QString objectPath = QStringLiteral("/org/freedesktop/Notifications");
 constexpr int callTimeoutMs = 5000;
+
+// The program's icon: the installed file beside the program (a package, the portable bundle, the
+// build tree's copy of the resources), else its name in the icon theme.
+QString programIcon() {
+    const QString share = QCoreApplication::applicationDirPath() + QStringLiteral("/../share/");
+    for (const QString& candidate :
+         {share + QStringLiteral("icons/hicolor/scalable/apps/velt-compressor.svg"),
+          share + QStringLiteral("velt-compressor/status-icon.svg")}) {
+        if (QFileInfo::exists(candidate))
+            return QUrl::fromLocalFile(QFileInfo(candidate).canonicalFilePath()).toString();
+    }
+    return QStringLiteral("velt-compressor");
+}
 
 class DesktopNotificationBackend final : public NotificationBackend {
   public:
@@ -40,7 +56,8 @@ class DesktopNotificationBackend final : public NotificationBackend {
         hints.insert(QStringLiteral("x-velt-identifier"), request.identifier);
         // Bodies are markup for some services: a file name with "&" or "<" must stay text.
         const QString body = supportsBodyMarkup() ? request.body.toHtmlEscaped() : request.body;
-        call << appName << uint(0) << QString() << request.title << body << QStringList() << hints
+        static const QString icon = programIcon();
+        call << appName << uint(0) << icon << request.title << body << QStringList() << hints
              << int(-1);
         const QDBusPendingCall pending = bus().asyncCall(call, callTimeoutMs);
         auto* watcher = new QDBusPendingCallWatcher(pending);

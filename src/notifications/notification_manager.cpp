@@ -36,22 +36,25 @@ void NotificationManager::waitUntilIdle() {
 
 void NotificationManager::send(const AppConfig& config, const CompressionNotificationEvent& event) {
     if (!event.allowsSystemNotification()) return;
-    const QString key = event.dedupeKey();
+    sendMessage(config, event.dedupeKey(), event.title(config.language),
+                event.body(config.language));
+}
+
+void NotificationManager::sendMessage(const AppConfig& config, const QString& key,
+                                      const QString& title, const QString& body) {
     if (!config.notificationsEnabled) {
         NativeLog::write(QStringLiteral("Notification skipped because disabled: ") + key);
         return;
     }
-    const AppLanguage language = config.language;
     // The queue belongs to this object and is joined by its destructor, so work that runs at
     // all runs while the manager exists.
-    post([this, event, key, language] {
+    post([this, key, title, body] {
         if (!shouldSend(key)) return;
-        const QDateTime now = clock_();
         NotificationRequest request;
         request.identifier = QStringLiteral("velt.") + key + QLatin1Char('.') +
-                             QString::number(now.toSecsSinceEpoch());
-        request.title = event.title(language);
-        request.body = event.body(language);
+                             QString::number(clock_().toSecsSinceEpoch());
+        request.title = title;
+        request.body = body;
         deliver(key, request);
     });
 }

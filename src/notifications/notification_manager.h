@@ -74,6 +74,11 @@ class NotificationManager {
     // (logged, the cooldown is not consumed) or when the event never becomes a notification.
     void send(const AppConfig& config, const CompressionNotificationEvent& event);
 
+    // A message of the program's own (not an engine event) under `key`, with the same cooldown;
+    // nothing when notifications are switched off.
+    void sendMessage(const AppConfig& config, const QString& key, const QString& title,
+                     const QString& body);
+
     // Logs the current status and asks for permission when it is not determined yet.
     void requestAuthorizationIfNeeded();
 
