@@ -1,5 +1,6 @@
 #include "app/app_delegate.h"
 
+#include "model/constants.h"
 #include "model/native_log.h"
 
 #include <QCoreApplication>
@@ -31,8 +32,12 @@ void AppDelegate::applicationDidFinishLaunching() {
         QTimer::singleShot(launchSmokeExitDelay, qApp, [] { QCoreApplication::exit(0); });
         return;
     }
-    // A stop the user made stays made: only a watch that was on is resumed.
-    store_->startOnLaunch();
+    // A folder named on the command line is chosen now; otherwise a stop the user made stays
+    // made: only a watch that was on is resumed.
+    if (watchDirectory_)
+        store_->useWatchDirectory(*watchDirectory_);
+    else
+        store_->startOnLaunch();
     if (!store_->config().watchDirectory || store_->watcherError()) {
         QTimer::singleShot(firstRunPanelDelay, this, [this] { shell_.showPanel(); });
     }
@@ -48,12 +53,54 @@ void AppDelegate::updateStatusItem() {
         statusTitle_.clear();
     }
     shell_.setStatusTitle(statusTitle_);
+    if (!store_) return;
+    forgetSolvedProblem();
+    shell_.setStatusToolTip(statusToolTip());
+}
+
+QString AppDelegate::statusToolTip() const {
+    const AppConfig& config = store_->config();
+    const auto t = [&config](const char* russian, const char* english) {
+        return text(config.language, QString::fromUtf8(russian), QString::fromUtf8(english));
+    };
+    QStringList lines{appName};
+    const CompressionStats& stats = store_->stats();
+    if (!config.watchDirectory) {
+        lines << t("Папка для сжатия не выбрана", "No compression folder chosen");
+    } else if (store_->watcherError()) {
+        lines << *store_->watcherError();
+    } else if (!store_->isRunning()) {
+        lines << t("Сжатие приостановлено", "Compression paused");
+    } else if (stats.active >= 1) {
+        const QString percent = QString::number(stats.progress.value_or(0));
+        lines << t("Сжатие: ", "Compressing: ") + percent + t(" %", "%");
+    } else {
+        lines << t("Слежу за папкой ", "Watching ") + QFileInfo(*config.watchDirectory).fileName();
+    }
+    if (lastProblem_)
+        lines << t("Последняя проблема: ", "Last problem: ") +
+                     lastProblem_->title(config.language) + QStringLiteral(" — ") +
+                     lastProblem_->body(config.language);
+    return lines.join(QLatin1Char('\n'));
+}
+
+void AppDelegate::forgetSolvedProblem() {
+    const CompressionHistory& history = store_->history();
+    if (lastProblem_ && !history.empty() && history.front().id != historyAtProblem_ &&
+        history.front().status == CompressionHistoryStatus::compressed)
+        lastProblem_.reset();
 }
 
 void AppDelegate::showMenuBarNotice(const CompressionNotificationEvent& event) {
     const MenuBarNotice notice{QUuid::createUuid(),
                                menuBarNoticeTitle(event, store_->config().language)};
     statusNotice_ = notice;
+    using Kind = CompressionNotificationEvent::Kind;
+    if (event.kind() == Kind::processingFailed || event.kind() == Kind::unsupportedFile ||
+        event.kind() == Kind::watcherFailed) {
+        lastProblem_ = event;
+        historyAtProblem_ = store_->history().empty() ? QUuid() : store_->history().front().id;
+    }
     updateStatusItem();
     NativeLog::write(QStringLiteral("Menu bar notice shown: ") + notice.title);
     QTimer::singleShot(noticeDuration, Qt::PreciseTimer, this, [this, identity = notice.identity] {

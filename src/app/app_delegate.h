@@ -28,6 +28,8 @@ class StatusBarShell {
     virtual void createStatusItem(AppStore& store) = 0;
     // The status item's title: empty shows the icon alone.
     virtual void setStatusTitle(const QString& title) = 0;
+    // What the program is doing, in a few lines (the tray icon's tooltip).
+    virtual void setStatusToolTip(const QString& toolTip) = 0;
     // The panel shows the store's state again.
     virtual void refreshPanel() = 0;
     virtual void showPanel() = 0;
@@ -55,6 +57,8 @@ class AppDelegate : public QObject {
 
     // Settings for this run only (the command line's), applied to what the engine receives.
     void setSessionOverrides(const SettingsOverrides& overrides) { overrides_ = overrides; }
+    // A folder named on the command line: watched at launch instead of the saved one, and saved.
+    void setWatchDirectory(const std::optional<QString>& folder) { watchDirectory_ = folder; }
 
     bool hasStore() const { return store_ != nullptr; }
     // REQUIRES: applicationDidFinishLaunching ran.
@@ -62,9 +66,13 @@ class AppDelegate : public QObject {
     const std::optional<MenuBarNotice>& statusNotice() const { return statusNotice_; }
     // The title last given to the status item.
     const QString& statusTitle() const { return statusTitle_; }
+    // The program's name, then what it does now — no folder, the folder's problem, paused,
+    // "Compressing: N%" or "Watching FOLDER" — then the last problem with a file, until a later
+    // file is compressed.
+    QString statusToolTip() const;
 
     // Title precedence: a notice; else " N%" while work is in flight and progress display is on;
-    // else nothing (icon only).
+    // else nothing (icon only). The tooltip follows.
     void updateStatusItem();
     // Shows the event's title for 4 seconds; an older notice's expiry never clears a newer one.
     void showMenuBarNotice(const CompressionNotificationEvent& event);
@@ -73,10 +81,15 @@ class AppDelegate : public QObject {
 
   private:
     StatusBarShell& shell_;
+    void forgetSolvedProblem();
+
     SettingsOverrides overrides_;
+    std::optional<QString> watchDirectory_;
     std::unique_ptr<AppStore> store_;
     std::optional<MenuBarNotice> statusNotice_;
     QString statusTitle_;
+    std::optional<CompressionNotificationEvent> lastProblem_;
+    QUuid historyAtProblem_;  // the newest history entry when the problem was reported
 };
 
 }  // namespace velt

@@ -67,8 +67,11 @@ class Parser {
                 inlineValue_ = option.mid(equals + 1);
                 option = option.left(equals);
             }
-            if (option == QLatin1String("--help") || option == QLatin1String("-h"))
-                return CommandLineRequest{CommandLineRequest::Action::showHelp, {}, {}, {}, {}};
+            if (option == QLatin1String("--help") || option == QLatin1String("-h")) {
+                CommandLineRequest help;
+                help.action = CommandLineRequest::Action::showHelp;
+                return help;
+            }
             if (auto error = handle(option)) return *error;
         }
         return finish();
@@ -80,6 +83,9 @@ class Parser {
         if (option == QLatin1String("--headless")) return flag(option, Action::headless);
         if (option == QLatin1String("--update")) return flag(option, Action::update);
         if (option == QLatin1String("--once")) return folderOption(option, Action::once);
+        if (option == QLatin1String("--show-panel")) return part(option, DesktopPart::panel);
+        if (option == QLatin1String("--settings")) return part(option, DesktopPart::settings);
+        if (option == QLatin1String("--history")) return part(option, DesktopPart::history);
         if (option == QLatin1String("--watch")) return folderOption(option, std::nullopt);
         if (option == QLatin1String("--preset"))
             return choice(option, presetFromText, request_.overrides.preset,
@@ -116,6 +122,17 @@ class Parser {
     }
 
     using Action = CommandLineRequest::Action;
+    using DesktopPart = CommandLineRequest::DesktopPart;
+
+    std::optional<CommandLineError> part(const QString& option, DesktopPart part) {
+        if (inlineValue_) return CommandLineError{option + QStringLiteral(" takes no value")};
+        if (request_.open && *request_.open != part)
+            return CommandLineError{option + QStringLiteral(" cannot be combined with ") +
+                                    partOption_};
+        request_.open = part;
+        partOption_ = option;
+        return std::nullopt;
+    }
 
     std::optional<CommandLineError> flag(const QString& option, Action action) {
         if (inlineValue_) return CommandLineError{option + QStringLiteral(" takes no value")};
@@ -182,6 +199,9 @@ class Parser {
             return CommandLineError{QStringLiteral("--watch cannot be combined with --once")};
         if (request_.jobs && mode_ != Action::once)
             return CommandLineError{QStringLiteral("--jobs goes with --once")};
+        if (request_.open && mode_)
+            return CommandLineError{partOption_ + QStringLiteral(" cannot be combined with ") +
+                                    modeOption_};
         request_.action = mode_.value_or(Action::run);
         if (version_) request_.action = Action::showVersion;
         return request_;
@@ -192,6 +212,7 @@ class Parser {
     std::optional<QString> inlineValue_;
     std::optional<Action> mode_;
     QString modeOption_;
+    QString partOption_;
     bool version_ = false;
     CommandLineRequest request_;
 };
@@ -204,18 +225,25 @@ Result parseCommandLine(const QStringList& arguments) {
 
 QString usageText() {
     return QStringLiteral(
-        "Usage: velt-compressor [--headless [--watch DIR] | --once DIR] [SETTINGS]\n"
+        "Usage: velt-compressor [--show-panel | --settings | --history] [--watch DIR] [SETTINGS]\n"
+        "       velt-compressor --headless [--watch DIR] [SETTINGS]\n"
+        "       velt-compressor --once DIR [--jobs N] [SETTINGS]\n"
         "       velt-compressor --help | --version\n"
         "\n"
         "Watches one folder and compresses every new image that lands in it.\n"
         "\n"
         "Modes:\n"
         "  (no mode)         the desktop program: an icon in the system tray with its panel (a\n"
-        "                    window where there is no tray); a second launch shows the panel\n"
-        "                    of the first; without a desktop session it runs headless\n"
+        "                    window where there is no tray, and on Wayland); a second launch\n"
+        "                    shows the panel of the first; without a display that answers it\n"
+        "                    runs headless\n"
+        "  --show-panel      open the panel of the running program (or start it and open it)\n"
+        "  --settings        open its settings window instead\n"
+        "  --history         open its history window instead\n"
         "  --headless        watch the saved folder until SIGINT, SIGTERM or SIGHUP, then stop\n"
         "                    and exit 0; notices are written to standard error, one per line\n"
-        "  --watch DIR       watch DIR instead, and save it as the chosen folder\n"
+        "  --watch DIR       watch DIR instead, and save it as the chosen folder (the running\n"
+        "                    desktop program switches to it)\n"
         "  --once DIR        compress what is in DIR now (the saved folder is not changed), print\n"
         "                    one line per file as it is done and a summary; exit 0, or 1 when a\n"
         "                    file failed\n"

@@ -22,7 +22,12 @@ struct CommandLineRequest {
         once,         // --once DIR
         update,       // --update
     };
+    // A part of the desktop program to open (--show-panel, --settings, --history): in the copy
+    // already running, or in this one once it has started.
+    enum class DesktopPart { panel, settings, history };
+
     Action action = Action::run;
+    std::optional<DesktopPart> open;
     std::optional<QString> watchDirectory;  // --watch, absolute
     QString onceDirectory;                  // --once, absolute
     std::optional<int> jobs;                // --jobs, at least 1; only with --once

@@ -2,22 +2,12 @@
 #include "app/headless_runner.h"
 #include "app/once_runner.h"
 #include "platform/batch_memory.h"
+#include "platform/display_probe.h"
 #include "ui/desktop_shell.h"
 
 #include <QCoreApplication>
 #include <QTextStream>
 #include <cstdio>
-
-namespace {
-
-// Whether a window system is reachable, so that the desktop program can start.
-bool hasDesktopSession() {
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-        if (!qEnvironmentVariableIsEmpty(name)) return true;
-    return false;
-}
-
-}  // namespace
 
 int main(int argc, char* argv[]) {
     QStringList arguments;
@@ -47,13 +37,18 @@ int main(int argc, char* argv[]) {
             QCoreApplication application(argc, argv);
             return velt::runOnceCommand(request);
         }
-        case Action::run:
-            if (hasDesktopSession())
-                return velt::ui::runDesktopProgram(argc, argv, request.overrides);
-            err << "velt-compressor: no desktop session (DISPLAY, WAYLAND_DISPLAY); running "
-                   "headless\n";
+        case Action::run: {
+            // A display that does not answer would abort the toolkit: headless instead.
+            QString reason;
+            if (const auto display = velt::reachableDisplay(&reason)) {
+                if (!display->platform.isEmpty())
+                    qputenv("QT_QPA_PLATFORM", display->platform.toLatin1());
+                return velt::ui::runDesktopProgram(argc, argv, request);
+            }
+            err << "velt-compressor: " << reason << "; running headless\n";
             err.flush();
             [[fallthrough]];
+        }
         case Action::update:
         case Action::headless: {
             QCoreApplication application(argc, argv);

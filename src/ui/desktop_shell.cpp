@@ -8,15 +8,32 @@
 #include "ui/menu_panel.h"
 #include "ui/settings_window.h"
 #include "ui/single_instance.h"
-#include "ui/tray_status_item.h"
 
 #include <QApplication>
-#include <QSystemTrayIcon>
+#include <QFileInfo>
 #include <QTimer>
 
 namespace velt::ui {
+namespace {
 
-DesktopShell::DesktopShell(bool trayAvailable) : trayAvailable_(trayAvailable) {}
+bool onWayland() {
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
+
+// A client cannot place a window on Wayland: the panel is a window there even with a tray.
+MenuPanel::Mode panelModeFor(const TrayMonitor::Kind& tray) {
+    return tray && !onWayland() ? MenuPanel::Mode::popup : MenuPanel::Mode::window;
+}
+
+// The launcher's token lets the next window that asks come to the front (Wayland reads it from
+// the environment when the window is activated).
+void useActivationToken(const QString& token) {
+    if (!token.isEmpty() && onWayland()) qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+}
+
+}  // namespace
+
+DesktopShell::DesktopShell(bool followTrays) : followTrays_(followTrays) {}
 
 DesktopShell::~DesktopShell() = default;
 
@@ -26,83 +43,201 @@ void DesktopShell::createStatusItem(AppStore& store) {
     callbacks.onOpenSettings = [this] { openSettings(); };
     callbacks.onOpenHistory = [this] { openHistory(); };
     callbacks.onSelectWatchDirectory = [this] {
-        // The panel closes first, so the dialog is not hidden behind it.
-        if (panel_->mode() == MenuPanel::Mode::popup) panel_->hide();
+        hidePopupPanel();  // so the dialog is not hidden behind it
         store_->selectWatchDirectory(nullptr);
     };
-    callbacks.onQuit = [this] {
-        NativeLog::write(QStringLiteral("Quit requested"));
-        store_->shutdown();
-        QCoreApplication::quit();
-    };
-    panel_ = std::make_unique<MenuPanel>(
-        store, std::move(callbacks),
-        trayAvailable_ ? MenuPanel::Mode::popup : MenuPanel::Mode::window);
-    if (!trayAvailable_) {
-        NativeLog::write(QStringLiteral("No system tray: the panel opens as a window"));
-        QTimer::singleShot(0, panel_.get(), [this] { showPanel(); });
-        return;
+    callbacks.onQuit = [this] { quit(); };
+    TrayMonitor::Kind tray;
+    if (followTrays_) {
+        trayMonitor_ =
+            std::make_unique<TrayMonitor>([this](TrayMonitor::Kind kind) { useTray(kind); });
+        tray = trayMonitor_->start();
     }
-    statusItem_ =
-        std::make_unique<TrayStatusItem>([this](const QRect& anchor) { panel_->toggle(anchor); });
-    statusItem_->trayIcon().show();
+    panel_ = std::make_unique<MenuPanel>(store, std::move(callbacks), panelModeFor(tray));
+    panel_->onClosedByUser = [this] { panelClosedByUser(); };
+    useTray(tray);
+    // Without a tray the window is the only way in: it opens at launch.
+    if (!statusItem_) QTimer::singleShot(0, panel_.get(), [this] { showPanel(); });
+}
+
+void DesktopShell::useTray(TrayMonitor::Kind kind) {
+    if (statusItem_ && kind && statusItem_->kind() == *kind) return;
+    statusItem_.reset();
+    if (kind) {
+        TrayStatusItem::Handlers handlers;
+        handlers.activate = [this](const QRect& anchor) {
+            useActivationToken(statusItem_->takeActivationToken());
+            panel_->toggle(anchor);
+        };
+        handlers.command = [this](TrayCommand command) { runTrayCommand(command); };
+        statusItem_ = std::make_unique<TrayStatusItem>(*kind, std::move(handlers));
+        if (!statusItem_->isPublished()) statusItem_.reset();
+    }
+    if (statusItem_) {
+        statusItem_->setTitle(title_);
+        statusItem_->setToolTip(toolTip_);
+        statusItem_->setMenu(trayMenuEntries(*store_));
+    }
+    panel_->setMode(panelModeFor(statusItem_ ? kind : std::nullopt));
 }
 
 void DesktopShell::setStatusTitle(const QString& title) {
+    title_ = title;
     if (statusItem_) statusItem_->setTitle(title);
-    if (!trayAvailable_ && panel_)
-        panel_->setWindowTitle(title.trimmed().isEmpty() ? appName
-                                                         : appName + QStringLiteral(" —") + title);
+    // The state once, then the program's name (the window manager adds nothing to a title that
+    // already ends with it).
+    if (panel_)
+        panel_->setWindowTitle(title.trimmed().isEmpty()
+                                   ? appName
+                                   : title.trimmed() + QStringLiteral(" — ") + appName);
+}
+
+void DesktopShell::setStatusToolTip(const QString& toolTip) {
+    toolTip_ = toolTip;
+    if (statusItem_) statusItem_->setToolTip(toolTip);
 }
 
 void DesktopShell::refreshPanel() {
     if (panel_) panel_->content()->render();
     if (settings_) settings_->render();
     if (history_) history_->render();
+    if (statusItem_) statusItem_->setMenu(trayMenuEntries(*store_));
 }
 
 void DesktopShell::showPanel() {
     if (!panel_) return;
-    panel_->present(statusItem_ ? statusItem_->trayIcon().geometry() : QRect());
+    const bool xembed = statusItem_ && statusItem_->kind() == TrayStatusItem::Kind::xembed;
+    panel_->present(xembed ? statusItem_->iconGeometry() : QRect());
+}
+
+void DesktopShell::open(CommandLineRequest::DesktopPart part, const QString& activationToken) {
+    useActivationToken(activationToken);
+    switch (part) {
+        case CommandLineRequest::DesktopPart::panel:
+            showPanel();
+            return;
+        case CommandLineRequest::DesktopPart::settings:
+            openSettings();
+            return;
+        case CommandLineRequest::DesktopPart::history:
+            openHistory();
+            return;
+    }
+}
+
+void DesktopShell::hidePopupPanel() {
+    if (panel_->mode() == MenuPanel::Mode::popup) panel_->hide();
 }
 
 void DesktopShell::openSettings() {
-    if (panel_->mode() == MenuPanel::Mode::popup) panel_->hide();
+    hidePopupPanel();
     if (!settings_) settings_ = std::make_unique<SettingsWindowController>(*store_);
     settings_->showWindow();
 }
 
 void DesktopShell::openHistory() {
-    if (panel_->mode() == MenuPanel::Mode::popup) panel_->hide();
+    hidePopupPanel();
     if (!history_)
         history_ =
             std::make_unique<HistoryWindowController>(*store_, presenter_, revealInFileManager);
     history_->showWindow();
 }
 
-int runDesktopProgram(int& argc, char** argv, const SettingsOverrides& overrides) {
+void DesktopShell::runTrayCommand(TrayCommand command) {
+    switch (command) {
+        case TrayCommand::showPanel:
+            showPanel();
+            return;
+        case TrayCommand::toggleCompression:
+            if (store_->isRunning())
+                store_->stop();
+            else
+                store_->start();
+            return;
+        case TrayCommand::openFolder:
+            store_->openWatchDirectory();
+            return;
+        case TrayCommand::history:
+            openHistory();
+            return;
+        case TrayCommand::settings:
+            openSettings();
+            return;
+        case TrayCommand::quit:
+            quit();
+            return;
+    }
+}
+
+// The window is gone from the screen but the program still works: say so once, and how to
+// bring the window back.
+void DesktopShell::panelClosedByUser() {
+    if (closeHintShown_) return;
+    closeHintShown_ = true;
+    const AppConfig& config = store_->config();
+    const auto t = [&config](const QString& russian, const QString& english) {
+        return text(config.language, russian, english);
+    };
+    QString body;
+    if (store_->isRunning() && config.watchDirectory) {
+        const QString name = QFileInfo(*config.watchDirectory).fileName();
+        body = t(QStringLiteral("Папка «") + name + QStringLiteral("» по-прежнему сжимается. "),
+                 QStringLiteral("The folder “") + name +
+                     QStringLiteral("” is still being compressed. "));
+    }
+    body += t(QStringLiteral("Чтобы открыть окно снова, запустите ") + appName +
+                  QStringLiteral(" ещё раз или выполните velt-compressor --show-panel."),
+              QStringLiteral("To open the window again, launch ") + appName +
+                  QStringLiteral(" once more or run velt-compressor --show-panel."));
+    NativeLog::write(QStringLiteral("Panel window closed; the program keeps running"));
+    store_->notificationManager().sendMessage(config, QStringLiteral("window-closed"),
+                                              t(appName + QStringLiteral(" продолжает работать"),
+                                                appName + QStringLiteral(" keeps running")),
+                                              body);
+}
+
+void DesktopShell::quit() {
+    NativeLog::write(QStringLiteral("Quit requested"));
+    store_->shutdown();
+    QCoreApplication::quit();
+}
+
+int runDesktopProgram(int& argc, char** argv, const CommandLineRequest& request) {
+    // Taken before the toolkit starts: on X11 it consumes the launcher's startup id.
+    const QString activationToken = qEnvironmentVariableIsEmpty("XDG_ACTIVATION_TOKEN")
+                                        ? qEnvironmentVariable("DESKTOP_STARTUP_ID")
+                                        : qEnvironmentVariable("XDG_ACTIVATION_TOKEN");
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setApplicationDisplayName(appName);
     QApplication::setDesktopFileName(QStringLiteral("velt-compressor"));
 
-    DesktopShell* shellForPanel = nullptr;
-    SingleInstance instance([&shellForPanel] {
-        if (shellForPanel) shellForPanel->showPanel();
+    const SingleInstance::Request handover{
+        request.open.value_or(CommandLineRequest::DesktopPart::panel), request.watchDirectory,
+        activationToken};
+    DesktopShell* running = nullptr;
+    AppDelegate* runningDelegate = nullptr;
+    SingleInstance instance([&](const SingleInstance::Request& later) {
+        if (!running || !runningDelegate || !runningDelegate->hasStore()) return;
+        if (later.watchDirectory) runningDelegate->store().useWatchDirectory(*later.watchDirectory);
+        running->open(later.open, later.activationToken);
     });
-    if (!instance.isPrimary()) return 0;
+    if (!instance.isPrimary()) return SingleInstance::forward(handover) ? 0 : 1;
 
-    DesktopShell shell(QSystemTrayIcon::isSystemTrayAvailable());
-    shellForPanel = &shell;
+    DesktopShell shell;
     AppDelegate delegate(shell);
+    running = &shell;
+    runningDelegate = &delegate;
     TerminationSignals termination([&delegate](int signal) {
         NativeLog::write(QStringLiteral("Signal ") + QString::number(signal) +
                          QStringLiteral(" received, stopping"));
         delegate.store().shutdown();
         QCoreApplication::exit(0);
     });
-    delegate.setSessionOverrides(overrides);
+    delegate.setSessionOverrides(request.overrides);
+    delegate.setWatchDirectory(request.watchDirectory);
     delegate.applicationDidFinishLaunching();
+    if (request.open) shell.open(*request.open);
     const int code = QApplication::exec();
     if (delegate.hasStore()) delegate.store().shutdown();
     return code;

@@ -42,8 +42,10 @@ int CollapsibleContainerView::naturalHeight() const {
 }
 
 void CollapsibleContainerView::resizeEvent(QResizeEvent*) {
-    // Pinned to the top at its full height: the container's own bounds clip it.
+    // Pinned to the top at its full height: the container's own bounds clip it. Folded away
+    // entirely, it is hidden, so that the keyboard does not land on rows nobody sees.
     content_->setGeometry(0, 0, contentWidth, naturalHeight());
+    content_->setVisible(height() > 0);
 }
 
 Separator::Separator(QWidget* parent) : QWidget(parent) {

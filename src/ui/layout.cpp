@@ -1,5 +1,8 @@
 #include "ui/layout.h"
 
+#include <QPainter>
+#include <algorithm>
+
 namespace velt::ui {
 
 QFont uiFont(double pixelSize, QFont::Weight weight) {
@@ -26,6 +29,16 @@ QColor secondaryLabelColor(const QPalette& palette) {
     QColor color = palette.color(QPalette::WindowText);
     color.setAlphaF(0.6f);
     return color;
+}
+
+void paintFocusRing(QPainter& painter, const QRect& rect, const QPalette& palette) {
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setBrush(Qt::NoBrush);
+    painter.setPen(QPen(palette.color(QPalette::Highlight), 1.5));
+    const double radius = std::min(12.0, rect.height() / 2.0);
+    painter.drawRoundedRect(QRectF(rect).adjusted(0.75, 0.75, -0.75, -0.75), radius, radius);
+    painter.restore();
 }
 
 }  // namespace velt::ui

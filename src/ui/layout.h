@@ -6,6 +6,8 @@
 #include <QFont>
 #include <QPalette>
 
+class QPainter;
+
 namespace velt::ui {
 
 inline constexpr int popoverWidth = 288;      // width of the panel body
@@ -26,5 +28,7 @@ QFont monospacedDigitFont(double pixelSize, QFont::Weight weight = QFont::Normal
 QColor contrastTint(const QPalette& palette, double alpha);
 // Text that is less important than the label beside it.
 QColor secondaryLabelColor(const QPalette& palette);
+// The keyboard focus around a row or control: a rounded line in the highlight colour.
+void paintFocusRing(QPainter& painter, const QRect& rect, const QPalette& palette);
 
 }  // namespace velt::ui

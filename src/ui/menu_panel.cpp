@@ -5,10 +5,14 @@
 #include "ui/layout.h"
 #include "ui/panel_tail_view.h"
 
+#include <QAbstractButton>
+#include <QAbstractItemView>
+#include <QComboBox>
 #include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QScreen>
+#include <QTimer>
 #include <algorithm>
 
 namespace velt::ui {
@@ -20,12 +24,8 @@ constexpr int anchorGap = 2;     // between the tray icon and the tail's apex
 }  // namespace
 
 MenuPanel::MenuPanel(AppStore& store, PopoverViewController::Callbacks callbacks, Mode mode)
-    : QWidget(nullptr, mode == Mode::popup
-                           ? Qt::Popup | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint
-                           : Qt::Window),
-      mode_(mode) {
+    : QWidget(nullptr), mode_(mode) {
     setWindowTitle(appName);
-    if (mode_ == Mode::popup) setAttribute(Qt::WA_TranslucentBackground);
     tailView_ = new PanelTailView(this);
     const auto resized = std::move(callbacks.onContentSizeChanged);
     callbacks.onContentSizeChanged = [this, resized] {
@@ -33,8 +33,37 @@ MenuPanel::MenuPanel(AppStore& store, PopoverViewController::Callbacks callbacks
         if (resized) resized();
     };
     content_ = new PopoverViewController(store, std::move(callbacks), tailView_);
+    for (QWidget* control : content_->findChildren<QWidget*>())
+        if (control->focusPolicy() & Qt::TabFocus) control->installEventFilter(this);
+    // A pop-up's list closes on Escape before the key itself arrives: noted, so that the key
+    // does not close the panel too.
+    for (QComboBox* popup : content_->findChildren<QComboBox*>())
+        popup->view()->window()->installEventFilter(this);
     sinceHidden_.invalidate();
+    applyMode();
+}
+
+void MenuPanel::applyMode() {
+    const bool popup = mode_ == Mode::popup;
+    setAttribute(Qt::WA_TranslucentBackground, popup);
+    setAttribute(Qt::WA_NoSystemBackground, popup);
+    setWindowFlags(popup ? Qt::Popup | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint
+                         : Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    // The window form has neither outline nor tail: the window manager draws its frame.
+    tailView_->setShowsOutline(popup);
+    if (!popup) clearMask();
     fitToContent();
+}
+
+void MenuPanel::setMode(Mode mode) {
+    if (mode == mode_) return;
+    const bool wasOpenWindow = mode_ == Mode::window && isVisible();
+    hide();
+    mode_ = mode;
+    applyMode();
+    NativeLog::write(mode_ == Mode::popup ? QStringLiteral("The panel drops from the tray icon")
+                                          : QStringLiteral("The panel opens as a window"));
+    if (wasOpenWindow && mode_ == Mode::window) present(QRect());
 }
 
 void MenuPanel::fitToContent() {
@@ -43,9 +72,7 @@ void MenuPanel::fitToContent() {
     const int tail = mode_ == Mode::popup ? panelTailHeight : 0;
     setFixedSize(body.width(), body.height() + tail);
     tailView_->setGeometry(rect());
-    if (mode_ == Mode::window) tailView_->setTailOnTop(true);
-    const QRect bodyRect = mode_ == Mode::popup ? tailView_->bodyRect() : rect();
-    content_->setGeometry(bodyRect);
+    content_->setGeometry(mode_ == Mode::popup ? tailView_->bodyRect() : rect());
     // A panel standing above its icon grows upwards, so its tail stays on the icon.
     if (mode_ == Mode::popup && isVisible() && !tailView_->tailOnTop()) place(anchor_);
     updateMask();
@@ -87,24 +114,21 @@ void MenuPanel::place(const QRect& anchor) {
 }
 
 void MenuPanel::present(const QRect& anchor) {
-    NativeLog::debug(QStringLiteral("Panel shown"));
+    NativeLog::debug(mode_ == Mode::popup ? QStringLiteral("Panel shown")
+                                          : QStringLiteral("Panel shown as a window"));
     content_->render();
     fitToContent();
-    if (mode_ == Mode::window) {
-        show();
-        raise();
-        activateWindow();
-        return;
+    if (mode_ == Mode::popup) {
+        anchor_ = anchor;
+        place(anchor);
     }
-    anchor_ = anchor;
-    place(anchor);
     show();
     raise();
     activateWindow();
 }
 
 void MenuPanel::toggle(const QRect& anchor) {
-    if (isVisible()) {
+    if (isVisible() && (mode_ == Mode::popup || isActiveWindow())) {
         hide();
         return;
     }
@@ -113,12 +137,58 @@ void MenuPanel::toggle(const QRect& anchor) {
     present(anchor);
 }
 
+bool MenuPanel::closeOpenList() {
+    if (listJustClosed_) return true;
+    for (QComboBox* popup : content_->findChildren<QComboBox*>()) {
+        if (popup->view()->isVisible()) {
+            popup->hidePopup();
+            return true;
+        }
+    }
+    return false;
+}
+
+// Up and Down move between rows as in a menu (a closed pop-up does not change its choice);
+// Enter acts on a row as Space does.
+bool MenuPanel::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::Hide && !qobject_cast<QComboBox*>(watched) &&
+        static_cast<QWidget*>(watched)->isWindow()) {
+        listJustClosed_ = true;
+        QTimer::singleShot(0, this, [this] { listJustClosed_ = false; });
+    }
+    if (event->type() != QEvent::KeyPress) return QWidget::eventFilter(watched, event);
+    auto* key = static_cast<QKeyEvent*>(event);
+    if (key->modifiers() & ~Qt::KeypadModifier) return false;
+    if (key->key() == Qt::Key_Down || key->key() == Qt::Key_Up) {
+        focusNextPrevChild(key->key() == Qt::Key_Down);
+        return true;
+    }
+    if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {
+        if (auto* button = qobject_cast<QAbstractButton*>(watched)) {
+            button->click();
+            return true;
+        }
+        if (auto* popup = qobject_cast<QComboBox*>(watched)) {
+            popup->showPopup();
+            return true;
+        }
+    }
+    return false;
+}
+
 void MenuPanel::keyPressEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Escape) {
-        hide();
+        if (closeOpenList()) return;
+        close();
+        if (mode_ == Mode::window && onClosedByUser) onClosedByUser();
         return;
     }
     QWidget::keyPressEvent(event);
+}
+
+void MenuPanel::closeEvent(QCloseEvent* event) {
+    QWidget::closeEvent(event);
+    if (mode_ == Mode::window && event->spontaneous() && onClosedByUser) onClosedByUser();
 }
 
 void MenuPanel::hideEvent(QHideEvent* event) {

@@ -22,6 +22,11 @@ void PanelTailView::setTailOnTop(bool onTop) {
     update();
 }
 
+void PanelTailView::setShowsOutline(bool shows) {
+    showsOutline_ = shows;
+    update();
+}
+
 QRect PanelTailView::bodyRect() const {
     return tailOnTop_ ? QRect(0, panelTailHeight, width(), height() - panelTailHeight)
                       : QRect(0, 0, width(), height() - panelTailHeight);
@@ -45,6 +50,7 @@ QPainterPath PanelTailView::outline() const {
 }
 
 void PanelTailView::paintEvent(QPaintEvent*) {
+    if (!showsOutline_) return;
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     // Opaque: without a compositor a translucent fill shows as a different shade.

@@ -18,6 +18,8 @@ class PanelTailView : public QWidget {
     void setArrowCenter(int x);
     int arrowCenter() const { return arrowCenter_; }
     void setTailOnTop(bool onTop);
+    // Off for the window form of the panel: nothing is drawn, the window's own background shows.
+    void setShowsOutline(bool shows);
     bool tailOnTop() const { return tailOnTop_; }
     // Where the body lies (the view less the tail).
     QRect bodyRect() const;
@@ -30,6 +32,7 @@ class PanelTailView : public QWidget {
   private:
     int arrowCenter_ = 0;
     bool tailOnTop_ = true;
+    bool showsOutline_ = true;
 };
 
 }  // namespace velt::ui

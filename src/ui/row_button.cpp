@@ -72,7 +72,8 @@ RowButton::RowButton(const QString& title, const QString& subtitle, bool allowsS
     : QAbstractButton(parent), handler_(std::move(handler)), hover_(this) {
     setFixedSize(contentWidth, allowsSubtitle ? 42 : 30);
     setCursor(Qt::PointingHandCursor);
-    setFocusPolicy(Qt::NoFocus);
+    // The keyboard reaches it with Tab and the arrows; a click leaves no focus ring behind.
+    setFocusPolicy(Qt::TabFocus);
 
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(8, 0, 6, 0);
@@ -131,6 +132,7 @@ void RowButton::updateAccessibleName() {
 void RowButton::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     hover_.paint(painter);
+    if (hasFocus()) paintFocusRing(painter, rect(), palette());
 }
 
 void RowButton::runAction() {

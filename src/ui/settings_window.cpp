@@ -6,6 +6,7 @@
 #include "ui/layout.h"
 #include "ui/popup_helpers.h"
 #include "ui/switch_control.h"
+#include "ui/wheel_guard.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -138,6 +139,7 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
     application->addRow(t("Запускать при входе в систему", "Launch at login"), autostartSwitch_);
     languagePopup_ = new QComboBox(contentHost_);
     languagePopup_->setFont(uiFont(12.5));
+    acceptWheelOnlyWithFocus(languagePopup_);
     fillPopup(languagePopup_, {title(AppLanguage::russian), title(AppLanguage::english)},
               {rawValue(AppLanguage::russian), rawValue(AppLanguage::english)}, rawValue(language));
     connect(languagePopup_, &QComboBox::activated, this, [this] {
@@ -163,6 +165,7 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
     files->addRow(t("Папка сжатия", "Compression folder"), change);
     metadataPopup_ = new QComboBox(contentHost_);
     metadataPopup_->setFont(uiFont(12.5));
+    acceptWheelOnlyWithFocus(metadataPopup_);
     // Wide enough for its longest choice (the default one, in Russian), which widens the window.
     metadataPopup_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     QStringList metadataTitles, metadataValues;
@@ -239,19 +242,28 @@ SettingsWindowController::SettingsWindowController(AppStore& store)
     scroll->setWidget(view_);
     layout->addWidget(scroll);
     render();
-    // The scroll area shows a scroll bar as soon as the view's preferred size does not fit.
-    view_->adjustSize();
+}
+
+// Rows in another language need another width (Russian runs longer): the window grows to show
+// every control whole, and never shrinks under the user.
+void SettingsWindowController::fitToContent() {
+    view_->layout()->activate();
     const QSize preferred = view_->sizeHint();
-    window_->resize(window_->minimumSize().expandedTo(
-        QSize(std::max(400, preferred.width()), preferred.height() + 8)));
+    const QSize needed = window_->minimumSize().expandedTo(
+        QSize(std::max(400, preferred.width()), preferred.height() + 8));
+    window_->resize(window_->size().expandedTo(needed));
 }
 
 SettingsWindowController::~SettingsWindowController() = default;
 
 void SettingsWindowController::render() {
+    const AppLanguage language = store_.config().language;
     window_->setWindowTitle(
-        text(store_.config().language, QStringLiteral("Настройки"), QStringLiteral("Settings")));
+        text(language, QStringLiteral("Настройки"), QStringLiteral("Settings")));
     view_->render();
+    if (fittedLanguage_ == language) return;
+    fittedLanguage_ = language;
+    fitToContent();
 }
 
 void SettingsWindowController::showWindow() {

@@ -69,9 +69,12 @@ class SettingsWindowController {
     SettingsViewController* settingsViewController() const { return view_; }
 
   private:
+    void fitToContent();
+
     AppStore& store_;
     std::unique_ptr<QWidget> window_;
     SettingsViewController* view_;
+    std::optional<AppLanguage> fittedLanguage_;
 };
 
 }  // namespace velt::ui

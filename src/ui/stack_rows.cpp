@@ -3,8 +3,10 @@
 #include "ui/icon_badge_view.h"
 #include "ui/layout.h"
 #include "ui/switch_control.h"
+#include "ui/wheel_guard.h"
 
 #include <QComboBox>
+#include <QFocusEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
@@ -36,9 +38,27 @@ HoverStackRow::HoverStackRow(int height, int spacing, bool showsHover, QWidget* 
     stack_->setSpacing(spacing);
 }
 
+void HoverStackRow::ringOnKeyboardFocus(QWidget* control) {
+    control->installEventFilter(this);
+}
+
+bool HoverStackRow::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut) {
+        const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
+        // A list or another window coming and going leaves the ring as it was.
+        if (reason != Qt::PopupFocusReason && reason != Qt::ActiveWindowFocusReason) {
+            focusRing_ = event->type() == QEvent::FocusIn &&
+                         (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason);
+            update();
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
 void HoverStackRow::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     hover_.paint(painter);
+    if (focusRing_) paintFocusRing(painter, rect(), palette());
 }
 
 PopupRow::PopupRow(const QString& title, const QString& iconName, const QString& fallbackSymbolName,
@@ -51,7 +71,10 @@ PopupRow::PopupRow(const QString& title, const QString& iconName, const QString&
     popup_ = new QComboBox(this);
     popup_->setFont(uiFont(10.5));
     popup_->setFixedWidth(popupWidth);
-    popup_->setFocusPolicy(Qt::NoFocus);
+    acceptWheelOnlyWithFocus(popup_);
+    ringOnKeyboardFocus(popup_);
+    // Screen readers name a pop-up by its label and read its choice as the value.
+    titleLabel_->setBuddy(popup_);
     stack()->addWidget(popup_, 0, Qt::AlignVCenter);
     setTitleText(title);
 }
@@ -85,6 +108,8 @@ SwitchRow::SwitchRow(const QString& title, QWidget* parent) : HoverStackRow(30, 
     stack()->addWidget(titleLabel_, 0, Qt::AlignVCenter);
     stack()->addStretch(1);
     control_ = new SwitchControl(this);
+    control_->setDrawsFocusRing(false);
+    ringOnKeyboardFocus(control_);
     stack()->addWidget(control_, 0, Qt::AlignVCenter);
     setTitleText(title);
 }
@@ -106,7 +131,8 @@ QualityRow::QualityRow(const QString& title, int value, QWidget* parent)
     slider_ = new QSlider(Qt::Horizontal, this);
     slider_->setRange(25, 100);
     slider_->setValue(75);
-    slider_->setFocusPolicy(Qt::NoFocus);
+    acceptWheelOnlyWithFocus(slider_);
+    ringOnKeyboardFocus(slider_);
     slider_->setAccessibleName(title + QStringLiteral(" quality"));
     stack()->addWidget(slider_, 1, Qt::AlignVCenter);
     valueLabel_ = new QLabel(this);

@@ -5,7 +5,8 @@
 //   SwitchRow  (30 high) title and a small switch.
 //   QualityRow (30 high) a format's name, a slider from 25 to 100 and its value as "75%".
 //
-// HoverStackRow is their common base: a horizontal row that fills softly under the pointer.
+// HoverStackRow is their common base: a horizontal row that fills softly under the pointer and
+// is ringed while its control has the keyboard's focus.
 //
 // Main thread only.
 #pragma once
@@ -31,11 +32,15 @@ class HoverStackRow : public QWidget {
 
   protected:
     QHBoxLayout* stack() const { return stack_; }
+    // The row shows a ring while `control` has a focus that came from the keyboard.
+    void ringOnKeyboardFocus(QWidget* control);
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
   private:
     HoverFill hover_;
     QHBoxLayout* stack_;
+    bool focusRing_ = false;
 };
 
 class PopupRow : public HoverStackRow {

@@ -10,6 +10,7 @@ SwitchControl::SwitchControl(QWidget* parent) : QAbstractButton(parent) {
     setCheckable(true);
     setFixedSize(sizeHint());
     setCursor(Qt::PointingHandCursor);
+    setFocusPolicy(Qt::TabFocus);
     slide_.setDuration(120);
     slide_.setEasingCurve(QEasingCurve::OutCubic);
     connect(&slide_, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
@@ -49,6 +50,12 @@ void SwitchControl::paintEvent(QPaintEvent*) {
     painter.setBrush(Qt::white);
     painter.setPen(QPen(QColor(0, 0, 0, 40), 0.5));
     painter.drawEllipse(QRectF(x, track.top() + 2, knob, knob));
+    // In the label colour, which shows on the track's highlight colour too.
+    if (hasFocus() && drawsFocusRing_) {
+        QPalette ring = palette();
+        ring.setColor(QPalette::Highlight, contrastTint(palette(), 0.55));
+        paintFocusRing(painter, rect(), ring);
+    }
 }
 
 }  // namespace velt::ui

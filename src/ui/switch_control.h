@@ -11,6 +11,8 @@ class SwitchControl : public QAbstractButton {
   public:
     explicit SwitchControl(QWidget* parent = nullptr);
     QSize sizeHint() const override { return {30, 18}; }
+    // Off where the row around it shows the keyboard focus instead.
+    void setDrawsFocusRing(bool draws) { drawsFocusRing_ = draws; }
 
   protected:
     void paintEvent(QPaintEvent* event) override;
@@ -19,6 +21,7 @@ class SwitchControl : public QAbstractButton {
 
   private:
     double position_ = 0.0;  // 0 = off, 1 = on
+    bool drawsFocusRing_ = true;
     QVariantAnimation slide_;
 };
 

@@ -3,34 +3,67 @@
 #include "model/constants.h"
 #include "ui/layout.h"
 #include "ui/menu_icons.h"
+#include "ui/status_notifier_item.h"
 
 #include <QFontMetricsF>
+#include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
+#include <QSystemTrayIcon>
 
 namespace velt::ui {
 namespace {
 
 constexpr int iconSizes[] = {16, 22, 24, 32, 48, 64};
 
-QColor badgeColor(const QString& badge) {
-    if (badge == QLatin1String("!")) return QColor(0xd9, 0x3b, 0x30);
-    if (badge == QLatin1String("✓")) return QColor(0x2e, 0x9d, 0x4f);
-    return QColor(0x1f, 0x5f, 0xd6);
+bool onWayland() {
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
 }
 
 }  // namespace
 
-TrayStatusItem::TrayStatusItem(std::function<void(const QRect&)> onActivate)
-    : baseIcon_(statusBarIcon()) {
-    tray_.setIcon(baseIcon_);
-    tray_.setToolTip(appName);
-    connect(&tray_, &QSystemTrayIcon::activated, this,
-            [this, onActivate = std::move(onActivate)](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context ||
-                    reason == QSystemTrayIcon::DoubleClick)
-                    onActivate(tray_.geometry());
+TrayStatusItem::TrayStatusItem(Kind kind, Handlers handlers)
+    : kind_(kind),
+      handlers_(std::move(handlers)),
+      baseIcon_(statusBarIcon()),
+      menu_(std::make_unique<TrayMenu>([this](TrayCommand command) {
+          if (handlers_.command) handlers_.command(command);
+      })) {
+    if (kind_ == Kind::statusNotifier) {
+        StatusNotifierItem::Handlers item;
+        item.activate = [this](const QPoint& point) {
+            handlers_.activate(point.isNull() ? QRect() : QRect(point, QSize(1, 1)));
+        };
+        // Only trays that cannot draw the menu ask for it; a menu window cannot be placed on
+        // Wayland, so the panel stands in for it there.
+        item.contextMenu = [this](const QPoint& point) {
+            if (onWayland() || point.isNull())
+                handlers_.activate(QRect());
+            else
+                menu_->popup(point);
+        };
+        item.command = handlers_.command;
+        item_ = std::make_unique<StatusNotifierItem>(std::move(item));
+        item_->setIcon(baseIcon_);
+        published_ = item_->publish();
+        return;
+    }
+    tray_ = std::make_unique<QSystemTrayIcon>();
+    tray_->setIcon(baseIcon_);
+    tray_->setToolTip(appName);
+    tray_->setContextMenu(menu_.get());
+    connect(tray_.get(), &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                // The right button opens the context menu, which the tray shows by itself.
+                if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
+                    handlers_.activate(tray_->geometry());
             });
+    tray_->show();
+    published_ = true;
+}
+
+TrayStatusItem::~TrayStatusItem() {
+    if (tray_) tray_->setContextMenu(nullptr);
 }
 
 QIcon TrayStatusItem::statusBarIcon() {
@@ -49,7 +82,13 @@ QString TrayStatusItem::badgeText(const QString& title) {
     const QString trimmed = title.trimmed();
     if (trimmed.isEmpty()) return {};
     if (trimmed.endsWith(QLatin1Char('%'))) return trimmed.chopped(1);
-    return trimmed.left(1);  // "!" or "✓"; the tooltip carries the words
+    return trimmed.left(1);  // "!", "✓" or "▶"; the tooltip carries the words
+}
+
+QColor TrayStatusItem::badgeColor(const QString& badge) {
+    if (badge == QLatin1String("!")) return QColor(0xd9, 0x3b, 0x30);
+    if (badge == QLatin1String("✓")) return QColor(0x1e, 0x8a, 0x44);
+    return QColor(0x26, 0x28, 0x2d);
 }
 
 QPixmap TrayStatusItem::composedIcon(const QIcon& base, const QString& title, int size) {
@@ -79,17 +118,40 @@ QPixmap TrayStatusItem::composedIcon(const QIcon& base, const QString& title, in
     return pixmap;
 }
 
+QIcon TrayStatusItem::currentIcon() const {
+    if (title_.trimmed().isEmpty()) return baseIcon_;
+    QIcon icon;
+    for (const int size : iconSizes) icon.addPixmap(composedIcon(baseIcon_, title_, size));
+    return icon;
+}
+
 void TrayStatusItem::setTitle(const QString& title) {
     if (title == title_) return;
     title_ = title;
-    tray_.setToolTip(title.trimmed().isEmpty() ? appName : appName + QStringLiteral(" —") + title);
-    if (title.trimmed().isEmpty()) {
-        tray_.setIcon(baseIcon_);
-        return;
-    }
-    QIcon icon;
-    for (const int size : iconSizes) icon.addPixmap(composedIcon(baseIcon_, title, size));
-    tray_.setIcon(icon);
+    const QIcon icon = currentIcon();
+    if (tray_) tray_->setIcon(icon);
+    if (item_) item_->setIcon(icon);
+}
+
+void TrayStatusItem::setToolTip(const QString& toolTip) {
+    if (tray_) tray_->setToolTip(toolTip);
+    // The first line names the program; trays show the rest beneath it.
+    if (item_)
+        item_->setToolTip(toolTip.section(QLatin1Char('\n'), 0, 0),
+                          toolTip.section(QLatin1Char('\n'), 1));
+}
+
+void TrayStatusItem::setMenu(const std::vector<TrayMenuEntry>& entries) {
+    menu_->setEntries(entries);
+    if (item_) item_->setMenu(entries);
+}
+
+QRect TrayStatusItem::iconGeometry() const {
+    return tray_ ? tray_->geometry() : QRect();
+}
+
+QString TrayStatusItem::takeActivationToken() {
+    return item_ ? item_->takeActivationToken() : QString();
 }
 
 }  // namespace velt::ui

@@ -1,17 +1,23 @@
 // The panel over a real store: onboarding until a folder is chosen, every row acting on the
 // store, the quality block following the preset, the language re-titling everything, and the
 // tail under the tray icon — checked on real pixels and kept as screenshots.
+#include "app/app_delegate.h"
 #include "model/config_file.h"
+#include "ui/desktop_shell.h"
 #include "ui/group_view.h"
 #include "ui/layout.h"
 #include "ui/menu_panel.h"
 #include "ui/panel_tail_view.h"
 #include "ui/popup_helpers.h"
 #include "ui/row_button.h"
+#include "ui/settings_window.h"
 #include "ui/stack_rows.h"
 #include "ui/switch_control.h"
 #include "ui_test_support.h"
 
+#include <QAbstractItemView>
+#include <QAccessible>
+#include <QApplication>
 #include <QComboBox>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -19,6 +25,9 @@
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScreen>
+#include <QSlider>
+#include <QTest>
+#include <QWindow>
 
 namespace velt::testing {
 namespace {
@@ -84,7 +93,7 @@ TEST_F(PanelTest, OnboardingUntilAFolderIsChosenThenTheMenuWithoutReopening) {
     keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-menu-ru"));
 }
 
-TEST_F(PanelTest, PopupsWriteTheSettingsAndCustomExpandsTheQualityBlock) {
+TEST_F(PanelTest, PopupsWriteTheSettingsCustomExpandsAndTheWheelNeedsTheFocus) {
     store_->useWatchDirectory(fixture_.folder.path());
     panel_->present(QRect(400, 0, 24, 24));
     const int collapsed = panel_->height();
@@ -110,18 +119,31 @@ TEST_F(PanelTest, PopupsWriteTheSettingsAndCustomExpandsTheQualityBlock) {
         << panel_->height() << " vs " << collapsed << " + " << natural << " container "
         << content().qualityGroupContainer()->height();
     EXPECT_EQ(content().qualityGroupContainer()->height(), natural);
-    // The rows show the numbers in effect, and a slider writes its format's quality.
+    // The rows show the numbers in effect. The wheel over a slider or a pop-up the user has not
+    // given the focus changes nothing; over the focused slider it writes that format's quality.
+    QSlider* webp = content().qualityRows()[2]->slider();
     EXPECT_EQ(content().qualityRows()[0]->value(), defaults(CompressionPreset::gentle).jpeg);
-    content().qualityRows()[2]->slider()->setValue(41);
-    EXPECT_EQ(loadAppConfig().qualities.webp, 41);
+    content().formatRow()->popup()->setFocus(Qt::TabFocusReason);  // the chosen pop-up had it
+    turnWheel(webp, -2);
+    turnWheel(content().presetRow()->popup(), 1);
+    EXPECT_EQ(loadAppConfig().qualities, defaults(CompressionPreset::gentle));
     EXPECT_EQ(loadAppConfig().preset, CompressionPreset::custom);
+    webp->setFocus(Qt::TabFocusReason);
+    turnWheel(webp, -1);
+    const QualitySettings custom = loadAppConfig().qualities;
+    EXPECT_LT(custom.webp, defaults(CompressionPreset::gentle).webp);
+    EXPECT_EQ(custom.webp, webp->value());
     keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-custom-ru"));
 
-    // Another preset collapses the block again, and the body follows.
+    // Another preset collapses the block again, and the body follows; custom brings the user's
+    // own numbers back.
     choose(content().presetRow()->popup(), QStringLiteral("maximum"));
     EXPECT_FALSE(content().showsCustomControls());
     ASSERT_TRUE(processEventsUntil([&] { return panel_->height() == collapsed; }));
     EXPECT_EQ(loadAppConfig().qualities, defaults(CompressionPreset::maximum));
+    choose(content().presetRow()->popup(), QStringLiteral("custom"));
+    EXPECT_EQ(loadAppConfig().qualities, custom);
+    EXPECT_EQ(webp->value(), custom.webp);
 }
 
 TEST_F(PanelTest, TheLanguageRetitlesEveryRowAndRefillsThePopupsKeepingTheirChoice) {
@@ -200,6 +222,125 @@ TEST_F(PanelTest, TheTailPointsAtTheTrayIconAndEscapeCloses) {
     QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
     QCoreApplication::sendEvent(panel_.get(), &escape);
     EXPECT_FALSE(panel_->isVisible());
+}
+
+// The keyboard alone, and a screen reader: every control the keyboard reaches is in the
+// accessibility tree with its role and name (a pop-up named by its row's title, as the desktop's
+// label relation tells), in the order Tab and the arrows visit them; the folded quality rows
+// are neither. Enter acts on a row, Space opens a pop-up's list, and Escape closes the list
+// before the panel. Keys go to the panel's window, which hands them on as on a desktop.
+TEST_F(PanelTest, TheKeyboardAndAScreenReaderReachEveryRowAndEscapeClosesAnOpenListFirst) {
+    store_->useWatchDirectory(fixture_.folder.path());
+    panel_->present(QRect(400, 0, 24, 24));
+    QWindow* window = panel_->windowHandle();
+    ASSERT_TRUE(processEventsUntil([&] { return QGuiApplication::focusWindow() == window; }));
+    const QString folder = QFileInfo(fixture_.folder.path()).fileName();
+    const QStringList order = {QStringLiteral("check Сжимать автоматически"),
+                               QStringLiteral("button Изменить папку для сжатия, ") + folder,
+                               QStringLiteral("popup Степень сжатия: Оптимально"),
+                               QStringLiteral("popup Формат вывода: Исходный"),
+                               QStringLiteral("popup Исходник: Сохранять"),
+                               QStringLiteral("button Открыть папку сжатия"),
+                               QStringLiteral("button История сжатий"),
+                               QStringLiteral("button Настройки"),
+                               QStringLiteral("button Открыть сайт VELT"),
+                               QStringLiteral("button Выйти из VELT | Compressor")};
+    const auto readOut = [](QAccessibleInterface* item) {
+        const QString name = item->text(QAccessible::Name);
+        switch (item->role()) {
+            case QAccessible::CheckBox:
+                return QStringLiteral("check ") + name;
+            case QAccessible::ComboBox: {
+                const auto labels = item->relations(QAccessible::Label);
+                return QStringLiteral("popup ") +
+                       (labels.isEmpty() ? QString()
+                                         : labels.first().first->text(QAccessible::Name)) +
+                       QStringLiteral(": ") + item->text(QAccessible::Value);
+            }
+            default:
+                return QStringLiteral("button ") + name;
+        }
+    };
+    QStringList tree;
+    std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* item) {
+        if (item->state().invisible) return;
+        if (item->state().focusable && item->role() != QAccessible::ListItem) tree << readOut(item);
+        for (int i = 0; i < item->childCount(); ++i) walk(item->child(i));
+    };
+    walk(QAccessible::queryAccessibleInterface(panel_.get()));
+    EXPECT_EQ(tree, order);
+
+    const auto focused = [&] {
+        QWidget* widget = QApplication::focusWidget();
+        return widget ? readOut(QAccessible::queryAccessibleInterface(widget)) : QString();
+    };
+    for (const Qt::Key key : {Qt::Key_Tab, Qt::Key_Down}) {
+        QStringList visited;
+        for (int i = 0; i < order.size(); ++i) {
+            QTest::keyClick(window, key);
+            visited << focused();
+        }
+        // Where the walk starts depends on where the focus was; the round is the same.
+        const qsizetype start = order.indexOf(visited.first());
+        ASSERT_GE(start, 0) << visited.join(u'/').toStdString();
+        EXPECT_EQ(visited, order.mid(start) + order.first(start)) << int(key);
+    }
+    while (focused() != order[7]) QTest::keyClick(window, Qt::Key_Up);
+    QTest::keyClick(window, Qt::Key_Return);
+    ASSERT_TRUE(processEventsUntil([&] { return settingsRequests_ == 1; }));
+
+    while (focused() != order[2]) QTest::keyClick(window, Qt::Key_Down);
+    QComboBox* preset = content().presetRow()->popup();
+    QTest::keyClick(window, Qt::Key_Space);
+    ASSERT_TRUE(processEventsUntil([&] { return preset->view()->isVisible(); }));
+    QTest::keyClick(QGuiApplication::focusWindow(), Qt::Key_Escape);
+    ASSERT_TRUE(processEventsUntil([&] { return !preset->view()->isVisible(); }));
+    processEventsUntil([] { return false; }, 0.1);
+    EXPECT_TRUE(panel_->isVisible()) << "Escape closed the list only";
+    EXPECT_EQ(store_->config().preset, CompressionPreset::balanced);
+    QTest::keyClick(QGuiApplication::focusWindow(), Qt::Key_Escape);
+    EXPECT_TRUE(processEventsUntil([&] { return !panel_->isVisible(); }));
+}
+
+// Without a tray the panel is an ordinary window from launch: no tail, its title the state once
+// and then the program's name. Closing it keeps the program watching, and only the first time a
+// notification says how to open it again; a later launch's request opens it or the settings.
+TEST(DesktopShellTest, WithoutATrayThePanelIsAWindowAndClosingItKeepsWatching) {
+    StoreFixture fixture;
+    AppConfig config;
+    config.watchDirectory = fixture.folder.path();
+    ASSERT_TRUE(saveAppConfig(config));
+    ui::DesktopShell shell(false);
+    AppDelegate delegate(shell);
+    delegate.applicationDidFinishLaunching();
+    MenuPanel& panel = *shell.panel();
+    ASSERT_TRUE(processEventsUntil([&] { return panel.isVisible(); }));
+    EXPECT_EQ(panel.mode(), MenuPanel::Mode::window);
+    EXPECT_EQ(panel.windowType(), Qt::Window);
+    EXPECT_EQ(panel.size(), panel.content()->currentContentSize()) << "no room for a tail";
+    delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
+        fixture.folder.filePath(QStringLiteral("a.jpg")), QStringLiteral("x")));
+    EXPECT_EQ(panel.windowTitle(), QStringLiteral("! Ошибка — VELT | Compressor"));
+    const QImage pixels = pixelsOf(panel);
+    EXPECT_EQ(pixels.pixelColor(panel.width() / 2, 0), panel.palette().color(QPalette::Window))
+        << "nothing drawn where a tail would be";
+    keepScreenshot(pixels, QStringLiteral("panel-window-ru"));
+
+    const auto closeHints = [&] {
+        return QString::fromUtf8(readFile(fixture.data.file(QStringLiteral("native.log"))))
+            .count(QStringLiteral("Notification deliver window-closed"));
+    };
+    for (int round = 0; round < 2; ++round) {
+        shell.open(CommandLineRequest::DesktopPart::panel);
+        ASSERT_TRUE(processEventsUntil([&] { return panel.isActiveWindow(); }));
+        QTest::keyClick(panel.windowHandle(), Qt::Key_Escape);
+        EXPECT_FALSE(panel.isVisible());
+        EXPECT_TRUE(delegate.store().isRunning());
+        delegate.store().notificationManager().waitUntilIdle();
+        EXPECT_EQ(closeHints(), 1) << "round " << round;
+    }
+    shell.open(CommandLineRequest::DesktopPart::settings);
+    EXPECT_TRUE(shell.settingsWindow()->window()->isVisible());
 }
 
 }  // namespace
