@@ -25,8 +25,9 @@ packages=(
   strace
   # desktop test rigs: a virtual X server, a session bus and a notification daemon
   xvfb xauth dbus dbus-x11 notification-daemon
-  # the tray rig: an XEmbed tray, pointer clicks and screenshots
-  trayer xdotool imagemagick
+  # the tray rigs: a window manager, an XEmbed tray, pointer clicks and screenshots; a Wayland
+  # compositor that runs without a screen, and the toolkit's Wayland platform
+  openbox trayer xdotool imagemagick weston qt6-wayland
   # release packages: cpack's dependency list, and the checks a .deb must pass
   dpkg-dev lintian desktop-file-utils appstream man-db
 )

@@ -59,6 +59,7 @@ void MenuPanel::setMode(Mode mode) {
     if (mode == mode_) return;
     const bool wasOpenWindow = mode_ == Mode::window && isVisible();
     hide();
+    sinceHidden_.invalidate();  // not closed by a click: the next click opens it
     mode_ = mode;
     applyMode();
     NativeLog::write(mode_ == Mode::popup ? QStringLiteral("The panel drops from the tray icon")

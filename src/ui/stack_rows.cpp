@@ -44,13 +44,16 @@ void HoverStackRow::ringOnKeyboardFocus(QWidget* control) {
 
 bool HoverStackRow::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut) {
+        // Tab and Shift+Tab (the arrows too) bring the ring; a click, a shortcut or Tab away
+        // take it. A list or another window coming and going leaves it as it was.
         const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
-        // A list or another window coming and going leaves the ring as it was.
-        if (reason != Qt::PopupFocusReason && reason != Qt::ActiveWindowFocusReason) {
-            focusRing_ = event->type() == QEvent::FocusIn &&
-                         (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason);
-            update();
-        }
+        const bool keyboard = reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason;
+        if (event->type() == QEvent::FocusIn && (keyboard || reason == Qt::MouseFocusReason))
+            focusRing_ = keyboard;
+        else if (event->type() == QEvent::FocusOut &&
+                 (keyboard || reason == Qt::MouseFocusReason || reason == Qt::ShortcutFocusReason))
+            focusRing_ = false;
+        update();
     }
     return QWidget::eventFilter(watched, event);
 }

@@ -14,6 +14,10 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
     };
     EXPECT_EQ(request("--headless --watch DIR").watchDirectory, dir);
     EXPECT_EQ(request("--update").action, CommandLineRequest::Action::update);
+    const CommandLineRequest settings = request("--settings --watch DIR");
+    EXPECT_EQ(settings.action, CommandLineRequest::Action::run);
+    EXPECT_EQ(settings.open, CommandLineRequest::DesktopPart::settings);
+    EXPECT_EQ(settings.watchDirectory, dir);
     const auto refused = parseCommandLine(words("--update --once DIR", dir));
     ASSERT_TRUE(std::holds_alternative<CommandLineError>(refused));
     EXPECT_EQ(std::get<CommandLineError>(refused).message,

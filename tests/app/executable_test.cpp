@@ -41,6 +41,9 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
         {"--once DIR --jobs=257", 2, "bad value for --jobs: \"257\"", true},
         {"--once DIR --jobs many", 2, "bad value for --jobs", true},
         {"--headless --jobs 2", 2, "--jobs goes with --once", true},
+        {"--settings --headless", 2, "--settings cannot be combined with --headless", true},
+        {"--history --show-panel", 2, "--show-panel cannot be combined with --history", true},
+        {"--settings=yes", 2, "--settings takes no value", true},
         {"--once DIR", 0, "compressed 0, already optimal 0, failed 0, saved 0 B\n", false},
         {"--headless", 2, "Выберите папку для сжатия\nУкажите папку: velt-compressor --headless",
          false},
@@ -69,6 +72,19 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
     EXPECT_EQ(std::get<0>(run("")), 0);
     EXPECT_EQ(log().count(QStringLiteral("] Launch smoke complete\n")), 2);
     EXPECT_FALSE(log().contains(QStringLiteral("Start watcher")));
+
+    // A display named but not answering (a stale ssh session): one line, then headless as
+    // without a display, never an abort.
+    environment_.remove(QStringLiteral("VELT_LAUNCH_SMOKE"));
+    environment_.remove(QStringLiteral("QT_QPA_PLATFORM"));
+    environment_.insert(QStringLiteral("DISPLAY"), QStringLiteral(":4093"));
+    environment_.insert(QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("gone-0"));
+    const auto [exitCode, out, err] = run("");
+    EXPECT_EQ(exitCode, 2);
+    EXPECT_TRUE(err.startsWith(QStringLiteral(
+        "velt-compressor: the display cannot be reached (WAYLAND_DISPLAY=gone-0, DISPLAY=:4093); "
+        "running headless\nВыберите папку для сжатия\n")))
+        << err.toStdString();
 }
 
 TEST_F(ProgramTest, OnceFailsOnABrokenJpegAndLeavesItAsItWas) {

@@ -1,7 +1,8 @@
 #!/bin/sh
 # A real desktop session in miniature: a private session bus, an X server and Debian's
 # notification daemon. The probe must be accepted by the daemon, and the bus must carry exactly
-# one Notify call for the failed file although the probe sent the event twice.
+# one Notify call for the failed file, with the program's icon, although the probe sent the
+# event twice.
 # Usage: notification_session_test.sh PROBE. Exits 77 (skipped) when a tool is missing.
 set -u
 probe="$1"
@@ -62,4 +63,11 @@ calls=$(grep -c "member=Notify" "$work/monitor")
 titles=$(grep -c 'string "Could not compress file"' "$work/monitor")
 [ "$calls" -eq 1 ] || { echo "expected one Notify call, saw $calls"; exit 1; }
 [ "$titles" -eq 1 ] || { echo "the Notify call did not carry the title"; exit 1; }
+# The third argument is the program's icon: a file of ours that exists, or its theme name.
+icon=$(grep -A3 "member=Notify" "$work/monitor" | sed -n 4p | sed -e 's/^ *string "//' -e 's/"$//')
+case "$icon" in
+    file://*) [ -s "${icon#file://}" ] || { echo "the icon $icon does not exist"; exit 1; } ;;
+    velt-compressor) ;;
+    *) echo "the Notify call carried no icon of ours: '$icon'"; exit 1 ;;
+esac
 echo "one notification delivered"

@@ -290,6 +290,7 @@ TEST_F(PanelTest, TheKeyboardAndAScreenReaderReachEveryRowAndEscapeClosesAnOpenL
     ASSERT_TRUE(processEventsUntil([&] { return settingsRequests_ == 1; }));
 
     while (focused() != order[2]) QTest::keyClick(window, Qt::Key_Down);
+    keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-keyboard-on-preset"));
     QComboBox* preset = content().presetRow()->popup();
     QTest::keyClick(window, Qt::Key_Space);
     ASSERT_TRUE(processEventsUntil([&] { return preset->view()->isVisible(); }));
