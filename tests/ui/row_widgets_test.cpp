@@ -1,6 +1,5 @@
 // The panel's row kit: the folder row's subtitle, a pop-up row fitting a long item, the icon
-// badge's image sizes and fallbacks measured on real pixels, our icon files, the quality row's
-// value and the hover fill.
+// badge's image sizes and fallbacks measured on real pixels, our icon files and the hover fill.
 #include "ui/icon_badge_view.h"
 #include "ui/layout.h"
 #include "ui/menu_icons.h"
@@ -10,7 +9,6 @@
 #include "ui_test_support.h"
 
 #include <QLabel>
-#include <QSlider>
 #include <cmath>
 
 namespace velt::testing {
@@ -104,21 +102,6 @@ TEST(RowWidgets, OurIconsExistForEveryNameThePanelUses) {
             resourceDirectory() + QStringLiteral("/menu-icons/%1.svg").arg(QLatin1String(name));
         EXPECT_FALSE(renderSvg(path, 16, 1.0).isNull()) << path.toStdString();
     }
-}
-
-TEST(RowWidgets, QualityRowShowsAndReportsItsValue) {
-    QualityRow row(QStringLiteral("WebP"), 60);
-    EXPECT_EQ(row.value(), 60);
-    EXPECT_EQ(row.valueLabel()->text(), QStringLiteral("60%"));
-    EXPECT_EQ(row.slider()->accessibleName(), QStringLiteral("WebP quality"));
-    int reported = 0;
-    row.onChange = [&] { reported = row.value(); };
-    row.setValue(90);  // set by the program: shown, not reported back
-    EXPECT_EQ(row.valueLabel()->text(), QStringLiteral("90%"));
-    EXPECT_EQ(reported, 0);
-    row.slider()->triggerAction(QAbstractSlider::SliderSingleStepSub);  // the user's step
-    EXPECT_EQ(reported, 89);
-    EXPECT_EQ(row.valueLabel()->text(), QStringLiteral("89%"));
 }
 
 TEST(RowWidgets, HoverFadesInAndReEnteringDoesNotRestartIt) {
