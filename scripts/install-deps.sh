@@ -6,8 +6,9 @@ set -euo pipefail
 packages=(
   # toolchain
   g++ cmake ninja-build pkg-config git python3
-  # Qt 6: Core, Gui, Widgets, DBus, Network (qt6-base-dev) and Svg
-  qt6-base-dev qt6-svg-dev libgl-dev
+  # Qt 6: Core, Gui, Widgets, DBus, Network (qt6-base-dev) and Svg; libxcb for X11 startup
+  # notification
+  qt6-base-dev qt6-svg-dev libgl-dev libxcb1-dev
   # codecs, colour, crypto, compression, JSON
   libjpeg62-turbo-dev libpng-dev libwebp-dev libheif-dev liblcms2-dev libssl-dev zlib1g-dev
   # the update helper unpacks the portable bundle

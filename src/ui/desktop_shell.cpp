@@ -8,6 +8,7 @@
 #include "ui/menu_panel.h"
 #include "ui/settings_window.h"
 #include "ui/single_instance.h"
+#include "ui/startup_notification.h"
 
 #include <QApplication>
 #include <QFileInfo>
@@ -26,9 +27,14 @@ MenuPanel::Mode panelModeFor(const TrayMonitor::Kind& tray) {
 }
 
 // The launcher's token lets the next window that asks come to the front (Wayland reads it from
-// the environment when the window is activated).
+// the environment when the window is activated); on X11 it is the launch's startup id, whose
+// feedback ends now.
 void useActivationToken(const QString& token) {
-    if (!token.isEmpty() && onWayland()) qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+    if (token.isEmpty()) return;
+    if (onWayland())
+        qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+    else
+        completeX11Startup(token);
 }
 
 }  // namespace
@@ -237,6 +243,8 @@ int runDesktopProgram(int& argc, char** argv, const CommandLineRequest& request)
     delegate.setSessionOverrides(request.overrides);
     delegate.setWatchDirectory(request.watchDirectory);
     delegate.applicationDidFinishLaunching();
+    // In the tray the program may open no window at all: its launch is over all the same.
+    completeX11Startup(activationToken);
     if (request.open) shell.open(*request.open);
     const int code = QApplication::exec();
     if (delegate.hasStore()) delegate.store().shutdown();
