@@ -112,8 +112,7 @@ void DesktopShell::refreshPanel() {
 
 void DesktopShell::showPanel() {
     if (!panel_) return;
-    const bool xembed = statusItem_ && statusItem_->kind() == TrayStatusItem::Kind::xembed;
-    panel_->present(xembed ? statusItem_->iconGeometry() : QRect());
+    panel_->present(statusItem_ ? statusItem_->iconGeometry() : QRect());
 }
 
 void DesktopShell::open(CommandLineRequest::DesktopPart part, const QString& activationToken) {

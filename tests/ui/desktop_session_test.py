@@ -165,10 +165,19 @@ def later_launch(env, *arguments):
         fail(f"the launch with {arguments} exited {done.returncode}")
 
 
-def stop(program):
+def start_program(session, env, log):
+    """The program, its standard error kept beside its log."""
+    errors = open(os.path.join(os.path.dirname(log), "stderr.log"), "w")
+    return session.spawn([PROGRAM], env=env, stderr=errors)
+
+
+def stop(program, log):
     program.send_signal(signal.SIGTERM)
-    if program.wait(timeout=20) != 0:
-        fail("the program did not end cleanly on SIGTERM")
+    code = program.wait(timeout=20)
+    if code != 0:
+        with open(os.path.join(os.path.dirname(log), "stderr.log"), errors="replace") as f:
+            print(f.read()[-6000:])
+        fail(f"the program did not end cleanly on SIGTERM ({code})")
 
 
 def start_trayer(session):
@@ -193,7 +202,7 @@ def check_tail(screen, cx, top, what):
 def xembed_tray(session, folder):
     tray = start_trayer(session)
     env, log = program_environment(session, "xembed", folder, "english")
-    program = session.spawn([PROGRAM], env=env)
+    program = start_program(session, env, log)
     wait_for(lambda: log_count(log, "Start watcher"), what="the program to start watching")
     icon = wait_for(lambda: Screen().find(ICON_BLUE, (0, 0, 1024, 60)), 15, "the tray icon")
     Screen("desktop-xembed-tray")
@@ -255,14 +264,14 @@ def xembed_tray(session, folder):
     tray = start_trayer(session)
     wait_for(lambda: log_count(log, "System tray now: XEmbed"), 10, "the tray to be found again")
     wait_for(lambda: Screen().find(ICON_BLUE, (0, 0, 1024, 60)), 10, "the icon back in the tray")
-    stop(program)
+    stop(program, log)
     tray.terminate()
     tray.wait(timeout=10)
 
 
 def status_notifier_tray(session, folder):
     env, log = program_environment(session, "sni", folder, "russian")
-    program = session.spawn([PROGRAM], env=env)
+    program = start_program(session, env, log)
     wait_for(lambda: log_count(log, "Panel shown as a window"), what="the window without a tray")
     # The tray comes after the program, as at a login.
     tray = Tray(session)
@@ -292,7 +301,7 @@ def status_notifier_tray(session, folder):
     wait_for(lambda: visible_window("^Настройки"), 5, "the settings window from the menu")
     tray.stop()
     wait_for(lambda: log_count(log, "System tray now: none"), 10, "the tray to be missed")
-    stop(program)
+    stop(program, log)
 
 
 def wayland(session, folder):
@@ -305,7 +314,9 @@ def wayland(session, folder):
     env, log = program_environment(session, "wayland", folder, "english")
     env.pop("DISPLAY", None)
     env.update(QT_QPA_PLATFORM="wayland", WAYLAND_DISPLAY=socket)
-    program = session.spawn([PROGRAM], env=env)
+    if "ASAN_OPTIONS" in env:  # full stacks, so that the sanitizer's suppressions find the driver
+        env["ASAN_OPTIONS"] += ":fast_unwind_on_malloc=0"
+    program = start_program(session, env, log)
     tray.expect("registered ")
     tray.ask("activate 700 40", "activated")
     wait_for(lambda: log_count(log, "Panel shown as a window"), 10, "the panel as a window")
@@ -320,7 +331,7 @@ def wayland(session, folder):
     shutil.copy(shot[0], os.path.join(ARTIFACTS, "desktop-wayland-panel-window.png"))
     if log_count(log, "Panel shown\n") or log_count(log, "abort"):
         fail("a frameless panel was shown on Wayland")
-    stop(program)
+    stop(program, log)
     tray.stop()
 
 
