@@ -4,8 +4,9 @@
 X11 with a window manager (openbox) and an XEmbed tray (trayer): the icon appears, a click
 drops the panel with its tail under the icon, the keyboard opens a pop-up's list and Escape
 closes the list before the panel, the right button opens the context menu, a failed file shows
-a red badge for 4 seconds, later launches open the history or the panel of the running copy,
-and the tray going and coming back turns the panel into a window and back.
+a red badge for 4 seconds, later launches open the history or the panel of the running copy
+or hand it a folder to watch, and the tray going and coming back turns the panel into a window
+and back.
 
 X11 with a StatusNotifierItem tray (tests/ui/sni_watcher stands in for the desktop's): the
 program starts as a window, the tray appearing later takes its item, which is titled "VELT |
@@ -245,9 +246,13 @@ def xembed_tray(session, folder):
     if time.monotonic() - shown < 3.0:
         fail("the notice left too early")
 
-    # Later launches open a part of the running copy and end.
+    # Later launches open a part of the running copy, or give it another folder, and end.
     later_launch(env, "--history")
     wait_for(lambda: visible_window("^Compression history"), 5, "the history window")
+    other = os.path.join(session.work, "other photos")
+    os.makedirs(other)
+    later_launch(env, "--watch", other)
+    wait_for(lambda: log_count(log, "Scan " + other), 5, "the running copy to watch DIR")
 
     # The tray goes: the panel becomes a window, reached by a later launch, and closing it keeps
     # the program running; the tray comes back: the icon is there again.
