@@ -251,7 +251,7 @@ void SettingsWindowController::fitToContent() {
     const QSize preferred = view_->sizeHint();
     const QSize needed = window_->minimumSize().expandedTo(
         QSize(std::max(400, preferred.width()), preferred.height() + 8));
-    window_->resize(window_->size().expandedTo(needed));
+    window_->resize(fittedLanguage_ ? window_->size().expandedTo(needed) : needed);
 }
 
 SettingsWindowController::~SettingsWindowController() = default;
@@ -262,8 +262,8 @@ void SettingsWindowController::render() {
         text(language, QStringLiteral("Настройки"), QStringLiteral("Settings")));
     view_->render();
     if (fittedLanguage_ == language) return;
-    fittedLanguage_ = language;
     fitToContent();
+    fittedLanguage_ = language;
 }
 
 void SettingsWindowController::showWindow() {

@@ -188,8 +188,19 @@ def start_trayer(session):
                           "--transparent", "false", "--SetDockType", "true", "--expand", "false"])
 
 
-def check_tail(screen, cx, top, what):
+def painted(x, y, seconds=5, what="the panel"):
+    """Waits until the point is light: without a compositor a window shows what lay beneath it
+    until it has painted itself (later on a busy machine)."""
+    wait_for(lambda: Screen().light(x, y), seconds, what + " painted")
+    time.sleep(0.2)
+
+
+def check_tail(name, cx, top, what):
     """Below `top` the panel begins with a narrow triangle centred on x = cx."""
+    wait_for(lambda: any(Screen().light(cx, y) for y in range(top, top + 80)), 5,
+             f"the panel under {what}")
+    time.sleep(0.2)
+    screen = Screen(name)
     apex = next((y for y in range(top, top + 80) if screen.light(cx, y)), None)
     if apex is None:
         fail(f"no panel under {what}")
@@ -212,8 +223,7 @@ def xembed_tray(session, folder):
 
     subprocess.run(["xdotool", "mousemove", str(cx), str(cy), "click", "1"], check=True)
     wait_for(lambda: log_count(log, "Panel shown"), what="the panel after a click on the icon")
-    time.sleep(0.4)
-    apex = check_tail(Screen("desktop-panel-under-tray-icon"), cx, 48, "the icon")
+    apex = check_tail("desktop-panel-under-tray-icon", cx, 48, "the icon")
     # The keyboard: the third control is the preset pop-up; Space opens its list, the first
     # Escape closes the list only, the second the panel.
     subprocess.run(["xdotool", "key", "Tab", "Tab", "Tab", "space"], check=True)
@@ -261,7 +271,11 @@ def xembed_tray(session, folder):
     wait_for(lambda: log_count(log, "System tray now: none"), 10, "the tray to be missed")
     later_launch(env, "--show-panel")
     window = wait_for(lambda: visible_window(r"^VELT \| Compressor$"), 5, "the panel window")
-    time.sleep(0.8)  # painted: without a compositor, the windows beneath show until then
+    geometry = dict(line.split("=") for line in subprocess.run(
+        ["xdotool", "getwindowgeometry", "--shell", window], stdout=subprocess.PIPE, text=True,
+        check=True).stdout.split())
+    # Its quit row, at the bottom left, is light only once the window has painted itself.
+    painted(int(geometry["X"]) + 40, int(geometry["Y"]) + int(geometry["HEIGHT"]) - 15)
     Screen("desktop-panel-window-without-tray")
     subprocess.run(["xdotool", "windowactivate", "--sync", window, "key", "Escape"], check=True)
     wait_for(lambda: log_count(log, "Panel window closed; the program keeps running"), 5,
@@ -295,8 +309,7 @@ def status_notifier_tray(session, folder):
     tray.ask("activate 700 40", "activated")
     wait_for(lambda: log_count(log, "Panel shown") > log_count(log, "Panel shown as a window"), 5,
              "the panel at the tray's click")
-    time.sleep(0.4)
-    check_tail(Screen("desktop-panel-at-status-notifier-click"), 700, 40, "the click")
+    check_tail("desktop-panel-at-status-notifier-click", 700, 40, "the click")
     subprocess.run(["xdotool", "key", "Escape"], check=True)
 
     # The menu acts, and is made again from the program's state.
