@@ -34,9 +34,9 @@ namespace {
 
 Bitmap load(const char* path) {
     const QString file = QString::fromLocal8Bit(path);
-    const auto properties = imageio::readProperties(file);
+    const auto turn = imageio::readPhotoMetadata(file, MetadataPolicy::strip).displayTurn;
     Bitmap bitmap = imageio::decodeFirstFrame(file);
-    if (properties.orientation) bitmap = imageio::applyOrientation(bitmap, *properties.orientation);
+    if (turn) bitmap = imageio::applyOrientation(bitmap, *turn);
     return bitmap;
 }
 

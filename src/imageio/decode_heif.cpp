@@ -3,8 +3,10 @@
 #include "imageio/decode_internal.h"
 
 #include <QFile>
+#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include <libheif/heif.h>
 
@@ -26,6 +28,10 @@ struct OptionsDeleter {
 };
 using Context = std::unique_ptr<heif_context, ContextDeleter>;
 using Handle = std::unique_ptr<heif_image_handle, HandleDeleter>;
+
+const std::uint8_t* bytesOf(const QByteArray& data) {
+    return reinterpret_cast<const std::uint8_t*>(data.constData());
+}
 
 [[noreturn]] void throwHeifError(const char* why) {
     throwCorrupt(
@@ -94,6 +100,48 @@ HeaderInfo readHeifHeader(const QString& path) {
     info.height = heif_image_handle_get_height(handle.get());
     if (info.width < 1 || info.height < 1) throwHeifError("the image size is zero");
     return info;
+}
+
+ImageMetadata readHeifMetadata(const QString& path) {
+    Context context = newContext();
+    check(heif_context_read_from_file(context.get(), QFile::encodeName(path).constData(), nullptr));
+    const Handle handle = primaryImage(context.get());
+    const auto items = [&](const char* type) {
+        std::vector<heif_item_id> ids(
+            std::max(0, heif_image_handle_get_number_of_metadata_blocks(handle.get(), type)));
+        ids.resize(std::max(0, heif_image_handle_get_list_of_metadata_block_IDs(
+                                   handle.get(), type, ids.data(), static_cast<int>(ids.size()))));
+        return ids;
+    };
+    const auto content = [&](heif_item_id id) {
+        const std::size_t size = heif_image_handle_get_metadata_size(handle.get(), id);
+        if (size > static_cast<std::size_t>(maximumMetadataBlockBytes))
+            throw MetadataError(
+                QStringLiteral("a metadata item is too large (%1 bytes)").arg(size));
+        QByteArray bytes(static_cast<qsizetype>(size), Qt::Uninitialized);
+        check(heif_image_handle_get_metadata(handle.get(), id, bytes.data()));
+        return bytes;
+    };
+    ImageMetadata metadata;
+    for (const heif_item_id id : items("Exif")) {
+        // The item starts with the offset of the TIFF header from the end of that field; some
+        // writers put JPEG's "Exif\0\0" there, within the offset or not.
+        const QByteArray item = content(id);
+        if (item.size() < 4) continue;
+        const qsizetype offset = readBE32(bytesOf(item));
+        if (offset > item.size() - 4) continue;
+        metadata.exif = item.mid(4 + offset);
+        if (metadata.exif.startsWith(QByteArray("Exif\0\0", 6))) metadata.exif.remove(0, 6);
+        break;
+    }
+    for (const heif_item_id id : items("mime")) {
+        if (qstrcmp(heif_image_handle_get_metadata_content_type(handle.get(), id),
+                    "application/rdf+xml") == 0) {
+            metadata.xmp = content(id);
+            break;
+        }
+    }
+    return metadata;
 }
 
 Bitmap decodeHeif(const QByteArray& data) {

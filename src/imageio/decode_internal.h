@@ -1,5 +1,5 @@
 // Internal pieces shared by the decoders and the header readers of the image codec layer:
-// size guards, error helpers, the EXIF orientation reader and the per-format entry points.
+// size guards, error helpers and the per-format entry points.
 // Nothing here is part of the layer's public interface.
 #pragma once
 
@@ -23,10 +23,6 @@ void checkDecodeSize(std::int64_t width, std::int64_t height);
 
 // The whole file; corruptFile when it cannot be read or is empty.
 QByteArray readWholeFile(const QString& path);
-
-// Orientation 1-8 from EXIF data: a TIFF header and IFD0, optionally preceded by "Exif\0\0".
-// Nothing when absent, malformed or out of range.
-std::optional<int> exifOrientation(const std::uint8_t* data, std::size_t size);
 
 inline std::uint16_t readBE16(const std::uint8_t* p) {
     return static_cast<std::uint16_t>((p[0] << 8) | p[1]);
@@ -62,11 +58,10 @@ class HeaderFile {
     std::int64_t size_ = 0;
 };
 
-// Header readers: pixel size and EXIF orientation from the file's headers only.
+// Header readers: the pixel size from the file's headers only.
 struct HeaderInfo {
     std::int64_t width = 0;
     std::int64_t height = 0;
-    std::optional<int> orientation;
 };
 HeaderInfo readJpegHeader(const QString& path);
 // Exactly `count` bytes at `offset`, or nothing past the end.
@@ -78,6 +73,10 @@ HeaderInfo parseJpegHeader(const ByteReader& read);
 HeaderInfo readPngHeader(const QString& path);
 HeaderInfo readWebpHeader(const QString& path);
 HeaderInfo readHeifHeader(const QString& path);
+// The primary image's EXIF item (its TIFF structure, after the item's offset field) and XMP
+// item. Throws ImageIOError(corruptFile) for a file libheif cannot read, MetadataError for an
+// item larger than maximumMetadataBlockBytes.
+ImageMetadata readHeifMetadata(const QString& path);
 
 // Frame-0 decoders over the whole file's bytes.
 Bitmap decodeJpeg(const QByteArray& data);

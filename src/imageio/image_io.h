@@ -35,11 +35,8 @@ std::optional<ImageFormat> sniffFormat(const QByteArray& firstBytes);
 struct ImageProperties {
     ImageFormat format = ImageFormat::jpeg;
     QString typeIdentifier;  // of the format, e.g. "public.jpeg"
-    std::int64_t width = 0;  // pixel size as stored (before orientation)
+    std::int64_t width = 0;  // pixel size as decoded (before an EXIF orientation is applied)
     std::int64_t height = 0;
-    // EXIF orientation 1-8 when the file carries one; HEIF reports none (libheif applies its
-    // own rotation while decoding).
-    std::optional<int> orientation;
 };
 
 // Reads only the headers: the format (sniffed; the extension is the fallback) and the pixel
@@ -68,8 +65,8 @@ struct FrameSize {
 // still read, so damage anywhere is found at a fraction of the cost.
 FrameSize verifyFirstFrameDecodes(const QString& path);
 
-// The bitmap turned upright for an EXIF orientation (1-8); 5-8 swap width and height. Values
-// outside 2-8 return it unchanged.
+// The bitmap turned upright for an EXIF orientation (1-8, as PhotoMetadata::displayTurn says);
+// 5-8 swap width and height. Values outside 2-8 return it unchanged.
 Bitmap applyOrientation(const Bitmap& bitmap, int orientation);
 
 // Encodes `bitmap` as `format` into a new file at `path` (replacing what is there):

@@ -2,8 +2,6 @@
 #include "imageio/metadata.h"
 #include "imageio/metadata_internal.h"
 
-#include <QFile>
-
 #include <mutex>
 #include <utility>
 
@@ -64,8 +62,14 @@ void applyExifPolicy(Exiv2::ExifData& exif, bool withoutLocation) {
         return withoutLocation &&
                (datum.groupName() == "GPSInfo" || datum.key() == "Exif.Image.GPSTag");
     });
-    const auto orientation = exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation"));
-    if (orientation != exif.end()) orientation->setValue("1");
+    // Every Orientation goes (a repeated tag too), and one SHORT 1 says the pixels are upright.
+    bool hadOrientation = false;
+    eraseWhere(exif, [&](const Exiv2::Exifdatum& datum) {
+        const bool isOrientation = datum.key() == "Exif.Image.Orientation";
+        hadOrientation = hadOrientation || isOrientation;
+        return isOrientation;
+    });
+    if (hadOrientation) exif["Exif.Image.Orientation"] = std::uint16_t{1};
 }
 
 void applyXmpPolicy(Exiv2::XmpData& xmp, bool withoutLocation) {
@@ -102,11 +106,6 @@ Exiv2Messages::~Exiv2Messages() {
     messageSink = previous_;
 }
 
-void Exiv2Messages::requireNone() const {
-    if (!messages_.empty())
-        throw MetadataError(QString::fromStdString(messages_.front()).trimmed());
-}
-
 std::string Exiv2Messages::firstAboutXmp() const {
     for (const std::string& message : messages_)
         if (isAboutXmp(message)) return message;
@@ -126,7 +125,6 @@ void initialiseExiv2() {
         Exiv2::LogMsg::setLevel(Exiv2::LogMsg::warn);
         Exiv2::LogMsg::setHandler(collectMessage);
         Exiv2::XmpParser::initialize(lockXmpToolkit, &xmpMutex);
-        Exiv2::enableBMFF(true);  // HEIC and AVIF sources
         return true;
     }();
     (void)initialised;
@@ -145,7 +143,7 @@ void applyPolicy(ParsedMetadata& parsed, MetadataPolicy policy) {
                    [](const Exiv2::Iptcdatum& datum) { return isIptcLocation(datum.key()); });
 }
 
-ParsedMetadata parse(const ImageMetadata& metadata) {
+ParsedMetadata parse(const ImageMetadata& metadata, std::string* xmpProblem) {
     requireSize(metadata.exif.size(), "EXIF");
     requireSize(metadata.xmp.size(), "XMP");
     requireSize(metadata.iptc.size(), "IPTC");
@@ -158,8 +156,11 @@ ParsedMetadata parse(const ImageMetadata& metadata) {
             throw MetadataError(QStringLiteral("the EXIF block is not a TIFF structure"));
     }
     if (!metadata.xmp.isEmpty() &&
-        Exiv2::XmpParser::decode(parsed.xmp, metadata.xmp.toStdString()) != 0)
-        throw MetadataError(QStringLiteral("the XMP packet cannot be parsed"));
+        Exiv2::XmpParser::decode(parsed.xmp, metadata.xmp.toStdString()) != 0) {
+        if (!xmpProblem) throw MetadataError(QStringLiteral("the XMP packet cannot be parsed"));
+        *xmpProblem = "it cannot be parsed";
+        parsed.xmp.clear();
+    }
     if (!metadata.iptc.isEmpty() &&
         Exiv2::IptcParser::decode(parsed.iptc,
                                   reinterpret_cast<const Exiv2::byte*>(metadata.iptc.constData()),
@@ -193,44 +194,5 @@ ImageMetadata serialise(const ParsedMetadata& parsed) {
 }
 
 }  // namespace detail
-
-ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy,
-                                    QString* droppedPart) {
-    if (policy == MetadataPolicy::strip) return {};
-    return detail::withExiv2([&] {
-        // exiv2 skips what it cannot read (a directory that loops or runs past its data, a maker
-        // note that lies about its size) and says so: such metadata is dropped whole, because
-        // what is left of it cannot be trusted to say the right thing about the photo. An XMP
-        // packet that does not parse (editors do write duplicate properties) is simply lost and
-        // the EXIF is kept.
-        const detail::Exiv2Messages messages;
-        const auto image = Exiv2::ImageFactory::open(QFile::encodeName(path).toStdString());
-        image->readMetadata();
-        if (const std::string problem = messages.firstAboutOthers(); !problem.empty())
-            throw MetadataError(QString::fromStdString(problem).trimmed());
-        const std::string xmpProblem = messages.firstAboutXmp();
-        if (!xmpProblem.empty() && droppedPart)
-            *droppedPart =
-                QStringLiteral("the XMP packet: ") + QString::fromStdString(xmpProblem).trimmed();
-        detail::ParsedMetadata parsed;
-        parsed.exif = image->exifData();
-        if (xmpProblem.empty()) parsed.xmp = image->xmpData();
-        parsed.iptc = image->iptcData();
-        if (image->byteOrder() != Exiv2::invalidByteOrder) parsed.byteOrder = image->byteOrder();
-        detail::applyPolicy(parsed, policy);
-        return detail::serialise(parsed);
-    });
-}
-
-ImageMetadata filteredMetadata(const ImageMetadata& metadata, MetadataPolicy policy) {
-    if (policy == MetadataPolicy::strip) return {};
-    return detail::withExiv2([&] {
-        const detail::Exiv2Messages messages;
-        detail::ParsedMetadata parsed = detail::parse(metadata);
-        messages.requireNone();
-        detail::applyPolicy(parsed, policy);
-        return detail::serialise(parsed);
-    });
-}
 
 }  // namespace velt::imageio

@@ -1,14 +1,14 @@
 // A photo's own data — EXIF (capture date, camera, lens, exposure, copyright), XMP and IPTC —
-// carried from a source into its output through exiv2 (and libheif for HEIC and AVIF outputs).
+// read through exiv2 (libheif finds it in HEIC and AVIF files) and carried into the output.
 //
 // Only the metadata a photo library sorts and searches by is carried, and it is made true for
-// the output: the EXIF Orientation becomes 1 (the pixels were turned upright while decoding), the
+// the output: the Orientation becomes 1 (the pixels were turned upright while decoding), the
 // EXIF thumbnail is dropped (it would show the old orientation and costs kilobytes), and under
 // keepWithoutLocation the GPS tags and the XMP and IPTC location fields are removed. ICC profiles
 // are not metadata here: they follow the colour rules of the encoders.
 //
-// Metadata is never worth an image: everything here throws MetadataError for data it cannot
-// read or write, and the caller goes on without it. All functions are reentrant.
+// Metadata is never worth an image: what cannot be read is left out (and said so), what cannot be
+// written throws MetadataError, and the caller goes on without it. All functions are reentrant.
 #pragma once
 
 #include "model/image_format.h"
@@ -16,6 +16,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <optional>
 #include <stdexcept>
 
 namespace velt::imageio {
@@ -40,16 +41,33 @@ struct ImageMetadata {
 // editor tens of kilobytes of XMP): they are refused before parsing.
 inline constexpr qsizetype maximumMetadataBlockBytes = 1 << 20;
 
-// The metadata of the image file at `path` as its output should carry it under `policy`; empty
-// for strip and for a file without any. Throws MetadataError when the file's EXIF or IPTC cannot
-// be parsed cleanly. An XMP packet that cannot be parsed is left out alone; `droppedPart`, when
-// given, then says so.
-ImageMetadata readMetadataForOutput(const QString& path, MetadataPolicy policy,
-                                    QString* droppedPart = nullptr);
+// A photo's own metadata, read once by the one reader of the program: the turn that shows its
+// pixels as viewers do, and the blocks its output carries. Both come from the same parse: the
+// pixels get the turn the Orientation asks for, and the output's Orientation then says 1.
+struct PhotoMetadata {
+    // What the file's Orientation says (1-8; the rule is in metadata_read.cpp); nothing when it
+    // says nothing a viewer applies.
+    std::optional<int> orientation;
+    // The turn to give the decoded frame: `orientation`, except for HEIF, which is shown by its
+    // container's transform (irot/imir, applied by libheif while decoding); its EXIF Orientation
+    // is never applied on top, as libheif and the viewers built on it do not.
+    std::optional<int> displayTurn;
+    // What the output carries under the policy: no thumbnail, Orientation 1 wherever the source
+    // had one, no location unless keepAll; empty for strip.
+    ImageMetadata carried;
+    // Why some or all of the metadata is not carried (damaged, oversized, an XMP packet that
+    // does not parse); empty when nothing was left out, and always for strip.
+    QString dropped;
+};
 
-// Parses the blocks and serialises them again with the policy applied (orientation 1, no
-// thumbnail, no location unless keepAll; nothing for strip). Throws MetadataError.
-ImageMetadata filteredMetadata(const ImageMetadata& metadata, MetadataPolicy policy);
+// The metadata of the image file at `path`: EXIF, XMP and IPTC of JPEG, PNG (eXIf, iTXt) and
+// WebP through exiv2; EXIF and XMP items of HEIC and AVIF through libheif. Never throws: what
+// cannot be read is no orientation, and is named in `dropped`.
+PhotoMetadata readPhotoMetadata(const QString& path, MetadataPolicy policy);
+
+// The same over blocks already taken out of a file, with the EXIF rules (`displayTurn` is the
+// orientation).
+PhotoMetadata readPhotoMetadata(const ImageMetadata& blocks, MetadataPolicy policy);
 
 // The encoded JPEG, PNG or WebP file `image` with `metadata` written into it (JPEG APP1/APP13,
 // PNG eXIf and iTXt, WebP EXIF and XMP chunks); every other part of the file, its colour profile

@@ -19,8 +19,7 @@ struct ParsedMetadata {
     Exiv2::ByteOrder byteOrder = Exiv2::littleEndian;  // kept as the source had it
 };
 
-// Mutes exiv2's own messages, makes its XMP toolkit thread-safe and enables HEIF reading. Once
-// per process; any thread.
+// Mutes exiv2's own messages and makes its XMP toolkit thread-safe. Once per process; any thread.
 void initialiseExiv2();
 
 // Initialises exiv2 and runs `work`; exiv2's own exceptions leave it as MetadataError, so a caller
@@ -45,8 +44,6 @@ class Exiv2Messages {
     ~Exiv2Messages();
     Exiv2Messages(const Exiv2Messages&) = delete;
     Exiv2Messages& operator=(const Exiv2Messages&) = delete;
-    // Throws MetadataError with the first message when there was any.
-    void requireNone() const;
     // The first message about XMP, and the first about anything else ("" when none).
     std::string firstAboutXmp() const;
     std::string firstAboutOthers() const;
@@ -59,8 +56,9 @@ class Exiv2Messages {
 // Drops what the policy does not keep and makes the rest true for an upright output.
 void applyPolicy(ParsedMetadata& parsed, MetadataPolicy policy);
 
-// Throws MetadataError or an exiv2 error (a std::exception).
-ParsedMetadata parse(const ImageMetadata& metadata);
+// Throws MetadataError or an exiv2 error (a std::exception). With `xmpProblem`, an XMP packet that
+// does not parse is left out and described there instead.
+ParsedMetadata parse(const ImageMetadata& metadata, std::string* xmpProblem = nullptr);
 ImageMetadata serialise(const ParsedMetadata& parsed);
 
 }  // namespace velt::imageio::detail

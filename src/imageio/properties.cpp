@@ -1,5 +1,5 @@
-// Header-only reads: the format, the pixel size and the EXIF orientation, without decoding a
-// single pixel. A hostile file therefore costs a few small reads.
+// Header-only reads: the format and the pixel size, without decoding a single pixel. A hostile
+// file therefore costs a few small reads. (The orientation is metadata: see metadata_read.cpp.)
 #include "imageio/decode_internal.h"
 
 #include <QFileInfo>
@@ -19,10 +19,6 @@ const std::uint8_t* bytesOf(const QByteArray& data) {
     throwCorrupt(
         QStringLiteral("The file is not a readable JPEG image (%1).").arg(QLatin1String(why)));
 }
-
-// IFD0, which holds the orientation, sits at the start of an EXIF block; the rest (maker
-// notes, thumbnails) is never read.
-constexpr std::int64_t maximumExifBytes = 64 * 1024;
 
 bool isStartOfFrame(std::uint8_t marker) {
     return marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
@@ -45,8 +41,8 @@ std::uint32_t pngCrc(const std::uint8_t* data, std::size_t size) {
 
 }  // namespace
 
-// Walks the marker segments up to the start of scan: SOFn carries the size, an "Exif" APP1
-// the orientation. Broken segment lengths mean a damaged file.
+// Walks the marker segments up to the start of scan: SOFn carries the size. Broken segment
+// lengths mean a damaged file.
 HeaderInfo readJpegHeader(const QString& path) {
     HeaderFile file(path);
     return parseJpegHeader(
@@ -89,9 +85,6 @@ HeaderInfo parseJpegHeader(const ByteReader& read) {
             info.height = readBE16(body + 1);
             info.width = readBE16(body + 3);
             sawFrame = true;
-        } else if (code == 0xE1 && !info.orientation &&
-                   segment->startsWith(QByteArray("Exif\0\0", 6))) {
-            info.orientation = exifOrientation(body, static_cast<std::size_t>(segment->size()));
         }
         pos += length;
     }
@@ -100,8 +93,7 @@ HeaderInfo parseJpegHeader(const ByteReader& read) {
     return info;
 }
 
-// The IHDR chunk (checked with its CRC) gives the size; an eXIf chunk anywhere before IEND the
-// orientation. The walk after IHDR is lenient: a damaged tail only loses the orientation.
+// The IHDR chunk (checked with its CRC) gives the size.
 HeaderInfo readPngHeader(const QString& path) {
     HeaderFile file(path);
     const auto head = file.read(0, 33);
@@ -119,25 +111,11 @@ HeaderInfo readPngHeader(const QString& path) {
     if (info.width < 1 || info.height < 1 || info.width > 0x7FFFFFFF || info.height > 0x7FFFFFFF) {
         corrupt("the image size is invalid");
     }
-    std::int64_t pos = 33;
-    while (const auto chunk = file.read(pos, 8)) {
-        const std::int64_t length = readBE32(bytesOf(*chunk));
-        const QByteArray type = chunk->mid(4, 4);
-        if (type == "IEND" || length > 0x7FFFFFFF) break;
-        if (type == "eXIf") {
-            if (const auto exif = file.read(pos + 8, std::min(length, maximumExifBytes))) {
-                info.orientation =
-                    exifOrientation(bytesOf(*exif), static_cast<std::size_t>(exif->size()));
-            }
-            break;
-        }
-        pos += 12 + length;
-    }
     return info;
 }
 
 // RIFF chunks: the first is VP8 (lossy), VP8L (lossless) or VP8X (extended, with the canvas
-// size); an EXIF chunk of the extended format carries the orientation.
+// size).
 HeaderInfo readWebpHeader(const QString& path) {
     HeaderFile file(path);
     const auto corrupt = [](const char* why) {
@@ -146,7 +124,6 @@ HeaderInfo readWebpHeader(const QString& path) {
     };
     const auto riff = file.read(0, 12);
     if (!riff || !riff->startsWith("RIFF") || riff->mid(8, 4) != "WEBP") corrupt("no RIFF header");
-    const std::int64_t end = std::min<std::int64_t>(file.size(), 8 + readLE32(bytesOf(*riff) + 4));
     const auto first = file.read(12, 8 + 10);
     if (!first) corrupt("the headers end early");
     const QByteArray kind = first->mid(0, 4);
@@ -166,20 +143,6 @@ HeaderInfo readWebpHeader(const QString& path) {
     } else if (kind == "VP8X") {
         info.width = 1 + (body[4] | (body[5] << 8) | (body[6] << 16));
         info.height = 1 + (body[7] | (body[8] << 8) | (body[9] << 16));
-        std::int64_t pos = 12;
-        while (pos + 8 <= end) {
-            const auto chunk = file.read(pos, 8);
-            if (!chunk) break;
-            const std::int64_t length = readLE32(bytesOf(*chunk) + 4);
-            if (chunk->startsWith("EXIF")) {
-                if (const auto exif = file.read(pos + 8, std::min(length, maximumExifBytes))) {
-                    info.orientation =
-                        exifOrientation(bytesOf(*exif), static_cast<std::size_t>(exif->size()));
-                }
-                break;
-            }
-            pos += 8 + length + (length & 1);
-        }
     } else {
         corrupt("no image chunk");
     }
@@ -223,7 +186,6 @@ ImageProperties readProperties(const QString& path) {
     properties.typeIdentifier = typeIdentifier(*format);
     properties.width = info.width;
     properties.height = info.height;
-    properties.orientation = info.orientation;
     return properties;
 }
 

@@ -1,4 +1,4 @@
-// Header readers: format sniffing, pixel size, EXIF orientation, animation. Any input must end in a
+// Header readers: format sniffing, pixel size, animation. Any input must end in a
 // value or an ImageIOError, never a crash, a hang or a large allocation.
 #include "fuzz_input_file.h"
 #include "imageio/image_io.h"

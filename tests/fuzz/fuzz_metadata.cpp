@@ -1,7 +1,8 @@
-// exiv2's parsing and writing as the engine uses them. The first byte chooses what the rest is:
-// a whole image file (JPEG, PNG, WebP, HEIF: read for its output under a policy), or an EXIF, XMP
-// or IPTC block (parsed, filtered and written into a small JPEG, PNG and WebP). Nothing may
-// crash, and whatever is accepted must be written and then read back without an error escaping.
+// The metadata reader and writer as the engine uses them. The first byte chooses what the rest is:
+// a whole image file (JPEG, PNG, WebP, HEIF: read for its orientation and its output under a
+// policy), or an EXIF, XMP or IPTC block (read, filtered and written into a small JPEG, PNG and
+// WebP). Nothing may crash, an orientation is 1-8 or none, and whatever is accepted must be
+// written without an error escaping.
 #include "fuzz_input_file.h"
 #include "imageio/encoders.h"
 #include "imageio/metadata.h"
@@ -50,13 +51,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                           static_cast<qsizetype>(size - 1));
     ImageMetadata block;
     switch (data[0] & 3) {
-        case 0:
-            try {
-                writeEverywhere(
-                    readMetadataForOutput(fuzzing::inputFile(data + 1, size - 1, "img"), policy));
-            } catch (const MetadataError&) {
-            }
+        case 0: {
+            const PhotoMetadata read =
+                readPhotoMetadata(fuzzing::inputFile(data + 1, size - 1, "img"), policy);
+            if (read.orientation && (*read.orientation < 1 || *read.orientation > 8))
+                __builtin_trap();
+            writeEverywhere(read.carried);
             return 0;
+        }
         case 1:
             block.exif = rest;
             break;
@@ -67,9 +69,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             block.iptc = rest;
             break;
     }
-    try {
-        writeEverywhere(filteredMetadata(block, policy));
-    } catch (const MetadataError&) {
-    }
+    writeEverywhere(readPhotoMetadata(block, policy).carried);
     return 0;
 }

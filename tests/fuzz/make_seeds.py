@@ -30,12 +30,19 @@ def ppm(width, height, seed=0):
         (x * 5 + y * 3 + seed) % 256 for y in range(height) for x in range(width * 3))
 
 
-def exif(orientation, big_endian):
+def exif(orientation, big_endian, kind=3, repeat=1):
+    """An EXIF APP1 payload whose IFD0 holds the orientation `repeat` times as SHORT (3), LONG (4)
+    or SLONG (9)."""
     order = b"MM" if big_endian else b"II"
     e = ">" if big_endian else "<"
-    body = order + struct.pack(e + "HI", 42, 8) + struct.pack(e + "H", 1)
-    body += struct.pack(e + "HHIHH", 0x0112, 3, 1, orientation, 0) + struct.pack(e + "I", 0)
+    value = struct.pack(e + "HH", orientation, 0) if kind == 3 else struct.pack(e + "I", orientation)
+    body = order + struct.pack(e + "HI", 42, 8) + struct.pack(e + "H", repeat)
+    body += (struct.pack(e + "HHI", 0x0112, kind, 1) + value) * repeat + struct.pack(e + "I", 0)
     return b"Exif\x00\x00" + body
+
+
+def with_app1(jpeg, payload):
+    return jpeg[:2] + b"\xff\xe1" + struct.pack(">H", len(payload) + 2) + payload + jpeg[2:]
 
 
 def write(folder, name, data):
@@ -79,8 +86,10 @@ def main():
     write(images, "claims-huge.png",
           b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", 100000, 100000, 8, 6, 0, 0, 0)))
 
-    for index, (orientation, big) in enumerate([(1, True), (6, False), (8, True), (3, False)]):
-        write(os.path.join(out, "exif"), "exif%d" % index, exif(orientation, big))
+    for index, (orientation, big, kind, repeat) in enumerate(
+            [(1, True, 3, 1), (6, False, 3, 1), (8, True, 4, 1), (3, False, 9, 1), (6, True, 9, 1),
+             (5, False, 3, 2), (9, False, 3, 1)]):
+        write(os.path.join(out, "exif"), "exif%d" % index, exif(orientation, big, kind, repeat)[6:])
     write(os.path.join(out, "exif"), "loop", b"II*\x00\x08\x00\x00\x00\x01\x00" + b"\x08\x00" * 8)
 
     # Metadata: a selector byte (low two bits: 0 whole file, 1 EXIF, 2 XMP, 3 IPTC; the next two
@@ -98,6 +107,8 @@ def main():
     for name in ("exif.png", "baseline.jpg", "still.heic", "lossy.webp"):
         with open(os.path.join(images, name), "rb") as f:
             write(metadata, "file-" + name, b"\x00" + f.read())
+    with open(os.path.join(images, "baseline.jpg"), "rb") as f:
+        write(metadata, "file-slong.jpg", b"\x00" + with_app1(f.read(), exif(6, True, 9)))
 
     profile = b"\x00\x00\x02\x0cappl" + bytes(range(200))
     for index, extra in enumerate([b"", chunk(b"iCCP", b"x\x00\x00" + zlib.compress(profile)),

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 #include <lcms2.h>
+#include <libheif/heif_cxx.h>
 #include <png.h>
 
 #include "support/test_environment.h"
@@ -73,11 +74,13 @@ QByteArray toPNM(const Bitmap& bitmap, bool withAlpha) {
     return out;
 }
 
-QByteArray pngOf(const Bitmap& bitmap, int depth, const QByteArray& iccProfile) {
+QByteArray pngOf(const Bitmap& bitmap, int depth, const QByteArray& iccProfile,
+                 const QByteArray& exif) {
     const bool alpha = hasAlphaChannel(bitmap.alphaInfo);
     PngRecipe recipe(bitmap.width, bitmap.height,
                      alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, depth);
     recipe.iccProfile = iccProfile;
+    recipe.exif = exif;
     recipe.rows.resize(bitmap.height);
     for (std::size_t i = 0; i < bitmap.rgba.size(); ++i) {
         if (alpha || i % 4 != 3)
@@ -266,6 +269,18 @@ QByteArray run(const char* commandLine, const QString& folder) {
     return runTool(words.takeFirst(), words);
 }
 
+QByteArray withApp1(const QByteArray& jpeg, const QList<QByteArray>& payloads) {
+    QByteArray segments;
+    for (const QByteArray& payload : payloads) {
+        if (payload.isEmpty()) continue;
+        const int length = int(payload.size()) + 2;
+        segments += QByteArray("\xFF\xE1", 2) + char(length >> 8) + char(length & 0xFF) + payload;
+    }
+    const qsizetype at =
+        jpeg.mid(2, 2) == "\xFF\xE0" ? 4 + (std::uint8_t(jpeg[4]) << 8 | std::uint8_t(jpeg[5])) : 2;
+    return jpeg.left(at) + segments + jpeg.mid(at);
+}
+
 bool writeJPEGWithCjpeg(const Bitmap& bitmap, int quality, const QString& path,
                         const QStringList& extraArguments) {
     QTemporaryDir dir;
@@ -304,6 +319,51 @@ std::optional<Bitmap> decodeIndependently(const QString& path, QByteArray* icc) 
     Bitmap bitmap = readPng(png);
     if (bitmap.rgba.empty()) return std::nullopt;
     return bitmap;
+}
+
+std::optional<Bitmap> displayedByViewer(const QString& path,
+                                        std::optional<int> exiftoolOrientation) {
+    static const char* const names[] = {"TopLeft", "TopRight", "BottomRight", "BottomLeft",
+                                        "LeftTop", "RightTop", "RightBottom", "LeftBottom"};
+    QStringList arguments{path};
+    const int orientation = exiftoolOrientation.value_or(0);
+    if ((path.endsWith(QLatin1String(".png")) || path.endsWith(QLatin1String(".webp"))) &&
+        orientation >= 1 && orientation <= 8)
+        arguments << QStringLiteral("-orient") << QLatin1String(names[orientation - 1]);
+    arguments << QStringLiteral("-auto-orient") << QStringLiteral("-strip")  // no header comment
+              << QStringLiteral("-depth") << QStringLiteral("8") << QStringLiteral("ppm:-");
+    const auto output = runProgram(QStringLiteral("/usr/bin/convert"), arguments);  // Debian's
+    return output ? fromPNM(*output) : std::nullopt;
+}
+
+void writeHeif(const Bitmap& bitmap, ImageFormat format, const HeifExtras& extras,
+               const QString& path) {
+    heif::Image image;
+    image.create(bitmap.width, bitmap.height, heif_colorspace_RGB, heif_chroma_interleaved_RGBA);
+    image.add_plane(heif_channel_interleaved, bitmap.width, bitmap.height, 8);
+    int stride = 0;
+    std::uint8_t* plane = image.get_plane(heif_channel_interleaved, &stride);
+    for (int y = 0; y < bitmap.height; ++y)
+        std::copy_n(bitmap.pixel(0, y), bitmap.rowBytes(), plane + y * stride);
+    if (const auto& codes = extras.nclxPrimariesAndTransfer) {
+        heif::ColorProfile_nclx nclx;
+        nclx.set_color_primaries(static_cast<heif_color_primaries>(codes->first));
+        nclx.set_transfer_characteristics(
+            static_cast<heif_transfer_characteristics>(codes->second));
+        nclx.set_matrix_coefficients(heif_matrix_coefficients_ITU_R_BT_601_6);
+        image.set_nclx_color_profile(nclx);
+    }
+    heif::Encoder encoder(format == ImageFormat::avif ? heif_compression_AV1
+                                                      : heif_compression_HEVC);
+    encoder.set_lossy_quality(90);
+    heif::Context::EncodingOptions options;
+    options.save_alpha_channel = hasAlphaChannel(bitmap.alphaInfo);
+    options.image_orientation = static_cast<heif_orientation>(extras.orientation);
+    heif::Context context;
+    const heif::ImageHandle handle = context.encode_image(image, encoder, options);
+    if (!extras.exif.isEmpty())
+        context.add_exif_metadata(handle, extras.exif.constData(), int(extras.exif.size()));
+    context.write_to_file(QFile::encodeName(path).toStdString());
 }
 
 std::optional<imageio::ImageIOError::Code> errorOf(const std::function<void()>& call,

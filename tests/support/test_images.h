@@ -26,8 +26,10 @@ Bitmap photoLikeBitmap(int width, int height, bool withAlpha = false);
 
 // Binary PPM (P6), or with `withAlpha` PAM (P7 RGB_ALPHA), bytes of a bitmap.
 QByteArray toPNM(const Bitmap& bitmap, bool withAlpha = false);
-// The bitmap as an RGB(A) PNG at 8 or 16 bits (16-bit samples repeat the 8-bit value).
-QByteArray pngOf(const Bitmap& bitmap, int depth, const QByteArray& iccProfile = {});
+// The bitmap as an RGB(A) PNG at 8 or 16 bits (16-bit samples repeat the 8-bit value), with an
+// iCCP and an eXIf chunk when given.
+QByteArray pngOf(const Bitmap& bitmap, int depth, const QByteArray& iccProfile = {},
+                 const QByteArray& exif = {});
 
 // `rows` hold packed samples at `bitDepth`, as PNG stores them (16-bit big-endian).
 struct PngRecipe {
@@ -55,6 +57,10 @@ QByteArray runTool(const QString& program, const QStringList& arguments);
 // runTool for a space-separated command line in which "%1" stands for `folder`.
 QByteArray run(const char* commandLine, const QString& folder);
 
+// The JPEG with an APP1 segment for each non-empty one of `payloads` right after its JFIF segment
+// (or its start), as cameras lay them out.
+QByteArray withApp1(const QByteArray& jpeg, const QList<QByteArray>& payloads);
+
 // Writes `bitmap` as a JPEG of `quality` with the real cjpeg.
 bool writeJPEGWithCjpeg(const Bitmap& bitmap, int quality, const QString& path,
                         const QStringList& extraArguments = {});
@@ -64,6 +70,26 @@ bool writeJPEGWithCjpeg(const Bitmap& bitmap, int quality, const QString& path,
 // when the file has an alpha channel; `icc` receives a JPEG's or PNG's embedded profile.
 // Nothing when any tool rejects the file.
 std::optional<Bitmap> decodeIndependently(const QString& path, QByteArray* icc = nullptr);
+
+// What a viewer that honours orientation shows, as 8-bit RGB: ImageMagick's -auto-orient. It
+// applies a JPEG's EXIF Orientation (XMP's when EXIF has none), and libheif applies a HEIF's
+// irot/imir for it (a HEIF's EXIF Orientation is not applied on top). ImageMagick reads no
+// orientation from PNG eXIf or WebP EXIF, which browsers do honour: for those it is given
+// `exiftoolOrientation`, the file's Orientation as exiftool reads it (1-8; others are none).
+std::optional<Bitmap> displayedByViewer(const QString& path,
+                                        std::optional<int> exiftoolOrientation = {});
+
+// What a HEIF fixture carries that Debian's heif-enc cannot write: the irot/imir boxes of
+// `orientation` (EXIF numbering: the stored pixels are shown turned by it), `exif` (a TIFF block)
+// as its EXIF item, and colour described only by an nclx box of these code points.
+struct HeifExtras {
+    int orientation = 1;
+    QByteArray exif;
+    std::optional<std::pair<int, int>> nclxPrimariesAndTransfer;
+};
+// Writes `bitmap` as a HEIC or AVIF file with libheif; throws heif::Error.
+void writeHeif(const Bitmap& bitmap, ImageFormat format, const HeifExtras& extras,
+               const QString& path);
 
 // The code of the ImageIOError that `call` throws (and its message); nothing when none.
 std::optional<imageio::ImageIOError::Code> errorOf(const std::function<void()>& call,

@@ -7,6 +7,7 @@
 #include <QFile>
 #include <array>
 #include <cstring>
+#include <functional>
 
 namespace velt {
 namespace {
@@ -128,37 +129,69 @@ QByteArray iccpChunk(const QByteArray& profile) {
     return chunk;
 }
 
-std::optional<QByteArray> pngWithICCProfile(const QByteArray& png, const QByteArray& profile) {
+namespace {
+
+// `png` with only the chunks `keep` accepts (by type) and `afterHeader` right after IHDR, nothing
+// after IEND; nothing when `png` is not a PNG, a chunk runs past the end or there is no IHDR.
+std::optional<QByteArray> rewrittenPng(const QByteArray& png,
+                                       const std::function<bool(const QByteArray&)>& keep,
+                                       const QByteArray& afterHeader = {}) {
     if (png.size() < 8 || std::memcmp(png.constData(), pngSignature.data(), 8) != 0)
         return std::nullopt;
-    const QByteArray chunk = iccpChunk(profile);
     QByteArray output = png.left(8);
-    bool inserted = false;
+    bool sawHeader = false;
     qsizetype position = 8;
     while (position < png.size()) {
         if (png.size() - position < 12) return std::nullopt;
         const std::int64_t span = std::int64_t{readBigEndian(png, position)} + 12;
         if (span > png.size() - position) return std::nullopt;
         const QByteArray type = png.mid(position + 4, 4);
-        if (!isColourChunk(type)) output += png.mid(position, static_cast<qsizetype>(span));
+        if (keep(type)) output += png.mid(position, static_cast<qsizetype>(span));
         position += static_cast<qsizetype>(span);
-        if (type == "IHDR" && !inserted) {
-            output += chunk;
-            inserted = true;
+        if (type == "IHDR" && !sawHeader) {
+            output += afterHeader;
+            sawHeader = true;
         }
         if (type == "IEND") break;
     }
-    if (!inserted) return std::nullopt;
+    if (!sawHeader) return std::nullopt;
     return output;
 }
 
-void attachICCProfileToPNGIfNeeded(const QString& path, const std::optional<QByteArray>& iccData) {
-    if (!iccData || iccData->isEmpty()) return;
-    const std::optional<QByteArray> rewritten = pngWithICCProfile(readFileOrThrow(path), *iccData);
+// Rewrites the PNG file at `path` atomically as `rewrite` makes it; a file it declines stays.
+void rewritePngFile(const QString& path,
+                    const std::function<std::optional<QByteArray>(const QByteArray&)>& rewrite) {
+    const std::optional<QByteArray> rewritten = rewrite(readFileOrThrow(path));
     if (!rewritten) return;
     QString reason;
     if (!writeFileAtomically(path, *rewritten, &reason))
         throw FileSystemError(FileSystemError::writeUnknown, reason);
+}
+
+}  // namespace
+
+std::optional<QByteArray> pngWithICCProfile(const QByteArray& png, const QByteArray& profile) {
+    return rewrittenPng(
+        png, [](const QByteArray& type) { return !isColourChunk(type); }, iccpChunk(profile));
+}
+
+void removeMetadataFromPNG(const QString& path) {
+    rewritePngFile(path, [](const QByteArray& png) -> std::optional<QByteArray> {
+        bool found = false;
+        auto rewritten = rewrittenPng(png, [&](const QByteArray& type) {
+            const bool metadata = type == "eXIf" || type == "tEXt" || type == "zTXt" ||
+                                  type == "iTXt" || type == "tIME";
+            found = found || metadata;
+            return !metadata;
+        });
+        if (!found) return std::nullopt;  // a file without any stays byte for byte
+        return rewritten;
+    });
+}
+
+void attachICCProfileToPNGIfNeeded(const QString& path, const std::optional<QByteArray>& iccData) {
+    if (!iccData || iccData->isEmpty()) return;
+    rewritePngFile(path, [&](const QByteArray& png) { return pngWithICCProfile(png, *iccData); });
 }
 
 }  // namespace velt

@@ -38,4 +38,10 @@ std::optional<QByteArray> pngWithICCProfile(const QByteArray& png, const QByteAr
 // leaves the file untouched. Throws FileSystemError when the file cannot be read or written.
 void attachICCProfileToPNGIfNeeded(const QString& path, const std::optional<QByteArray>& iccData);
 
+// Rewrites the PNG file at `path` in place (atomically) without its metadata chunks (eXIf, tEXt,
+// zTXt, iTXt, tIME): an output carries the plan's metadata and nothing of the source's besides.
+// A file without any, not a PNG or with a damaged chunk list stays as it is. Throws FileSystemError when
+// the file cannot be read or written.
+void removeMetadataFromPNG(const QString& path);
+
 }  // namespace velt

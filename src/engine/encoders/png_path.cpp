@@ -32,12 +32,16 @@ bool tryCandidate(const QString& path, const std::function<void()>& produce,
     }
 }
 
+// A PNG source is its own lossless baseline (its depth and palette stay), without its metadata
+// chunks; one whose pixels were turned upright is encoded from the plan like any other source.
 void writeBaseline(EngineContext& context, const QString& sourceURL, const QString& baseline,
                    const ImagePlan& plan) {
-    if (plan.source == ImageFormat::png)
+    if (plan.source == ImageFormat::png && !plan.turned) {
         copyToNewFile(sourceURL, baseline);
-    else
+        removeMetadataFromPNG(baseline);
+    } else {
         writeImageWithImageIO(baseline, plan.image, ImageFormat::png, context.config.qualities);
+    }
     attachICCProfileToPNGIfNeeded(baseline, plan.iccData);
 }
 

@@ -37,16 +37,10 @@ void writeAll(const QString& path, const QByteArray& bytes) {
 
 }  // namespace
 
-imageio::ImageMetadata metadataForOutput(const QString& source, MetadataPolicy policy) {
-    try {
-        QString droppedPart;
-        auto metadata = imageio::readMetadataForOutput(source, policy, &droppedPart);
-        if (!droppedPart.isEmpty()) logDropped(source, droppedPart);
-        return metadata;
-    } catch (const imageio::MetadataError& error) {
-        logDropped(source, QString::fromUtf8(error.what()));
-        return {};
-    }
+imageio::PhotoMetadata sourceMetadata(const QString& source, MetadataPolicy policy) {
+    imageio::PhotoMetadata metadata = imageio::readPhotoMetadata(source, policy);
+    if (!metadata.dropped.isEmpty()) logDropped(source, metadata.dropped);
+    return metadata;
 }
 
 void writeMetadataInto(const QString& destination, const QString& source, const ImagePlan& plan) {

@@ -14,9 +14,9 @@ namespace velt {
 
 struct ImagePlan;
 
-// What the output of `source` should carry; empty for strip, for a source without metadata and
-// for one whose metadata is damaged (logged).
-imageio::ImageMetadata metadataForOutput(const QString& source, MetadataPolicy policy);
+// The source's metadata, read once: the turn its pixels get and what its output carries (empty for
+// strip, for a source without metadata and for one whose metadata is damaged: logged).
+imageio::PhotoMetadata sourceMetadata(const QString& source, MetadataPolicy policy);
 
 // Writes the plan's metadata into the encoded JPEG, PNG or WebP temporary file `destination` and
 // proves that it still decodes to the expected size (HEIC and AVIF received theirs from the

@@ -17,6 +17,7 @@ struct ImagePlan {
     imageio::ColorSpace colorSpace;     // the RGB space to encode in
     std::optional<QByteArray> iccData;  // the profile to embed, if any
     imageio::ImageMetadata metadata;    // the source's own data the output carries (policy applied)
+    bool turned = false;                // the decoded pixels were turned to make `image`
 };
 
 }  // namespace velt

@@ -26,16 +26,16 @@ ImageFormat automaticTarget(ImageFormat source, const imageio::Bitmap& image) {
 
 }  // namespace
 
-std::optional<imageio::Bitmap> createDisplayOrientedImage(
-    const QString& path, const imageio::ImageProperties& properties) {
+std::optional<imageio::Bitmap> createDisplayOrientedImage(const QString& path,
+                                                          std::optional<int> turn) {
     imageio::Bitmap image;
     try {
         image = imageio::decodeFirstFrame(path);
     } catch (const imageio::ImageIOError&) {
         return std::nullopt;
     }
-    if (!properties.orientation || *properties.orientation == 1) return image;
-    return imageio::applyOrientation(image, *properties.orientation);
+    if (!turn || *turn == 1) return image;
+    return imageio::applyOrientation(image, *turn);
 }
 
 ImagePlan makePlan(const AppConfig& config, const QString& path) {
@@ -46,7 +46,8 @@ ImagePlan makePlan(const AppConfig& config, const QString& path) {
         corrupt(path);
     }
     validatedDecodedRasterByteCount(properties.width, properties.height);
-    auto image = createDisplayOrientedImage(path, properties);
+    imageio::PhotoMetadata metadata = sourceMetadata(path, config.metadataPolicy);
+    auto image = createDisplayOrientedImage(path, metadata.displayTurn);
     if (!image) corrupt(path);
 
     ImagePlan plan;
@@ -57,7 +58,8 @@ ImagePlan makePlan(const AppConfig& config, const QString& path) {
                           : imageio::sRGBColorSpace();
     plan.iccData = iccDataForEncoding(image->colorSpace);
     plan.image = std::move(*image);
-    plan.metadata = metadataForOutput(path, config.metadataPolicy);
+    plan.turned = metadata.displayTurn.value_or(1) != 1;
+    plan.metadata = std::move(metadata.carried);
     return plan;
 }
 

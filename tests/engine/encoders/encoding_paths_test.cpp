@@ -12,6 +12,7 @@
 #include "engine/pipeline/image_safety.h"
 #include "engine/pipeline/image_writer.h"
 #include "engine/watcher/engine_context.h"
+#include "support/test_images.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>
@@ -196,6 +197,14 @@ TEST(PNGPath, WithoutToolsThePNGSourceIsCopiedByteForByte) {
         EXPECT_EQ(testing::readFile(source), bytes);
         EXPECT_EQ(rig.entries(), (QStringList{u"out.png"_s, u"source.png"_s}));
     }
+    // Without the source's metadata chunks: the output carries the plan's metadata alone.
+    PathRig rig;
+    const ImagePlan plan = planOf(ImageFormat::png, {});
+    const QString source = rig.file("source.png");
+    testing::writeFile(source,
+                       testing::pngOf(plan.image, 8, {}, QByteArray("MM\0*\0\0\0\x08\0\0", 10)));
+    writePNGImage(rig.context, source, rig.file("out.png"), plan, locatorOf({}));
+    EXPECT_EQ(testing::readFile(rig.file("out.png")), testing::pngOf(plan.image, 8));
 }
 
 bool isTempName(const QString& url, const QString& stem, const QString& suffix) {
