@@ -40,6 +40,15 @@ std::int64_t validateEncodedImage(const QString& path,
     } catch (const std::exception&) {
         rejectWrittenFile(path);
     }
+    const imageio::PhotoMetadata own = imageio::readPhotoMetadata(path, MetadataPolicy::strip);
+    if (own.orientation.value_or(1) != 1) {
+        QFile::remove(path);
+        throw FileSystemError(
+            FileSystemError::writeUnknown,
+            QStringLiteral("The output says it is to be shown turned (Orientation %1); it was "
+                           "discarded.")
+                .arg(*own.orientation));
+    }
     if (expected && decoded != *expected) {
         QFile::remove(path);
         throw FileSystemError(

@@ -23,9 +23,11 @@ std::optional<QByteArray> iccDataForEncoding(const std::optional<imageio::ColorS
 // FileSystemError(writeUnknown) thrown.
 std::int64_t validateTemporaryFile(const QString& path);
 
-// As validateTemporaryFile, and frame 0 must decode, with `expected` dimensions when given; a
-// file that does not is deleted and FileSystemError(writeUnknown) thrown. Every output passes
-// this before it may replace or join an original.
+// As validateTemporaryFile, and the file must display as planned: frame 0 decodes, with
+// `expected` dimensions when given, and its own Orientation (read by the reader that turned the
+// source) says upright or nothing, so that no viewer turns it again. A file that does not is
+// deleted and FileSystemError(writeUnknown) thrown. Every output passes this before it may replace
+// or join an original.
 std::int64_t validateEncodedImage(const QString& path,
                                   const std::optional<imageio::FrameSize>& expected = {});
 
