@@ -19,7 +19,8 @@ packages=(
   # tests (openssl makes the update tests' certificate authority)
   libgtest-dev libgmock-dev openssl
   # the external encoders the engine drives, and independent decoders the tests check with
-  libjpeg-turbo-progs webp pngquant libheif-examples pngcheck
+  # (imagemagick also shows outputs as an orientation-honouring viewer does)
+  libjpeg-turbo-progs webp pngquant libheif-examples pngcheck imagemagick
   # the independent metadata reader the tests check outputs with
   libimage-exiftool-perl
   # the crash campaign kills the program at chosen system calls

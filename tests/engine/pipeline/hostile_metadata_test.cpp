@@ -58,13 +58,6 @@ QByteArray lyingMakerNoteExif() {
            QByteArray("Canon maker note, short");
 }
 
-// The JPEG with an APP1 segment of `payload` right after SOI.
-QByteArray withApp1(const QByteArray& jpeg, const QByteArray& payload) {
-    QByteArray length(2, '\0');
-    qToBigEndian<quint16>(static_cast<quint16>(payload.size() + 2), length.data());
-    return jpeg.left(2) + QByteArray("\xFF\xE1", 2) + length + payload + jpeg.mid(2);
-}
-
 TEST(HostileMetadata, IsDroppedWithOneLineAndThePhotoIsStillCompressed) {
     const QByteArray xmpHeader("http://ns.adobe.com/xap/1.0/\0", 29);
     const std::pair<const char*, QByteArray> cases[] = {
@@ -77,7 +70,7 @@ TEST(HostileMetadata, IsDroppedWithOneLineAndThePhotoIsStillCompressed) {
         testing::ContextRig rig;
         const QString source = rig.file(QStringLiteral("hostile.jpg"));
         ASSERT_TRUE(testing::writeJPEGWithCjpeg(testing::photoLikeBitmap(160, 120), 95, source));
-        testing::writeFile(source, withApp1(testing::readFile(source), app1));
+        testing::writeFile(source, testing::withApp1(testing::readFile(source), {app1}));
 
         FolderCompressionResult result;
         ASSERT_NO_THROW(result = process(rig.context, source)) << name;
