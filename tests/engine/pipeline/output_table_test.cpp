@@ -4,7 +4,8 @@
 // size with the source's picture; every Orientation the source has is carried as upright (1)
 // unless metadata is stripped; read back by exiftool, capture date, camera, lens, exposure and
 // copyright survive, the location goes unless the user keeps everything, strip leaves nothing;
-// every output carries the source's modification time.
+// metadata that is corrupt, oversized or built to hurt is dropped whole with one log line and the
+// photo still compressed; every output carries the source's modification time.
 #include "camera_photos.h"
 #include "engine/pipeline/can_write.h"
 #include "engine/pipeline/process.h"
@@ -15,7 +16,9 @@
 #include <gtest/gtest.h>
 #include <QFile>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QtEndian>
 #include <bit>
 
 namespace velt {
@@ -52,14 +55,51 @@ QByteArray xmpPacket(int orientation) {
            "</tiff:Orientation></rdf:Description></rdf:RDF></x:xmpmeta>";
 }
 
+// Little-endian TIFF pieces, for blocks built to hurt.
+QByteArray le(quint32 value, int bytes) {
+    QByteArray b(4, '\0');
+    qToLittleEndian(value, b.data());
+    return b.left(bytes);
+}
+QByteArray entry(int tag, int type, quint32 count, quint32 value) {
+    return le(tag, 2) + le(type, 2) + le(count, 4) + le(value, 4);
+}
+const QByteArray tiffHeader = QByteArray("II*\0", 4) + le(8, 4);
+
+// 60 KB of junk behind a valid header: a huge entry count and random entries.
+QByteArray junkExif() {
+    QByteArray junk = tiffHeader;
+    for (quint32 state = 12345; junk.size() < 60 * 1024;) {
+        state = state * 1103515245u + 12345u;
+        junk.append(static_cast<char>(state >> 16));
+    }
+    return junk;
+}
+
+// IFD0 names the camera and points to itself, as its EXIF directory and as the next directory.
+QByteArray loopingExif() {
+    return tiffHeader + le(2, 2) + entry(0x010F, 2, 4, qFromLittleEndian<quint32>("Cam")) +
+           entry(0x8769, longType, 1, 8) + le(8, 4);
+}
+
+// A maker note claiming sixteen megabytes in a block of a few dozen bytes.
+QByteArray lyingMakerNoteExif() {
+    const quint32 exifIfd = 8 + 2 + 2 * 12 + 4 + 6;
+    return tiffHeader + le(2, 2) + entry(0x010F, 2, 6, 8 + 2 + 2 * 12 + 4) +
+           entry(0x8769, longType, 1, exifIfd) + le(0, 4) + QByteArray("Canon\0", 6) + le(1, 2) +
+           entry(0x927C, 7, 0x00FFFFFF, exifIfd + 2 + 12 + 4) + le(0, 4) +
+           "Canon maker note, short";
+}
+
 struct Source {
     QString name;
     ImageFormat format;
     QByteArray exif;
-    QByteArray xmp = {};  // JPEG only
-    int container = 1;    // HEIF irot/imir, in EXIF numbering
-    int shown = 1;        // the turn a viewer applies (1: as stored)
-    QString photo = {};   // the camera photograph it was prepared from
+    QByteArray xmp = {};   // JPEG only
+    int container = 1;     // HEIF irot/imir, in EXIF numbering
+    int shown = 1;         // the turn a viewer applies (1: as stored)
+    QString photo = {};    // the camera photograph it was prepared from
+    bool hostile = false;  // metadata that is corrupt, oversized or built to hurt
 
     QString fileName() const { return name + u'.' + fileExtension(format); }
     QString outputName(MetadataPolicy policy, ImageFormat target) const {
@@ -87,6 +127,19 @@ const Source sources[] = {
     {u"webp-exif"_s, ImageFormat::webp, ifd0({6}, longType), {}, 1, 6},
     {u"heic-irot"_s, ImageFormat::heic, ifd0({3}), {}, 6, 6},
     {u"avif-imir"_s, ImageFormat::avif, ifd0({8}), {}, 5, 5},
+    // Dropped whole with one log line; the photo is still compressed.
+    {u"junk"_s, ImageFormat::jpeg, junkExif(), {}, 1, 1, {}, true},
+    {u"loop"_s, ImageFormat::jpeg, loopingExif(), {}, 1, 1, {}, true},
+    {u"makernote"_s, ImageFormat::jpeg, lyingMakerNoteExif(), {}, 1, 1, {}, true},
+    {u"unclosed-xmp"_s,
+     ImageFormat::jpeg,
+     {},
+     QByteArray("http://ns.adobe.com/xap/1.0/\0", 29) +
+         "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF><unclosed",
+     1,
+     1,
+     {},
+     true},
 };
 
 constexpr MetadataPolicy policies[] = {MetadataPolicy::keepWithoutLocation, MetadataPolicy::keepAll,
@@ -163,11 +216,13 @@ TEST_P(OutputTable, EverySourceUnderEveryPolicyDisplaysLikeItselfAndKeepsItsData
             if (!result.didWrite) continue;
             const QString output = *result.historyEntry->outputURL;
             EXPECT_EQ(modificationTime(output), modificationTime(source)) << label;
-            // An unreadable XMP packet is reported once; everything else goes without a word.
-            const bool xmpLost = policy != MetadataPolicy::strip && !s.photo.isEmpty() &&
-                                 !testing::hasReadableXmp(s.photo);
+            // Hostile metadata and an unreadable XMP packet are reported once; everything else goes
+            // without a word.
+            const bool dropped =
+                policy != MetadataPolicy::strip &&
+                (s.hostile || (!s.photo.isEmpty() && !testing::hasReadableXmp(s.photo)));
             EXPECT_EQ(testing::readFile(rig.data.file(u"native.log"_s)).count("Metadata dropped"),
-                      xmpLost ? 1 : 0)
+                      dropped ? 1 : 0)
                 << label;
             QFile::copy(output, outputFolder.filePath(s.outputName(policy, target)));
         }
@@ -191,8 +246,9 @@ TEST_P(OutputTable, EverySourceUnderEveryPolicyDisplaysLikeItselfAndKeepsItsData
             if (!outputTags.count(output)) continue;
             // Every Orientation the source has is carried as 1 (none under strip).
             const std::vector<int> tags = orientations(outputTags.at(output));
-            const std::size_t carried =
-                policy == MetadataPolicy::strip ? 0 : orientations(tagsOfSource).size();
+            const std::size_t carried = policy == MetadataPolicy::strip || s.hostile
+                                            ? 0
+                                            : orientations(tagsOfSource).size();
             EXPECT_EQ(tags, std::vector<int>(carried, 1)) << outputLabel;
             const auto actual = shown(outputFolder.filePath(output), tags);
             ASSERT_TRUE(actual) << outputLabel;
@@ -200,6 +256,11 @@ TEST_P(OutputTable, EverySourceUnderEveryPolicyDisplaysLikeItselfAndKeepsItsData
                       std::pair(expected->width, expected->height))
                 << outputLabel;
             EXPECT_GT(testing::psnrOnWhite(*expected, *actual), 28.0) << outputLabel;
+            for (const QString& key : outputTags.at(output).keys())
+                EXPECT_FALSE(
+                    s.hostile &&
+                    QRegularExpression(u"^(IFD0|ExifIFD|XMP|MakerNotes)"_s).match(key).hasMatch())
+                    << outputLabel << " " << key.toStdString();
             if (!s.photo.isEmpty())
                 testing::expectCarried(tagsOfSource, outputTags.at(output), policy,
                                        testing::hasReadableXmp(s.photo), outputLabel);
