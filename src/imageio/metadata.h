@@ -60,9 +60,10 @@ struct PhotoMetadata {
     QString dropped;
 };
 
-// The metadata of the image file at `path`: EXIF, XMP and IPTC of JPEG, PNG (eXIf, iTXt) and
-// WebP through exiv2; EXIF and XMP items of HEIC and AVIF through libheif. Never throws: what
-// cannot be read is no orientation, and is named in `dropped`.
+// The metadata of the image file at `path`, by the format its first bytes announce: EXIF, XMP
+// and IPTC of JPEG, PNG (eXIf, iTXt) and WebP through exiv2; EXIF and XMP items of HEIC and AVIF
+// through libheif; nothing of any other file. Never throws: what cannot be read is no
+// orientation, and is named in `dropped`.
 PhotoMetadata readPhotoMetadata(const QString& path, MetadataPolicy policy);
 
 // The same over blocks already taken out of a file, with the EXIF rules (`displayTurn` is the

@@ -116,16 +116,19 @@ PhotoMetadata nothingRead(MetadataPolicy policy, const char* why) {
     return result;
 }
 
-bool isHeif(const QString& path) {
+std::optional<ImageFormat> sniffedFormat(const QString& path) {
     QFile file(path);
-    const auto format = file.open(QIODevice::ReadOnly) ? sniffFormat(file.read(256)) : std::nullopt;
-    return format == ImageFormat::heic || format == ImageFormat::avif;
+    return file.open(QIODevice::ReadOnly) ? sniffFormat(file.read(256)) : std::nullopt;
 }
 
 }  // namespace
 
 PhotoMetadata readPhotoMetadata(const QString& path, MetadataPolicy policy) {
-    const bool heif = isHeif(path);
+    // Only the formats this program decodes are read: exiv2 would take other files for other
+    // formats (an ISO box file for a QuickTime video, whose reader can loop forever).
+    const std::optional<ImageFormat> format = sniffedFormat(path);
+    if (!format) return nothingRead(policy, "the file is not an image in a supported format");
+    const bool heif = format == ImageFormat::heic || format == ImageFormat::avif;
     try {
         return detail::withExiv2([&] {
             return photoMetadataOf(

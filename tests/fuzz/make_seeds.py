@@ -3,6 +3,7 @@
 the real encoders (cjpeg, cwebp, img2webp, heif-enc), EXIF blocks, PNGs with colour chunks, and
 settings, history and registry files. Usage: make_seeds.py OUTDIR"""
 
+import base64
 import json
 import os
 import struct
@@ -109,6 +110,10 @@ def main():
             write(metadata, "file-" + name, b"\x00" + f.read())
     with open(os.path.join(images, "baseline.jpg"), "rb") as f:
         write(metadata, "file-slong.jpg", b"\x00" + with_app1(f.read(), exif(6, True, 9)))
+    # An ISO box file of no image brand, which exiv2 would read as a QuickTime video, looping.
+    write(metadata, "file-quicktime-loop", base64.b64decode(
+        "ADIAABhmdHlwaGUcAQAAAAAAAJFmMGgBSUkqAAAACAABZRwBAAAIAAgACAAIAAgAAAAAKZFmMGhlAAIAAADbABhoZQ"
+        "ACAAAIAAgACAAAANsAGA=="))
 
     profile = b"\x00\x00\x02\x0cappl" + bytes(range(200))
     for index, extra in enumerate([b"", chunk(b"iCCP", b"x\x00\x00" + zlib.compress(profile)),
