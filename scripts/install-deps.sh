@@ -29,7 +29,7 @@ packages=(
   xvfb xauth dbus dbus-x11 notification-daemon
   # the tray rigs: a window manager, an XEmbed tray, pointer clicks and screenshots; a Wayland
   # compositor that runs without a screen, and the toolkit's Wayland platform
-  openbox trayer xdotool imagemagick weston qt6-wayland
+  openbox trayer xdotool weston qt6-wayland
   # release packages: cpack's dependency list, and the checks a .deb must pass
   dpkg-dev lintian desktop-file-utils appstream man-db
 )
