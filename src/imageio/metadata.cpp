@@ -169,7 +169,7 @@ ParsedMetadata parse(const ImageMetadata& metadata, std::string* xmpProblem) {
     return parsed;
 }
 
-ImageMetadata serialise(const ParsedMetadata& parsed) {
+ImageMetadata serialise(ParsedMetadata& parsed) {
     ImageMetadata metadata;
     if (!parsed.exif.empty()) {
         Exiv2::Blob blob;
@@ -184,8 +184,7 @@ ImageMetadata serialise(const ParsedMetadata& parsed) {
         metadata.xmp = QByteArray::fromStdString(packet);
     }
     if (!parsed.iptc.empty()) {
-        const Exiv2::DataBuf buffer = Exiv2::IptcParser::encode(parsed.iptc);
-        metadata.iptc = QByteArray(reinterpret_cast<const char*>(buffer.pData_), buffer.size_);
+        metadata.iptc = bytesOf(Exiv2::IptcParser::encode(parsed.iptc));
     }
     requireSize(metadata.exif.size(), "EXIF");
     requireSize(metadata.xmp.size(), "XMP");

@@ -6,6 +6,7 @@
 
 #include <exiv2/exiv2.hpp>
 
+#include <QByteArray>
 #include <QString>
 #include <string>
 #include <vector>
@@ -53,12 +54,24 @@ class Exiv2Messages {
     std::vector<std::string>* previous_;
 };
 
+// A DataBuf's bytes: exiv2 0.27 keeps them in public members, 0.28 behind accessors.
+template <typename Buffer>
+QByteArray bytesOf(const Buffer& buffer) {
+    if constexpr (requires { buffer.c_data(); })
+        return QByteArray(reinterpret_cast<const char*>(buffer.c_data()),
+                          static_cast<qsizetype>(buffer.size()));
+    else
+        return QByteArray(reinterpret_cast<const char*>(buffer.pData_),
+                          static_cast<qsizetype>(buffer.size_));
+}
+
 // Drops what the policy does not keep and makes the rest true for an upright output.
 void applyPolicy(ParsedMetadata& parsed, MetadataPolicy policy);
 
 // Throws MetadataError or an exiv2 error (a std::exception). With `xmpProblem`, an XMP packet that
 // does not parse is left out and described there instead.
 ParsedMetadata parse(const ImageMetadata& metadata, std::string* xmpProblem = nullptr);
-ImageMetadata serialise(const ParsedMetadata& parsed);
+// exiv2 0.28 may drop EXIF tags that do not fit while encoding, hence the non-const argument.
+ImageMetadata serialise(ParsedMetadata& parsed);
 
 }  // namespace velt::imageio::detail

@@ -43,9 +43,12 @@ QByteArray written(const QByteArray& image, ImageFormat format,
     file->writeMetadata();
     Exiv2::BasicIo& io = file->io();
     if (io.open() != 0) throw MetadataError(QStringLiteral("the written image cannot be read"));
-    const Exiv2::DataBuf buffer = io.read(static_cast<long>(io.size()));
+    QByteArray result(static_cast<qsizetype>(io.size()), Qt::Uninitialized);
+    const auto read = io.read(reinterpret_cast<Exiv2::byte*>(result.data()), io.size());
     io.close();
-    return QByteArray(reinterpret_cast<const char*>(buffer.pData_), buffer.size_);
+    if (static_cast<qsizetype>(read) != result.size())
+        throw MetadataError(QStringLiteral("the written image cannot be read"));
+    return result;
 }
 
 }  // namespace

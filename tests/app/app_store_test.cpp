@@ -5,6 +5,7 @@
 #include "support/store_support.h"
 
 #include <gtest/gtest.h>
+#include <QTimeZone>
 #include <map>
 
 namespace velt::testing {
@@ -120,7 +121,7 @@ TEST_F(StoreTest, HistoryIsCappedSavedAndCleared) {
     CompressionHistory full(historyLimit);
     for (int i = 0; i < static_cast<int>(full.size()); ++i) {
         full[i].id = QUuid::createUuid();
-        full[i].date = QDateTime::fromSecsSinceEpoch(1'700'000'000 - i, Qt::UTC);
+        full[i].date = QDateTime::fromSecsSinceEpoch(1'700'000'000 - i, QTimeZone::utc());
         full[i].sourceURL = QStringLiteral("/photos/%1.jpg").arg(i);
     }
     ASSERT_TRUE(saveHistory(full));

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <QDir>
 #include <QFile>
+#include <QTimeZone>
 
 namespace velt {
 namespace {
@@ -12,7 +13,7 @@ CompressionHistoryEntry entry(
     int n, CompressionHistoryStatus status = CompressionHistoryStatus::compressed) {
     CompressionHistoryEntry e;
     e.id = QUuid::createUuid();
-    e.date = QDateTime::fromSecsSinceEpoch(1'772'000'000 + n, Qt::UTC);
+    e.date = QDateTime::fromSecsSinceEpoch(1'772'000'000 + n, QTimeZone::utc());
     e.sourceURL = QStringLiteral("/home/u/Фото/IMG %1.HEIC").arg(n);
     e.status = status;
     return e;

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <QRegularExpression>
+#include <QTimeZone>
 #include <atomic>
 
 namespace velt {
@@ -39,7 +40,7 @@ TEST(NotificationManager, CooldownDeliveryAndLogLines) {
     ScriptedBackend& backend = *owned;
     std::atomic<int> offset = 0;
     NotificationManager manager(std::move(owned), [&] {
-        return QDateTime::fromSecsSinceEpoch(1'700'000'000 + offset, Qt::UTC);
+        return QDateTime::fromSecsSinceEpoch(1'700'000'000 + offset, QTimeZone::utc());
     });
     const QString photo = QStringLiteral("/x");
     const Event failed = Event::processingFailed(photo, QStringLiteral("bad data"));

@@ -29,7 +29,7 @@ CompressionHistoryEntry entry(CompressionHistoryStatus status, const QString& so
                               std::optional<std::int64_t> original = std::nullopt,
                               std::optional<std::int64_t> output = std::nullopt,
                               std::optional<QString> message = std::nullopt) {
-    const QDateTime date(QDate(2026, 11, 23), QTime(14, 5), Qt::LocalTime);
+    const QDateTime date(QDate(2026, 11, 23), QTime(14, 5));
     return {QUuid::createUuid(), date, source, std::nullopt, original, output, status, message};
 }
 
