@@ -32,7 +32,13 @@ packages=(
   openbox trayer xdotool weston qt6-wayland
   # release packages: cpack's dependency list, and the checks a .deb must pass
   dpkg-dev lintian desktop-file-utils appstream man-db
+  # the portable bundle's libraries find each other through relative run paths
+  patchelf
 )
+# Debian 13's libheif encodes HEIC and AVIF through plugins that it only recommends.
+if [[ "$(. /etc/os-release && echo "${VERSION_CODENAME:-}")" != bookworm ]]; then
+  packages+=(libheif-plugin-x265 libheif-plugin-aomenc)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

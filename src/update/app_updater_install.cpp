@@ -75,6 +75,12 @@ std::optional<UpdateFailure> AppUpdater::launchHelper() {
                              QFileDevice::ExeGroup | QFileDevice::ReadOther |
                              QFileDevice::ExeOther))
         return installation(copy.errorString());
+    // A self-contained bundle keeps the helper's libraries in its lib/, which the copy finds
+    // through a link beside itself (its run path names $ORIGIN/lib).
+    const QString libraries = QDir(bundle).filePath(QStringLiteral("lib"));
+    if (QFileInfo(libraries).isDir() &&
+        !QFile::link(libraries, QDir(folder).filePath(QStringLiteral("lib"))))
+        return installation(QStringLiteral("The helper's libraries could not be linked."));
     QProcess process;
     process.setProgram(helper);
     process.setArguments({QStringLiteral("--pid"), QString::number(environment_.processId),

@@ -123,8 +123,18 @@ compress_once() {
   done
 }
 
-# Whether the last --once run started TOOL (an absolute path).
+# Whether the last run under strace started TOOL, or opened FILE (absolute paths).
 started() { grep -qF "execve(\"$1\"" "$work/strace.log"; }
+opened() { grep -F "\"$1\", " "$work/strace.log" | grep -qE "= [0-9]+$"; }
+
+# The last run under strace loaded no shared library from outside FOLDER but the C and C++
+# runtime, which the portable bundle leaves to the system.
+only_bundle_libraries() {
+  local outside
+  outside=$(sed -nE 's/.*open(at)?\([^"]*"([^"]+\.so[.0-9]*)", .*\) = [0-9]+$/\2/p' "$work/strace.log" |
+    grep -vF "$1/" | grep -vE '/(ld-linux-x86-64|libc|libm|libmvec|libpthread|libdl|librt|libresolv|libutil|libanl|libnss_[a-z]+|libstdc\+\+|libgcc_s)\.so' | sort -u || true)
+  [[ -z "$outside" ]] || fail "libraries loaded from the system: $outside"
+}
 
 step "packing $build into the .deb and the bundle"
 rm -rf "$packages"
@@ -177,11 +187,30 @@ home=$work/my\ apps/velt-compressor
 make_images "$work/bundle-images"
 compress_once "$home/bin/velt-compressor" "$work/bundle-images" \
   "photo.jpg:photo_veltcompressed.jpg drawing.png:drawing_veltcompressed.png"
-grep -qF "\"$home/libexec/velt-compressor/bin/cjpeg\"" "$work/strace.log" ||
-  fail "the bundle's program did not look for tools in its own folder"
-if [[ -x "$home/libexec/velt-compressor/bin/oxipng" ]]; then
-  started "$home/libexec/velt-compressor/bin/oxipng" || fail "the bundle's oxipng was not used"
-fi
+# The bundle carries its encoders and every library beyond the C and C++ runtime: its own are
+# the ones run and loaded, though this machine has the same ones in /usr.
+for tool in cjpeg pngquant oxipng; do
+  [[ $tool == oxipng && ! -x "$home/libexec/velt-compressor/bin/oxipng" ]] && continue
+  started "$home/libexec/velt-compressor/bin/$tool" || fail "the bundle's $tool was not used"
+done
+only_bundle_libraries "$home"
+# The desktop program finds Qt's platform plugins inside the bundle.
+VELT_LAUNCH_SMOKE=1 QT_QPA_PLATFORM=offscreen VELT_CONFIG_DIR=$work/smoke VELT_LOG_DIR=$work/smoke \
+  strace -f -qq -e trace=%file -o "$work/strace.log" "$home/bin/velt-compressor" >/dev/null 2>&1 ||
+  fail "the bundle's launch smoke failed"
+opened "$home/lib/qt6/plugins/platforms/libqoffscreen.so" || fail "Qt did not load its platform plugin from the bundle"
+only_bundle_libraries "$home"
+# The program runs the update helper from a copy in a temporary folder beside a link to the
+# bundle's lib/ (src/update); the copy starts with the bundle's libraries (it answers bad
+# arguments with exit status 2).
+mkdir "$work/helper-copy"
+cp "$home/libexec/velt-compressor/velt-updater" "$work/helper-copy/VELTUpdater"
+ln -s "$home/lib" "$work/helper-copy/lib"
+status=0
+strace -f -qq -e trace=%file -o "$work/strace.log" "$work/helper-copy/VELTUpdater" 2>/dev/null || status=$?
+((status == 2)) || fail "the copied update helper did not start (status $status)"
+opened "$work/helper-copy/lib/libarchive.so.13" || fail "the copied update helper did not load the bundle's libarchive"
+only_bundle_libraries "$work/helper-copy/lib"
 
 if [[ $(id -u) -ne 0 ]]; then
   if sudo -n true 2>/dev/null; then

@@ -1,0 +1,16 @@
+# Run by cpack after it has staged a package's files: the portable bundle takes the libraries,
+# Qt plugins and encoders it needs (bundle-libraries.sh); the .deb stays as staged.
+if(CPACK_GENERATOR STREQUAL "TGZ")
+    file(GLOB_RECURSE programs "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/velt-compressor")
+    list(FILTER programs INCLUDE REGEX "/bin/velt-compressor$")
+    list(LENGTH programs count)
+    if(NOT count EQUAL 1)
+        message(FATAL_ERROR "the staged bundle has ${count} programs: ${programs}")
+    endif()
+    get_filename_component(bin "${programs}" DIRECTORY)
+    get_filename_component(root "${bin}" DIRECTORY)
+    execute_process(COMMAND "${CPACK_VELT_BUNDLER}" "${root}" RESULT_VARIABLE status)
+    if(NOT status EQUAL 0)
+        message(FATAL_ERROR "bundle-libraries.sh failed (${status})")
+    endif()
+endif()
