@@ -130,13 +130,17 @@ EOF
 # The licences of what came from Debian's packages.
 doc=$root/share/doc/velt-compressor/bundled
 mkdir -p "$doc"
-patterns=()
-for file in "${copied[@]}"; do patterns+=("*/$(basename "$file")"); done
-while read -r package; do
+# dpkg lists each file under the path its package installs it at: /usr/lib/… or /lib/….
+for file in "${copied[@]}"; do
+  printf '%s\n' "$file" "${file#/usr}" "/usr${file#/usr}"
+done | sort -u >"$doc/.paths"
+while read -r list; do
+  package=$(basename "$list" .list)
   package=${package%%:*}
   [[ -f "/usr/share/doc/$package/copyright" ]] || continue
   mkdir -p "$doc/$package"
   install -m 0644 "/usr/share/doc/$package/copyright" "$doc/$package/copyright"
-done < <(dpkg-query -S "${patterns[@]}" 2>/dev/null | cut -d: -f1 | tr ',' '\n' | tr -d ' ' | sort -u)
+done < <(grep -lxF -f "$doc/.paths" /var/lib/dpkg/info/*.list)
+rm "$doc/.paths"
 
 echo "bundle-libraries: ${#wanted[@]} libraries, $(find "$plugins" -name "*.so" | wc -l) Qt plugins, 4 encoders"

@@ -167,7 +167,7 @@ debian13() {
   local dir=$work/trixie-build key
   local begun=$SECONDS
   # A new package list makes a new chroot.
-  key=$(sha256sum scripts/install-deps.sh "$0" | sha256sum | cut -c1-12)
+  key=$( (cat scripts/install-deps.sh && declare -f trixie_build_setup) | sha256sum | cut -c1-12)
   step "Debian 13 build chroot ($key)"
   chroot_from_cache trixie "$dir" "trixie-build-$key" trixie_build_setup
   mount_system "$dir"

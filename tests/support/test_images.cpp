@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <csetjmp>
+#include <memory>
 
 #include <gtest/gtest.h>
 #include <lcms2.h>
@@ -359,6 +360,18 @@ void writeHeif(const Bitmap& bitmap, ImageFormat format, const HeifExtras& extra
     heif::Context::EncodingOptions options;
     options.save_alpha_channel = hasAlphaChannel(bitmap.alphaInfo);
     options.image_orientation = static_cast<heif_orientation>(extras.orientation);
+    // Newer libheif writes the nclx box only when the options name the profile too.
+    const std::unique_ptr<heif_color_profile_nclx, decltype(&heif_nclx_color_profile_free)>
+        outputNclx(extras.nclxPrimariesAndTransfer ? heif_nclx_color_profile_alloc() : nullptr,
+                   &heif_nclx_color_profile_free);
+    if (outputNclx) {
+        outputNclx->color_primaries =
+            static_cast<heif_color_primaries>(extras.nclxPrimariesAndTransfer->first);
+        outputNclx->transfer_characteristics =
+            static_cast<heif_transfer_characteristics>(extras.nclxPrimariesAndTransfer->second);
+        outputNclx->matrix_coefficients = heif_matrix_coefficients_ITU_R_BT_601_6;
+        options.output_nclx_profile = outputNclx.get();
+    }
     heif::Context context;
     const heif::ImageHandle handle = context.encode_image(image, encoder, options);
     if (!extras.exif.isEmpty())

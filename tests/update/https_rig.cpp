@@ -43,8 +43,10 @@ HttpsRig::~HttpsRig() {
     server_.waitForFinished();
 }
 
+// The server listens on IPv4 only: with "localhost" Qt 6.8 would try ::1 first, and then misses
+// the server closing a cut response until its transfer timeout.
 QUrl HttpsRig::url(const QString& path) const {
-    return QUrl(QStringLiteral("https://localhost:%1/%2").arg(httpsPort_).arg(path));
+    return QUrl(QStringLiteral("https://127.0.0.1:%1/%2").arg(httpsPort_).arg(path));
 }
 
 void HttpsRig::put(const QString& name, const QByteArray& bytes) {

@@ -46,7 +46,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return self.send_body(int(rest.split("/")[0]), b"no")
         if parts[0] in ("redirect", "to-http"):
             scheme, port = ("https", ports["https"]) if parts[0] == "redirect" else ("http", ports["http"])
-            location = "%s://localhost:%d/%s" % (scheme, port, rest)
+            location = "%s://127.0.0.1:%d/%s" % (scheme, port, rest)
             return self.send_body(302, b"", headers=[("Location", location)])
         if parts[0] == "empty":
             return self.send_body(200, b"")
