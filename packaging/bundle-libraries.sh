@@ -5,7 +5,8 @@
 #   - the encoders the engine drives (cjpeg, cwebp, webpmux, pngquant) go into the tool folder
 #     libexec/velt-compressor/bin/, which the program searches before the system's;
 #   - Qt's plugins the program needs go into lib/qt6/plugins/ (xcb and wayland platforms, shell
-#     and decoration plugins, input methods, SVG, TLS), found through bin/qt.conf;
+#     and decoration plugins, input methods, SVG, TLS), found through bin/qt.conf, and libheif's
+#     codec plugins, where it has them, into lib/libheif/plugins/;
 #   - every shared library these need, and the ones loaded by name at run time (libssl), goes
 #     into lib/; every executable and library finds lib/ through a run path relative to itself
 #     ($ORIGIN), so the folder works wherever it is unpacked;
@@ -68,6 +69,18 @@ done
 [[ -f "$plugins/platforms/libqwayland-generic.so" ]] || fail "Qt's wayland platform plugin is missing (qt6-wayland)"
 [[ -f "$plugins/tls/libqopensslbackend.so" ]] || fail "Qt's OpenSSL backend is missing"
 
+# From Debian 13 on libheif loads its codecs as plugins; the program points it at these
+# (src/imageio/codec_plugins.h).
+heif_plugins=/usr/lib/$multiarch/libheif/plugins
+if [[ -d "$heif_plugins" ]]; then
+  mkdir -p "$lib/libheif/plugins"
+  for plugin in "$heif_plugins"/*.so; do
+    install -m 0644 "$plugin" "$lib/libheif/plugins/"
+    copied+=("$plugin")
+  done
+fi
+plugin_files() { find "$plugins" "$lib/libheif" -name "*.so" 2>/dev/null; }
+
 # ELF files with a dynamic section, among the given ones.
 dynamic_elves() {
   local file
@@ -83,7 +96,7 @@ dynamic_elves() {
 loaded_by_name=("libssl.so.3")
 
 mapfile -t elves < <(dynamic_elves "$root/bin/velt-compressor" "$root"/libexec/velt-compressor/velt-updater \
-  "$tools"/* $(find "$plugins" -name "*.so"))
+  "$tools"/* $(plugin_files))
 declare -A wanted=()
 for name in "${loaded_by_name[@]}"; do
   path=$(ldconfig -p | awk -v n="$name" '$1 == n && /x86-64/ { print $NF; exit }')
@@ -111,7 +124,7 @@ ln -sf libcrypto.so.3 "$lib/libcrypto.so"
 
 # Every dynamic ELF file of the layout finds lib/ relative to its own folder.
 mapfile -t elves < <(dynamic_elves "$root/bin/velt-compressor" "$root"/libexec/velt-compressor/velt-updater \
-  "$tools"/* "$lib"/*.so* $(find "$plugins" -name "*.so"))
+  "$tools"/* "$lib"/*.so* $(plugin_files))
 for file in "${elves[@]}"; do
   relative=$(realpath --relative-to="$(dirname "$file")" "$lib")
   [[ "$relative" == "." ]] && runpath='$ORIGIN' || runpath="\$ORIGIN/$relative"
@@ -143,4 +156,4 @@ while read -r list; do
 done < <(grep -lxF -f "$doc/.paths" /var/lib/dpkg/info/*.list)
 rm "$doc/.paths"
 
-echo "bundle-libraries: ${#wanted[@]} libraries, $(find "$plugins" -name "*.so" | wc -l) Qt plugins, 4 encoders"
+echo "bundle-libraries: ${#wanted[@]} libraries, $(plugin_files | wc -l) plugins, 4 encoders"

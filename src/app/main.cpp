@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 #include "app/headless_runner.h"
 #include "app/once_runner.h"
+#include "imageio/codec_plugins.h"
 #include "platform/batch_memory.h"
 #include "platform/display_probe.h"
 #include "ui/desktop_shell.h"
@@ -10,6 +11,7 @@
 #include <cstdio>
 
 int main(int argc, char* argv[]) {
+    velt::imageio::useBundledCodecPlugins();
     QStringList arguments;
     for (int i = 1; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
 
