@@ -80,7 +80,7 @@ mount_system() {
 in_chroot() {
   local dir=$1
   shift
-  chroot "$dir" /usr/bin/env -i HOME=/root LANG=C.UTF-8 TERM=dumb CI="${CI:-}" \
+  chroot "$dir" /usr/bin/env -i HOME=/root LANG=C.UTF-8 TERM=dumb CI="${CI:-}" DEBIAN_FRONTEND=noninteractive \
     PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin "$@"
 }
 
@@ -202,12 +202,12 @@ debian13() {
 
   step "install the .deb, compress real photographs with it, remove it"
   real_photos "$dir/root/photos"
-  in_chroot "$dir" sh -c "DEBIAN_FRONTEND=noninteractive apt-get install -y -qq /src/build/packages/$(basename "$deb")" \
+  in_chroot "$dir" apt-get install -y -qq "/src/build/packages/$(basename "$deb")" \
     >"$work/trixie-install.log" 2>&1 || { tail -20 "$work/trixie-install.log" >&2; fail "apt cannot install the .deb"; }
   in_chroot "$dir" sh -c 'dpkg -L velt-compressor > /root/owned.txt; cd /root && velt-compressor --once photos' ||
     fail "--once on real photographs with the installed program"
   check_outputs "$dir/root/photos" ""
-  in_chroot "$dir" sh -c 'DEBIAN_FRONTEND=noninteractive apt-get remove --purge -y -qq velt-compressor' >/dev/null
+  in_chroot "$dir" apt-get remove --purge -y -qq velt-compressor >/dev/null
   local path
   while read -r path; do
     case "$path" in */velt-compressor* | */com.velt.compressor*) [[ ! -e "$dir$path" ]] || fail "$path is left after removal" ;; esac
@@ -342,7 +342,8 @@ bundle() {
   tarball=$(ls "$build"/packages/velt-compressor-*-linux-x86_64.tar.gz)
   mkdir -p "$work/unpacked"
   tar xzf "$tarball" -C "$work/unpacked"
-  echo "   $(basename "$tarball"): $(du -m "$tarball" | cut -f1) MB packed, $(du -sm "$work/unpacked" | cut -f1) MB unpacked, made in $((SECONDS - packing)) s"
+  echo "   $(basename "$tarball"): $(stat -c %s "$tarball" | awk '{ printf "%.1f", $1 / 1e6 }') MB packed," \
+    "$(du -sb "$work/unpacked" | awk '{ printf "%.1f", $1 / 1e6 }') MB unpacked, made in $((SECONDS - packing)) s"
   start_displays
   local suite
   for suite in bookworm trixie; do
