@@ -282,10 +282,11 @@ bundle_in() {
 
   # The program's hand-over to its update helper (src/update), done by hand: a copy of the
   # helper in a temporary folder, beside a link to the bundle's lib/, replaces the bundle with a
-  # release (the same one here) once the given process has ended, checks the new program and
-  # starts it again (its launch smoke).
+  # signed release (the same one here) once the given process has ended, checks the new program
+  # and starts it again (its launch smoke).
   local copy=/tmp/VELTCompressor-Updater-check
   cp "$tarball" "$dir/root/update.tar.gz"
+  cp "$tarball.sig" "$dir/root/update.tar.gz.sig"
   mkdir -p "$dir$copy"
   cp "$dir$root/libexec/velt-compressor/velt-updater" "$dir$copy/VELTUpdater"
   ln -s "$root/lib" "$dir$copy/lib"
@@ -332,7 +333,11 @@ bind_displays() {
 bundle() {
   local begun=$SECONDS build=$repo/build-dist
   step "the portable bundle, built from this checkout in build-dist/"
-  cmake -S "$repo" -B "$build" -G Ninja -DVELT_BUILD_TESTS=OFF >/dev/null
+  # A release key of this machine's own: the hand-over below installs a package signed with it.
+  local key=$cache/release-key.pem
+  [[ -f "$key" ]] || openssl genpkey -algorithm ed25519 -out "$key"
+  cmake -S "$repo" -B "$build" -G Ninja -DVELT_BUILD_TESTS=OFF \
+    -DVELT_UPDATE_PUBLIC_KEY="$(openssl pkey -in "$key" -pubout -outform DER | tail -c 32 | base64)" >/dev/null
   cmake --build "$build" >"$work/bundle-build.log" 2>&1 || { tail -30 "$work/bundle-build.log"; fail "build"; }
   rm -rf "$build/packages"
   local packing=$SECONDS
@@ -340,6 +345,8 @@ bundle() {
     { cat "$work/cpack.log"; fail "cpack"; }
   local tarball
   tarball=$(ls "$build"/packages/velt-compressor-*-linux-x86_64.tar.gz)
+  scripts/sign-release.py --key "$key" --version "$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")" \
+    --download "https://localhost/$(basename "$tarball")" "$tarball" >/dev/null 2>&1 || fail "sign-release.py"
   mkdir -p "$work/unpacked"
   tar xzf "$tarball" -C "$work/unpacked"
   echo "   $(basename "$tarball"): $(stat -c %s "$tarball" | awk '{ printf "%.1f", $1 / 1e6 }') MB packed," \
