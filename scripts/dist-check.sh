@@ -114,8 +114,9 @@ copy_checkout() {
   return 0
 }
 
-# Real photographs (1-20 MP JPEGs from Debian's lomiri-wallpapers-20.04) into FOLDER, with one
-# of them as a PNG; downloaded once into the cache.
+# Real photographs (1-20 MP JPEGs from Debian's lomiri-wallpapers-20.04, downloaded once into the
+# cache) into FOLDER, with one of them also as a PNG stored without compression, as some screen
+# and scanner tools write them: every one leaves room for a smaller output.
 real_photos() {
   local folder=$1 photos=$cache/photos
   if [[ ! -f "$photos/.complete" ]]; then
@@ -124,12 +125,12 @@ real_photos() {
       fail "apt-get download lomiri-wallpapers-20.04"
     dpkg-deb -x "$photos"/deb/*.deb "$photos/deb/x"
     find "$photos/deb/x" -name "*.jpg" -exec cp {} "$photos/" \;
-    convert "$photos/Fossa_by_Jasper_Roks.jpg" "$photos/Fossa.png"
     rm -rf "$photos/deb"
     touch "$photos/.complete"
   fi
   mkdir -p "$folder"
-  cp "$photos"/*.jpg "$photos"/*.png "$folder/"
+  cp "$photos"/*.jpg "$folder/"
+  convert "$photos/Fossa_by_Jasper_Roks.jpg" -define png:compression-level=0 "$folder/Fossa.png"
 }
 
 # Every SOURCE in FOLDER got NAME_veltcompressed.EXT that decodes and is smaller.
