@@ -68,7 +68,7 @@ Row measure(const char* name, const char* extension, int count, int idleSeconds)
     EngineContext context(lifecycle, callbacks);
     const EngineTiming timing;
     for (const QString& file : supportedFiles(folder.path(), nullptr))
-        context.processedSignatures[standardizedPath(file)] = *fileSignature(file);
+        context.files.markHandled(standardizedPath(file), *fileSignature(file));
     const int scans = 30;
     const double cpuBefore = processCpuSeconds();
     const auto wallBefore = steady_clock::now();
@@ -86,7 +86,7 @@ Row measure(const char* name, const char* extension, int count, int idleSeconds)
     std::atomic<int> processed = 0;
     engine.setProcessorForTesting([&](EngineContext& c, const QString& file) {
         if (const auto signature = fileSignature(file))
-            c.processedSignatures[standardizedPath(file)] = *signature;
+            c.files.markHandled(standardizedPath(file), *signature);
         ++processed;
         return FolderCompressionResult{};
     });

@@ -5,13 +5,13 @@
 // replacement).
 //
 // Usage: bench_stage_timing FILE.jpg   (FILE is copied to a temporary folder first)
+#include "engine/core/content_fingerprint.h"
+#include "engine/core/image_safety.h"
 #include "engine/encoders/jpeg_path.h"
 #include "engine/encoders/pnm_writer.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/install/safe_install.h"
-#include "engine/pipeline/image_safety.h"
 #include "engine/pipeline/plan.h"
-#include "engine/registry/content_fingerprint.h"
 
 #include <QCoreApplication>
 #include <QFile>

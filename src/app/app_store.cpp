@@ -1,6 +1,6 @@
 #include "app/app_store.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "model/config_file.h"
 #include "model/constants.h"
 #include "model/file_url.h"

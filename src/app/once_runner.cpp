@@ -1,7 +1,7 @@
 #include "app/once_runner.h"
 
 #include "app/termination_signals.h"
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "model/config_file.h"
 #include "model/format.h"
 #include "model/native_log.h"

@@ -1,7 +1,7 @@
 // The PNG chunk rewriting and the zlib stream behind the iCCP chunk: the first byte splits the
 // input into a PNG and a profile.
+#include "engine/core/errors.h"
 #include "engine/encoders/png_chunks.h"
-#include "engine/errors.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;

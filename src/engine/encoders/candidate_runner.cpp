@@ -1,6 +1,6 @@
 #include "engine/encoders/candidate_runner.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "engine/install/file_operations.h"
 
 namespace velt {

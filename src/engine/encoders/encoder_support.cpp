@@ -1,7 +1,7 @@
 #include "engine/encoders/encoder_support.h"
 
+#include "engine/core/errors.h"
 #include "engine/encoders/tool_runner.h"
-#include "engine/errors.h"
 #include "engine/install/file_operations.h"
 #include "engine/install/safe_install.h"
 #include "model/atomic_file.h"
@@ -20,7 +20,7 @@ ToolLocator systemToolLocator() {
     return [](const QString& name) { return toolURL(name); };
 }
 
-QString workDirectory(const EngineContext& context, const QString& destination) {
+QString workDirectory(const EncodingContext& context, const QString& destination) {
     return context.scratchDirectory.isEmpty() ? directoryOf(destination) : context.scratchDirectory;
 }
 

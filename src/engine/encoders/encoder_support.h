@@ -5,8 +5,8 @@
 // Everything here runs on the engine's queue. Failures throw FileSystemError.
 #pragma once
 
+#include "engine/core/encoding_context.h"
 #include "engine/encoders/temporary_files.h"
-#include "engine/watcher/engine_context.h"
 
 #include <QByteArray>
 #include <QString>
@@ -31,7 +31,7 @@ struct EncoderCandidate {
 
 // Where intermediates and candidates of `destination` are written: the engine's private scratch
 // folder, or beside the destination when there is none.
-QString workDirectory(const EngineContext& context, const QString& destination);
+QString workDirectory(const EncodingContext& context, const QString& destination);
 
 // The destination's folder, and its last path component without the extension
 // ("/a/photo.final.jpg" → "/a", "photo.final").

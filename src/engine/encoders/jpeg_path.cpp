@@ -1,12 +1,12 @@
 #include "engine/encoders/jpeg_path.h"
 
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
 #include "engine/encoders/candidate_runner.h"
 #include "engine/encoders/pnm_writer.h"
 #include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
-#include "engine/errors.h"
 #include "engine/install/file_operations.h"
-#include "engine/pipeline/image_safety.h"
 
 namespace velt {
 
@@ -31,7 +31,7 @@ std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QStr
     return {candidate};
 }
 
-void writeJPEGImage(EngineContext& context, const QString& destination, const ImagePlan& plan,
+void writeJPEGImage(EncodingContext& context, const QString& destination, const ImagePlan& plan,
                     const ToolLocator& locateTool) {
     const std::optional<QString> cjpeg = locateTool(QStringLiteral("cjpeg"));
     if (!cjpeg)

@@ -7,9 +7,9 @@
 // Runs on the engine's queue; a stop is observed while rendering and while "cjpeg" runs.
 #pragma once
 
+#include "engine/core/encoding_context.h"
+#include "engine/core/image_plan.h"
 #include "engine/encoders/encoder_support.h"
-#include "engine/pipeline/image_plan.h"
-#include "engine/watcher/engine_context.h"
 
 #include <QString>
 #include <optional>
@@ -32,7 +32,7 @@ std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QStr
 // ImageSafetyError for an image too large to render, FolderCompressorControlError::cancelled on
 // a stop, FileSystemError(writeUnknown) when no candidate yields a decodable JPEG, and the
 // FileSystemError of a failed profile write, size read or copy.
-void writeJPEGImage(EngineContext& context, const QString& destination, const ImagePlan& plan,
+void writeJPEGImage(EncodingContext& context, const QString& destination, const ImagePlan& plan,
                     const ToolLocator& locateTool = systemToolLocator());
 
 }  // namespace velt

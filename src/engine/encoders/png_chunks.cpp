@@ -1,6 +1,6 @@
 #include "engine/encoders/png_chunks.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "model/atomic_file.h"
 
 #include <zlib.h>

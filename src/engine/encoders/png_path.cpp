@@ -1,12 +1,12 @@
 #include "engine/encoders/png_path.h"
 
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
+#include "engine/encoders/builtin_encoder.h"
 #include "engine/encoders/png_chunks.h"
 #include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
-#include "engine/errors.h"
 #include "engine/install/file_operations.h"
-#include "engine/pipeline/image_safety.h"
-#include "engine/pipeline/image_writer.h"
 #include "model/native_log.h"
 
 #include <functional>
@@ -34,7 +34,7 @@ bool tryCandidate(const QString& path, const std::function<void()>& produce,
 
 // A PNG source is its own lossless baseline (its depth and palette stay), without its metadata
 // chunks; one whose pixels were turned upright is encoded from the plan like any other source.
-void writeBaseline(EngineContext& context, const QString& sourceURL, const QString& baseline,
+void writeBaseline(EncodingContext& context, const QString& sourceURL, const QString& baseline,
                    const ImagePlan& plan) {
     if (plan.source == ImageFormat::png && !plan.turned) {
         copyToNewFile(sourceURL, baseline);
@@ -66,7 +66,7 @@ QStringList pngquantArguments(int qualitySetting, const QString& input, const QS
             input};
 }
 
-void writePNGImage(EngineContext& context, const QString& sourceURL, const QString& destination,
+void writePNGImage(EncodingContext& context, const QString& sourceURL, const QString& destination,
                    const ImagePlan& plan, const ToolLocator& locateTool) {
     const QString directory = workDirectory(context, destination);
     const QString base = baseNameOf(destination);

@@ -8,9 +8,9 @@
 // Runs on the engine's queue; a stop is observed while a tool runs.
 #pragma once
 
+#include "engine/core/encoding_context.h"
+#include "engine/core/image_plan.h"
 #include "engine/encoders/encoder_support.h"
-#include "engine/pipeline/image_plan.h"
-#include "engine/watcher/engine_context.h"
 
 #include <QString>
 #include <QStringList>
@@ -29,7 +29,7 @@ QStringList pngquantArguments(int qualitySetting, const QString& input, const QS
 // optimizer only drops its candidate ("pngquant" failures are logged at debug level as
 // "Optional PNG optimization failed: " + the error). Throws the baseline's copy or encode error,
 // FolderCompressorControlError::cancelled on a stop, and size read and copy errors.
-void writePNGImage(EngineContext& context, const QString& sourceURL, const QString& destination,
+void writePNGImage(EncodingContext& context, const QString& sourceURL, const QString& destination,
                    const ImagePlan& plan, const ToolLocator& locateTool = systemToolLocator());
 
 }  // namespace velt

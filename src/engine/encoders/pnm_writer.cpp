@@ -1,7 +1,7 @@
 #include "engine/encoders/pnm_writer.h"
 
-#include "engine/errors.h"
-#include "engine/pipeline/image_safety.h"
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
 #include "model/file_descriptor.h"
 
 #include <fcntl.h>

@@ -10,7 +10,7 @@
 // Runs on the engine's queue. The file is temporary: the caller deletes it on every outcome.
 #pragma once
 
-#include "engine/watcher/lifecycle.h"
+#include "engine/core/lifecycle.h"
 #include "imageio/bitmap.h"
 #include "imageio/color.h"
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "platform/executable_check.h"
 
 #include <sys/stat.h>

@@ -3,7 +3,7 @@
 // the engine runs is used from the next image on.
 #pragma once
 
-#include "engine/watcher/lifecycle.h"
+#include "engine/core/lifecycle.h"
 
 #include <QString>
 #include <QStringList>

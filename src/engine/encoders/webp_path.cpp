@@ -1,12 +1,12 @@
 #include "engine/encoders/webp_path.h"
 
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
 #include "engine/encoders/candidate_runner.h"
 #include "engine/encoders/pnm_writer.h"
 #include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
-#include "engine/errors.h"
 #include "engine/install/file_operations.h"
-#include "engine/pipeline/image_safety.h"
 
 #include <algorithm>
 
@@ -68,7 +68,7 @@ std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QStr
     return {candidate};
 }
 
-void writeWebPImage(EngineContext& context, const QString& destination, const ImagePlan& plan,
+void writeWebPImage(EncodingContext& context, const QString& destination, const ImagePlan& plan,
                     const ToolLocator& locateTool) {
     const std::optional<QString> cwebp = locateTool(QStringLiteral("cwebp"));
     if (!cwebp)

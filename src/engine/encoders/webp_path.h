@@ -7,9 +7,9 @@
 // Runs on the engine's queue; a stop is observed while rendering and while a tool runs.
 #pragma once
 
+#include "engine/core/encoding_context.h"
+#include "engine/core/image_plan.h"
 #include "engine/encoders/encoder_support.h"
-#include "engine/pipeline/image_plan.h"
-#include "engine/watcher/engine_context.h"
 #include "model/settings.h"
 
 #include <QString>
@@ -35,7 +35,7 @@ std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QStr
 // a stop, FileSystemError(writeUnknown) when no candidate yields a decodable WebP, and the
 // FileSystemError of a failed profile write, size read or copy. Without "webpmux" the WebP is
 // written without the profile.
-void writeWebPImage(EngineContext& context, const QString& destination, const ImagePlan& plan,
+void writeWebPImage(EncodingContext& context, const QString& destination, const ImagePlan& plan,
                     const ToolLocator& locateTool = systemToolLocator());
 
 }  // namespace velt

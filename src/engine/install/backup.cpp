@@ -1,10 +1,10 @@
 // Verified backup copies of originals before they are replaced.
 #include "engine/install/safe_install.h"
 
-#include "engine/errors.h"
+#include "engine/core/content_fingerprint.h"
+#include "engine/core/errors.h"
 #include "engine/install/backup_name.h"
 #include "engine/install/file_operations.h"
-#include "engine/registry/content_fingerprint.h"
 #include "model/format.h"
 
 #include <sys/stat.h>

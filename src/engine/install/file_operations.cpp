@@ -1,6 +1,6 @@
 #include "engine/install/file_operations.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -11,7 +11,7 @@
 // attributes the marker is simply absent and the registry alone decides, as before.
 #pragma once
 
-#include "engine/registry/content_fingerprint.h"
+#include "engine/core/content_fingerprint.h"
 
 #include <QByteArray>
 #include <QString>

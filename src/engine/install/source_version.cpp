@@ -1,7 +1,7 @@
 #include "engine/install/source_version.h"
 
-#include "engine/errors.h"
-#include "engine/registry/content_fingerprint.h"
+#include "engine/core/content_fingerprint.h"
+#include "engine/core/errors.h"
 
 #include <cerrno>
 

@@ -2,7 +2,7 @@
 // anything destructive happens to it.
 #pragma once
 
-#include "engine/watcher/file_signature.h"
+#include "engine/core/file_signature.h"
 
 #include <QByteArray>
 #include <QString>

@@ -1,8 +1,8 @@
 #include "engine/pipeline/carry_metadata.h"
 
-#include "engine/errors.h"
-#include "engine/pipeline/image_plan.h"
-#include "engine/pipeline/image_safety.h"
+#include "engine/core/errors.h"
+#include "engine/core/image_plan.h"
+#include "engine/core/image_safety.h"
 #include "model/native_log.h"
 
 #include <QFile>

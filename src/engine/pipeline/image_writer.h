@@ -1,8 +1,8 @@
 // Sending one planned image to the encoding path of its target format.
 #pragma once
 
-#include "engine/pipeline/image_plan.h"
-#include "engine/watcher/engine_context.h"
+#include "engine/core/image_plan.h"
+#include "engine/pipeline/engine_context.h"
 #include "imageio/bitmap.h"
 #include "model/settings.h"
 
@@ -16,13 +16,5 @@ namespace velt {
 // FolderCompressorControlError::cancelled when a stop was requested before or right after.
 void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
                 const ImagePlan& plan);
-
-// The built-in encoder at encoderQuality() of the format's number in `qualities` (PNG has none).
-// JPEG has no
-// alpha: a transparent image is flattened onto white first. HEIC and AVIF carry `metadata`.
-// Throws FileSystemError (writeUnknown when encoding fails).
-void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& image,
-                           ImageFormat format, const QualitySettings& qualities,
-                           const imageio::ImageMetadata& metadata = {});
 
 }  // namespace velt

@@ -1,6 +1,6 @@
 #include "engine/pipeline/output_naming.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "engine/install/file_operations.h"
 #include "engine/install/output_marker.h"
 #include "engine/pipeline/can_write.h"
@@ -136,9 +136,7 @@ void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
                              QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno)));
             continue;
         }
-        context.processedSignatures.erase(key);
-        context.ownWrites.erase(key);
-        context.recentWrites.erase(key);
+        context.files.forgetWrites(key);
         context.processedRegistry.entries.erase(key);
         NativeLog::write(QStringLiteral("Removed stale output ") + name);
     }

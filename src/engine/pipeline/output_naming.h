@@ -9,7 +9,7 @@
 // Runs on the engine's queue.
 #pragma once
 
-#include "engine/watcher/engine_context.h"
+#include "engine/pipeline/engine_context.h"
 #include "model/image_format.h"
 #include "model/settings.h"
 

@@ -1,9 +1,9 @@
 #include "engine/pipeline/plan.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
 #include "engine/pipeline/can_write.h"
 #include "engine/pipeline/carry_metadata.h"
-#include "engine/pipeline/image_safety.h"
 #include "engine/pipeline/output_naming.h"
 #include "model/file_url.h"
 

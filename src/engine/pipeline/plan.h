@@ -1,7 +1,7 @@
 // Planning: decoding a source under the size limits and deciding what it is written as.
 #pragma once
 
-#include "engine/pipeline/image_plan.h"
+#include "engine/core/image_plan.h"
 #include "imageio/image_io.h"
 #include "model/settings.h"
 

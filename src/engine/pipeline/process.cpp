@@ -1,10 +1,10 @@
 #include "engine/pipeline/process.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
 #include "engine/install/file_operations.h"
 #include "engine/install/output_marker.h"
 #include "engine/install/safe_install.h"
-#include "engine/pipeline/image_safety.h"
 #include "engine/pipeline/image_writer.h"
 #include "engine/pipeline/output_naming.h"
 #include "engine/pipeline/plan.h"
@@ -57,7 +57,7 @@ QString fileNameOf(const QString& path) {
 
 void rememberSignature(EngineContext& context, const QString& path) {
     if (const auto signature = fileSignature(path))
-        context.processedSignatures[standardizedPath(path)] = *signature;
+        context.files.markHandled(standardizedPath(path), *signature);
 }
 
 // An empty file is usually still being written; it is looked at again once it changes.
@@ -174,14 +174,12 @@ void recordInstalled(EngineContext& context, const QString& file, const QString&
         rememberSignature(context, file);
     } else {
         // The source's name is gone: it was replaced by a file of another name.
-        context.processedSignatures.erase(sourceKey);
-        context.pendingFiles.erase(sourceKey);
-        context.recentWrites.erase(sourceKey);
+        context.files.forgetVersion(sourceKey);
     }
     const auto now = EngineClock::now();
     if (const auto signature = fileSignature(output)) {
-        context.processedSignatures[outputKey] = *signature;
-        context.recentWrites[outputKey] = RecentWrite{now, *signature};
+        context.files.markHandled(outputKey, *signature);
+        context.files.noteRecentWrite(outputKey, RecentWrite{now, *signature});
     }
     if (outputKey == sourceKey) {
         context.rememberProcessed(output, ProcessedDecision::compressed);
@@ -198,7 +196,7 @@ void recordInstalled(EngineContext& context, const QString& file, const QString&
     } catch (const FileSystemError&) {
         // An unreadable size is recorded as 0; the fingerprint still identifies the file.
     }
-    context.ownWrites[outputKey] = OwnWrite{outputSize, contentFingerprint(output), now};
+    context.files.noteOwnWrite(outputKey, OwnWrite{outputSize, contentFingerprint(output), now});
 }
 
 }  // namespace

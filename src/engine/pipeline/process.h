@@ -1,8 +1,8 @@
 // Processing one stable candidate: plan, encode, validate, compare, install, remember.
 #pragma once
 
+#include "engine/pipeline/engine_context.h"
 #include "engine/pipeline/folder_compression_result.h"
-#include "engine/watcher/engine_context.h"
 
 #include <QString>
 

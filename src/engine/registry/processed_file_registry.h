@@ -7,7 +7,7 @@
 // Only the engine's queue reads or writes it; no lock.
 #pragma once
 
-#include "engine/registry/content_fingerprint.h"
+#include "engine/core/content_fingerprint.h"
 #include "model/settings.h"
 
 #include <QByteArray>

@@ -1,6 +1,6 @@
 // The batch form of the engine: one pass over a folder, as the command line's --once asks, on
 // one or more workers.
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "engine/install/recovery.h"
 #include "engine/watcher/candidates.h"
 #include "engine/watcher/folder_compressor.h"
@@ -59,7 +59,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
     queue_.sync([&] {
         context_.config = config;
         context_.watchDirectory = standardizedPath(folder);
-        context_.clearFileMaps();
+        context_.files.clear();
         context_.stats = CompressionStats();
         recoverInterruptedWork(*context_.watchDirectory);
         QSet<QString> compressedOutputs;
@@ -86,8 +86,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         QStringList toProcess;
         for (const QString& file : candidates) {
             if (const auto signature = fileSignature(file))
-                context_.pendingFiles[standardizedPath(file)] =
-                    PendingFile{*signature, settledSince};
+                context_.files.noteSeenSince(standardizedPath(file), *signature, settledSince);
             if (shouldSkip(context_, timing_, file))
                 record({file, BatchFileResult::Outcome::skipped, 0, {}});
             else
@@ -107,7 +106,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         }
         context_.saveRegistry();
         context_.registrySaveEvery = 1;
-        context_.clearFileMaps();
+        context_.files.clear();
     });
     lifecycle_.requestStop();
     lock_.reset();

@@ -1,7 +1,7 @@
 // Which files in the watched folder are candidates for processing.
 #pragma once
 
-#include "engine/watcher/file_signature.h"
+#include "engine/core/file_signature.h"
 
 #include <QSet>
 #include <QString>

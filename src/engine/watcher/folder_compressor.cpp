@@ -1,6 +1,6 @@
 #include "engine/watcher/folder_compressor.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "engine/install/recovery.h"
 #include "engine/pipeline/process.h"
 #include "engine/watcher/candidates.h"
@@ -43,7 +43,7 @@ void FolderCompressor::start(const AppConfig& config, const QString& watchDirect
     queue_.sync([&] {
         context_.config = config;
         context_.watchDirectory = standardizedPath(watchDirectory);
-        context_.clearFileMaps();
+        context_.files.clear();
     });
     const QFileInfo folder(watchDirectory);
     if (!folder.isDir()) {
@@ -71,7 +71,7 @@ void FolderCompressor::stop() {
         stopTimers();
         events_.reset();
         context_.smoothProgressTimer.reset();
-        context_.clearFileMaps();
+        context_.files.clear();
         context_.stats.active = 0;
         context_.stats.progress.reset();
         context_.sendStats();
@@ -114,10 +114,7 @@ void FolderCompressor::scheduleScan() {
 bool FolderCompressor::scanIsDue() {
     if (!events_ || !events_->isActive()) return true;
     if (events_->takeChanged() || lookAgain_) return true;
-    if (!context_.pendingFiles.empty() || !context_.recentWrites.empty()) return true;
-    for (const auto& [path, own] : context_.ownWrites) {
-        if (!own.fingerprint) return true;
-    }
+    if (context_.files.awaitingLook()) return true;
     return EngineClock::now() - lastScan_ >= timing_.fullScan;
 }
 
@@ -195,10 +192,7 @@ BatchFileResult FolderCompressor::runCandidate(EngineContext& context, const QSt
             outcome.message = QString::fromUtf8(error.what());
             return outcome;
         }
-        const QString key = standardizedPath(file);
-        context.pendingFiles.erase(key);
-        context.processedSignatures.erase(key);
-        context.recentWrites.erase(key);
+        context.files.forgetVersion(standardizedPath(file));
         NativeLog::write(QStringLiteral("Source changed during processing; retry deferred ") +
                          fileName(file));
         outcome.message = QString::fromUtf8(error.what());
@@ -215,7 +209,7 @@ void FolderCompressor::reportFailure(EngineContext& context, const QString& file
     // A broken file fails once per version: it is tried again only when it changes (or after a
     // restart), so it cannot flood the history, the error count and the machine.
     if (const auto signature = fileSignature(file))
-        context.failedSignatures[standardizedPath(file)] = *signature;
+        context.files.noteFailed(standardizedPath(file), *signature);
     const QString description = errorDescription(error);
     NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") + description);
     context.stats.errors += 1;
@@ -258,9 +252,7 @@ void FolderCompressor::reportUndecodableNameIfNeeded(const QString& folder,
     if (!supportedExtensions.contains(lowerExtension(QString::fromUtf8(rawName)))) return;
     // Keyed by the name's escaped form, which, unlike its lossy text form, is unique.
     const QString key = folder + QLatin1Char('/') + escapedName(rawName);
-    const auto known = context_.unsupportedSignatures.find(key);
-    if (known != context_.unsupportedSignatures.end() && known->second == signature) return;
-    context_.unsupportedSignatures[key] = signature;
+    if (!context_.files.noteUnsupported(key, signature)) return;
     NativeLog::write(QStringLiteral("Unsupported file name (not valid UTF-8) ") +
                      escapedName(rawName));
     context_.sendEvent(CompressionNotificationEvent::unsupportedFile(folder + QLatin1Char('/') +
@@ -271,10 +263,7 @@ void FolderCompressor::reportUnsupportedIfNeeded(const QString& file) {
     if (!unsupportedDropExtensions.contains(lowerExtension(file))) return;
     const auto signature = fileSignature(file);
     if (!signature) return;
-    const QString key = standardizedPath(file);
-    const auto known = context_.unsupportedSignatures.find(key);
-    if (known != context_.unsupportedSignatures.end() && known->second == *signature) return;
-    context_.unsupportedSignatures[key] = *signature;
+    if (!context_.files.noteUnsupported(standardizedPath(file), *signature)) return;
     NativeLog::write(QStringLiteral("Unsupported file ") + fileName(file));
     context_.sendEvent(CompressionNotificationEvent::unsupportedFile(file));
 }

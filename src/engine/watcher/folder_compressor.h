@@ -12,12 +12,12 @@
 // engine's own queue (from inside a callback). Set the callbacks before the first start.
 #pragma once
 
+#include "engine/core/lifecycle.h"
+#include "engine/pipeline/engine_context.h"
 #include "engine/pipeline/folder_compression_result.h"
-#include "engine/watcher/engine_context.h"
 #include "engine/watcher/engine_timing.h"
 #include "engine/watcher/folder_events.h"
 #include "engine/watcher/folder_lock.h"
-#include "engine/watcher/lifecycle.h"
 #include "engine/watcher/serial_queue.h"
 
 #include <QString>

@@ -2,7 +2,7 @@
 // touched, files already handled or settled in the registry, and files still changing.
 #pragma once
 
-#include "engine/watcher/engine_context.h"
+#include "engine/pipeline/engine_context.h"
 #include "engine/watcher/engine_timing.h"
 
 #include <QString>
@@ -10,7 +10,7 @@
 namespace velt {
 
 // True when `file` must not be processed in this scan. Updates the engine's maps as it decides
-// (a new or changed signature starts waiting in pendingFiles; a file that held still long enough
+// (a new or changed signature starts waiting to hold still; a file that held still long enough
 // leaves it and is processed). `now` is the time the decision is made for.
 bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QString& file,
                 EngineClock::time_point now = EngineClock::now());

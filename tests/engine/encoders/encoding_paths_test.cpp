@@ -1,6 +1,9 @@
 // The encoding paths (PNM intermediates, PNG chunks and optimizers, JPEG and WebP encoders), each
 // run in a temporary folder with tools hidden, replaced by stand-ins, or the real ones.
 #include "encoders/standin_tools.h"
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
+#include "engine/encoders/builtin_encoder.h"
 #include "engine/encoders/jpeg_path.h"
 #include "engine/encoders/png_chunks.h"
 #include "engine/encoders/png_path.h"
@@ -8,10 +11,7 @@
 #include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/encoders/webp_path.h"
-#include "engine/errors.h"
-#include "engine/pipeline/image_safety.h"
-#include "engine/pipeline/image_writer.h"
-#include "engine/watcher/engine_context.h"
+#include "engine/pipeline/engine_context.h"
 #include "support/test_images.h"
 
 #include <gtest/gtest.h>

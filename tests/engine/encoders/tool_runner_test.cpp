@@ -1,7 +1,7 @@
 #include "engine/encoders/tool_runner.h"
 
 #include "encoders/standin_tools.h"
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "platform/executable_check.h"
 
 #include <elf.h>

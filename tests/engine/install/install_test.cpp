@@ -1,11 +1,11 @@
 // Safe installation: temporary names, moves that never replace, the copy fallback, replacing an
 // output or an original with restore on failure, and verified backups. Failures are injected
 // through the file-operation seam, so they hold for root too.
-#include "engine/errors.h"
+#include "engine/core/errors.h"
+#include "engine/core/file_signature.h"
 #include "engine/install/file_operations.h"
 #include "engine/install/recovery.h"
 #include "engine/install/safe_install.h"
-#include "engine/watcher/file_signature.h"
 #include "model/format.h"
 #include "support/test_environment.h"
 

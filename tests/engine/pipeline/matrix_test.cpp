@@ -1,6 +1,6 @@
 // Every preset, strategy and policy on a folder of mixed real images: nothing is lost, every
 // output is a valid image of the source's size that looks like the source.
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 #include "engine/pipeline/process.h"
 #include "imageio/image_io.h"
 #include "support/test_environment.h"

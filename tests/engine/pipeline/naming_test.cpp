@@ -116,7 +116,7 @@ TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
         const QDir dir(fresh.path());
         context.watchDirectory = fresh.path();
         context.processedRegistry.entries.clear();
-        context.clearFileMaps();
+        context.files.clear();
         context.config.originalPolicy = policy;
         context.config.formatStrategy = FormatStrategy::jpeg;
         // The user's own photo.jpg, and a file of theirs that merely looks like an output.

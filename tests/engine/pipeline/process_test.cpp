@@ -1,7 +1,7 @@
 #include "engine/pipeline/process.h"
-#include "engine/errors.h"
+#include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
 #include "engine/pipeline/can_write.h"
-#include "engine/pipeline/image_safety.h"
 #include "imageio/image_io.h"
 #include "model/format.h"
 #include "support/test_environment.h"
@@ -68,7 +68,9 @@ TEST_F(PipelineTest, KeepPolicyWritesAVerifiedSiblingAndRemembersBoth) {
     ASSERT_TRUE(result.historyEntry);
     EXPECT_EQ(result.historyEntry->outputURL, output);
     EXPECT_EQ(result.historyEntry->status, CompressionHistoryStatus::compressed);
-    EXPECT_TRUE(context.ownWrites.contains(output));
+    EXPECT_EQ(context.files.checkOwnWrite(output, *fileSignature(output), EngineClock::now(), 0ms,
+                                          [&] { return contentFingerprint(output); }),
+              FileStates::OwnWriteCheck::ownUntouched);
     EXPECT_EQ(context.processedRegistry.entries.at(output).decision, ProcessedDecision::compressed);
     EXPECT_EQ(context.processedRegistry.entries.at(source).decision,
               ProcessedDecision::existingOutputFresh);
@@ -118,7 +120,7 @@ TEST_F(PipelineTest, AnAlreadySmallJPEGIsLeftAloneAsOptimal) {
     EXPECT_EQ(events, std::vector{CompressionNotificationEvent::alreadyOptimal(source)});
     EXPECT_EQ(folderNames(), QStringList{u"small.jpg"_s});
     EXPECT_EQ(testing::readFile(source), original);
-    EXPECT_TRUE(context.processedSignatures.contains(source));
+    EXPECT_TRUE(context.files.isHandled(source, *fileSignature(source)));
 }
 
 TEST_F(PipelineTest, TransparentPNGConvertedToWebPKeepsItsAlpha) {
@@ -274,7 +276,7 @@ TEST_F(PipelineTest, AnimationsAreLeftAsTheyAre) {
         EXPECT_EQ(result.nothingDoneReason, u"animated image left as it is"_s);
         EXPECT_EQ(testing::readFile(path), before) << name;
         EXPECT_EQ(events.back(), CompressionNotificationEvent::animatedImage(path));
-        EXPECT_TRUE(context.processedSignatures.contains(path));
+        EXPECT_TRUE(context.files.isHandled(path, *fileSignature(path)));
     }
     EXPECT_TRUE(process(context, file(u"one-frame.png"_s)).didWrite);
     EXPECT_FALSE(QFileInfo::exists(backupOf(u"moving.png"_s)));

@@ -1,5 +1,5 @@
-#include "engine/errors.h"
-#include "engine/registry/content_fingerprint.h"
+#include "engine/core/content_fingerprint.h"
+#include "engine/core/errors.h"
 #include "engine/registry/processed_file_registry.h"
 #include "support/test_environment.h"
 

@@ -122,7 +122,7 @@ class EngineRig {
     // What the pipeline does for a file it leaves as it is: remember its signature.
     static FolderCompressionResult settle(EngineContext& context, const QString& file) {
         if (const auto signature = fileSignature(file))
-            context.processedSignatures[standardizedPath(file)] = *signature;
+            context.files.markHandled(standardizedPath(file), *signature);
         return {};
     }
 

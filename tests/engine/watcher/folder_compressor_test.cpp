@@ -1,6 +1,6 @@
 #include "encoders/standin_tools.h"
+#include "engine/core/errors.h"
 #include "engine/encoders/tool_runner.h"
-#include "engine/errors.h"
 #include "engine/install/safe_install.h"
 #include "engine_test_rig.h"
 
@@ -173,9 +173,9 @@ TEST(FolderCompressorScan, OwnOutputIsSkippedUntilReplaced) {
         testing::writeFile(output, "converted");
         QFile::remove(file);
         const QString key = standardizedPath(output);
-        context.recentWrites[key] = RecentWrite{EngineClock::now(), *fileSignature(output)};
-        context.ownWrites[key] =
-            OwnWrite{fileSize(output), contentFingerprint(output), EngineClock::now()};
+        context.files.noteRecentWrite(key, RecentWrite{EngineClock::now(), *fileSignature(output)});
+        context.files.noteOwnWrite(
+            key, OwnWrite{fileSize(output), contentFingerprint(output), EngineClock::now()});
         return wrote(file, 1);
     });
     rig.start();

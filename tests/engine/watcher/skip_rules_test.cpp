@@ -57,36 +57,36 @@ TEST(SkipRules, Table) {
         const auto then = EngineClock::now();
         const QString key = standardizedPath(file);
         // Past the wait for new files, so that only the rule under test can skip.
-        if (row.memory > Memory::pendingOther) context.pendingFiles[key] = {now, then - 1h};
+        if (row.memory > Memory::pendingOther) context.files.noteSeenSince(key, now, then - 1h);
         switch (row.memory) {
             case Memory::nothing:
                 break;
             case Memory::pendingSame:
-                context.pendingFiles[key] = {now, then};
+                context.files.noteSeenSince(key, now, then);
                 break;
             case Memory::pendingOther:
-                context.pendingFiles[key] = {other, then};
+                context.files.noteSeenSince(key, other, then);
                 break;
             case Memory::ownWrite:
-                context.ownWrites[key] = {now.size, contentFingerprint(file), then};
+                context.files.noteOwnWrite(key, {now.size, contentFingerprint(file), then});
                 break;
             case Memory::ownWriteOtherContent: {
                 auto fingerprint = *contentFingerprint(file);
                 fingerprint.headHash ^= 1;
-                context.ownWrites[key] = {now.size, fingerprint, then};
+                context.files.noteOwnWrite(key, {now.size, fingerprint, then});
                 break;
             }
             case Memory::recentWrite:
-                context.recentWrites[key] = {then, now};
+                context.files.noteRecentWrite(key, {then, now});
                 break;
             case Memory::processedSame:
-                context.processedSignatures[key] = now;
+                context.files.markHandled(key, now);
                 break;
             case Memory::failedSame:
-                context.failedSignatures[key] = now;
+                context.files.noteFailed(key, now);
                 break;
             case Memory::failedOther:
-                context.failedSignatures[key] = other;
+                context.files.noteFailed(key, other);
                 break;
         }
         EXPECT_EQ(shouldSkip(context, timing, file, then + row.elapsed), row.skip) << row.what;

@@ -4,7 +4,7 @@
 // Everything else of the engine belongs to its queue.
 #pragma once
 
-#include "engine/encoders/child_process.h"
+#include "engine/core/child_process.h"
 
 #include <memory>
 #include <mutex>

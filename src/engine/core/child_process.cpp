@@ -1,6 +1,6 @@
-#include "engine/encoders/child_process.h"
+#include "engine/core/child_process.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 
 #include <fcntl.h>
 #include <poll.h>

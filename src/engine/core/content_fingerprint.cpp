@@ -1,6 +1,6 @@
-#include "engine/registry/content_fingerprint.h"
+#include "engine/core/content_fingerprint.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 
 #include <openssl/evp.h>
 #include <QFile>

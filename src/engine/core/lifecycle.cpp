@@ -1,6 +1,6 @@
-#include "engine/watcher/lifecycle.h"
+#include "engine/core/lifecycle.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 
 namespace velt {
 

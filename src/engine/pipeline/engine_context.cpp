@@ -1,4 +1,4 @@
-#include "engine/watcher/engine_context.h"
+#include "engine/pipeline/engine_context.h"
 
 #include "engine/pipeline/can_write.h"
 #include "model/file_url.h"
@@ -6,17 +6,8 @@
 namespace velt {
 
 EngineContext::EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks)
-    : lifecycle(lifecycle), callbacks(callbacks) {
+    : EncodingContext(lifecycle), callbacks(callbacks) {
     registerImageWriterTypes();
-}
-
-void EngineContext::clearFileMaps() {
-    recentWrites.clear();
-    ownWrites.clear();
-    processedSignatures.clear();
-    unsupportedSignatures.clear();
-    pendingFiles.clear();
-    failedSignatures.clear();
 }
 
 void EngineContext::sendStats() const {

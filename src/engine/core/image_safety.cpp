@@ -1,7 +1,7 @@
-#include "engine/pipeline/image_safety.h"
+#include "engine/core/image_safety.h"
 
-#include "engine/errors.h"
-#include "engine/watcher/file_signature.h"
+#include "engine/core/errors.h"
+#include "engine/core/file_signature.h"
 #include "imageio/image_io.h"
 #include "model/constants.h"
 

@@ -1,6 +1,6 @@
-#include "engine/watcher/file_signature.h"
+#include "engine/core/file_signature.h"
 
-#include "engine/errors.h"
+#include "engine/core/errors.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

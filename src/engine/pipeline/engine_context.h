@@ -5,45 +5,22 @@
 // Thread-safety: touched only on the engine's queue, except `lifecycle`, which locks itself.
 #pragma once
 
+#include "engine/core/encoding_context.h"
+#include "engine/core/file_states.h"
 #include "engine/pipeline/smooth_progress.h"
 #include "engine/registry/processed_file_registry.h"
-#include "engine/watcher/file_signature.h"
-#include "engine/watcher/lifecycle.h"
 #include "model/history.h"
 #include "model/settings.h"
 #include "notifications/compression_notification_event.h"
 
 #include <QSet>
 #include <QString>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <unordered_map>
 
 namespace velt {
-
-using EngineClock = std::chrono::steady_clock;
-
-// A file the engine just touched, left alone for a while.
-struct RecentWrite {
-    EngineClock::time_point date;
-    FileSignature signature;
-};
-
-// An output the engine wrote, recognised by its content so it is never processed again.
-struct OwnWrite {
-    std::int64_t size = 0;
-    std::optional<ContentFingerprint> fingerprint;  // may be filled in later
-    EngineClock::time_point date;
-};
-
-// A candidate seen with this signature since `firstSeenAt`, waiting to hold still.
-struct PendingFile {
-    FileSignature signature;
-    EngineClock::time_point firstSeenAt;
-};
 
 // The engine's reports. Called on the engine's queue; the receiver moves to its own thread.
 struct EngineCallbacks {
@@ -62,20 +39,12 @@ struct SharedRegistry {
     ProcessedFileRegistry registry;  // guarded by mutex
 };
 
-class EngineContext {
+class EngineContext : public EncodingContext {
   public:
     EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks);
 
-    AppConfig config;
     std::optional<QString> watchDirectory;
-    // All keyed by the standardised path of the file.
-    std::unordered_map<QString, RecentWrite> recentWrites;
-    std::unordered_map<QString, OwnWrite> ownWrites;
-    std::unordered_map<QString, FileSignature> processedSignatures;
-    std::unordered_map<QString, FileSignature> unsupportedSignatures;
-    std::unordered_map<QString, PendingFile> pendingFiles;
-    // The signature a file had when its processing failed: that version is not tried again.
-    std::unordered_map<QString, FileSignature> failedSignatures;
+    FileStates files;
     ProcessedFileRegistry processedRegistry;
     // Set for a batch worker: remembered decisions go to the shared registry, which is saved,
     // instead of saving this context's copy.
@@ -83,22 +52,14 @@ class EngineContext {
     // A batch saves the registry every few records and at its end instead of after each one:
     // the output marker already tells a rerun what was written, so a lost record costs nothing.
     int registrySaveEvery = 1;
-    // Private folder for intermediates and encoder candidates (empty: beside the output), so
-    // that nothing large lies in the watched folder, where sync clients would upload it.
-    QString scratchDirectory;
     CompressionStats stats;
     // While an encoder runs: the eased progress animation.
     std::unique_ptr<SmoothProgress> smoothProgressTimer;
     // During a scan: the names of the "_veltcompressed" files its listing saw.
     std::optional<QSet<QString>> listedCompressedOutputs;
 
-    EngineLifecycle& lifecycle;
     int unsavedRecords = 0;
     const EngineCallbacks& callbacks;
-
-    void clearFileMaps();
-    // Throws FolderCompressorControlError::cancelled when a stop was requested.
-    void checkpoint() const { lifecycle.checkpoint(); }
 
     void sendStats() const;
     void sendEvent(const CompressionNotificationEvent& event) const;
