@@ -41,11 +41,8 @@ void fill(const QString& folder, int count, const char* extension) {
 
 // One scan as the engine runs it when nothing is new: list, then every skip test.
 void scanOnce(EngineContext& context, const EngineTiming& timing, const QString& folder) {
-    QSet<QString> compressedOutputs;
-    const QStringList candidates = supportedFiles(folder, nullptr, &compressedOutputs);
-    context.listedCompressedOutputs = compressedOutputs;
+    const QStringList candidates = supportedFiles(folder, nullptr);
     for (const QString& file : candidates) shouldSkip(context, timing, file);
-    context.listedCompressedOutputs.reset();
 }
 
 struct Row {

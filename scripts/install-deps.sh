@@ -14,6 +14,8 @@ packages=(
   # the update helper unpacks the portable bundle
   libarchive-dev
   nlohmann-json3-dev
+  # the processed-file registry
+  libsqlite3-dev
   # photo metadata (EXIF, XMP, IPTC) carried into outputs
   libexiv2-dev
   # tests (openssl makes the update tests' certificate authority)

@@ -6,7 +6,7 @@
 namespace velt {
 
 // The per-user data folder holding "native-config.json", "compression-history.json" and
-// "processed-files.json": $VELT_CONFIG_DIR when set and not empty (taken unchanged), otherwise
+// "processed-files.sqlite": $VELT_CONFIG_DIR when set and not empty (taken unchanged), otherwise
 // ~/.local/share/velt compressor. Does not create the folder; the writers of those files do.
 QString veltApplicationSupportDirectory();
 

@@ -143,7 +143,9 @@ TEST_F(ProgramTest, OwnOutputIsNeverCompressedAgainWithoutTheRegistry) {
             if (run == 0) {
                 EXPECT_TRUE(out.startsWith(QStringLiteral("compressed"))) << out.toStdString();
                 compressed = readFile(photo);
-                QFile::remove(data_.filePath(QStringLiteral("processed-files.json")));
+                for (const char* suffix : {"", "-wal", "-shm"})
+                    QFile::remove(data_.filePath(QStringLiteral("processed-files.sqlite") +
+                                                 QLatin1String(suffix)));
             } else {
                 EXPECT_TRUE(out.contains(QStringLiteral("already compressed by this program")))
                     << out.toStdString();

@@ -248,7 +248,7 @@ user_home=$work/user
 make_images "$work/user-images"
 HOME=$user_home /usr/bin/velt-compressor --once "$work/user-images" >/dev/null
 data="$user_home/.local/share/velt compressor"
-[[ -f "$data/processed-files.json" ]] || fail "the program kept no registry in $data"
+[[ -f "$data/processed-files.sqlite" ]] || fail "the program kept no registry in $data"
 (cd "$data" && sha256sum ./*) >"$work/data.sum"
 
 step "apt upgrades it to $version; the user's data stays"

@@ -27,14 +27,14 @@ class FolderCompressorControlError : public std::exception {
 class FileSystemError : public std::runtime_error {
   public:
     enum Code {
-        noSuchFile,             // a file or folder that should exist does not
-        readCorruptFile,        // the content cannot be understood
-        readUnsupportedScheme,  // not a format the program reads
-        readUnknown,            // reading failed otherwise
-        writeUnknown,           // writing failed, or a tool reported failure
+        noSuchFile,              // a file or folder that should exist does not
+        readCorruptFile,         // the content cannot be understood
+        readUnsupportedScheme,   // not a format the program reads
+        readUnknown,             // reading failed otherwise
+        writeUnknown,            // writing failed, or a tool reported failure
         writeUnsupportedScheme,  // no encoder for the requested format
-        writeNoPermission,      // the folder or file may not be written
-        launchFailed,           // an external program could not be started
+        writeNoPermission,       // the folder or file may not be written
+        launchFailed,            // an external program could not be started
     };
 
     FileSystemError(Code code, const QString& description)

@@ -1,7 +1,5 @@
 #include "engine/core/file_states.h"
 
-#include <algorithm>
-
 namespace velt {
 
 void FileStates::markHandled(const QString& key, const FileSignature& signature) {
@@ -98,10 +96,19 @@ void FileStates::forgetVersion(const QString& key) {
     recentWrites_.erase(key);
 }
 
-bool FileStates::awaitingLook() const {
-    if (!pending_.empty() || !recentWrites_.empty()) return true;
-    return std::ranges::any_of(ownWrites_,
-                               [](const auto& entry) { return !entry.second.fingerprint; });
+std::vector<QString> FileStates::waitingFiles() const {
+    std::vector<QString> keys;
+    keys.reserve(pending_.size());
+    for (const auto& [key, pending] : pending_) keys.push_back(key);
+    return keys;
+}
+
+bool FileStates::expireWrites(EngineClock::time_point now, std::chrono::milliseconds cooldown,
+                              std::chrono::milliseconds settling) {
+    const auto before = recentWrites_.size() + ownWrites_.size();
+    std::erase_if(recentWrites_, [&](const auto& e) { return now - e.second.date >= cooldown; });
+    std::erase_if(ownWrites_, [&](const auto& e) { return now - e.second.date >= settling; });
+    return recentWrites_.size() + ownWrites_.size() != before;
 }
 
 void FileStates::clear() {

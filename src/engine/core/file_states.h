@@ -15,6 +15,7 @@
 #include <functional>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 namespace velt {
 
@@ -77,9 +78,13 @@ class FileStates {
     // The file must be looked at as new: its waiting, handled and recent-write records go.
     void forgetVersion(const QString& key);
 
-    // Whether a later scan must look again even if the folder did not change: files are waiting
-    // to hold still, or write records are waiting to run out.
-    bool awaitingLook() const;
+    // The files waiting to hold still: a later scan must look at them even if nothing changed.
+    std::vector<QString> waitingFiles() const;
+    // Drops the recent-write records older than `cooldown` and the own-write records older
+    // than `settling` (the output is known by its handled signature, its record in the registry
+    // and its marker from then on). Returns whether any went.
+    bool expireWrites(EngineClock::time_point now, std::chrono::milliseconds cooldown,
+                      std::chrono::milliseconds settling);
 
     void clear();
 

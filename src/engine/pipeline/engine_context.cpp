@@ -5,8 +5,11 @@
 
 namespace velt {
 
-EngineContext::EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks)
-    : EncodingContext(lifecycle), callbacks(callbacks) {
+EngineContext::EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks,
+                             std::shared_ptr<ProcessedFileRegistry> registry)
+    : EncodingContext(lifecycle),
+      processedRegistry(registry ? std::move(registry) : std::make_shared<ProcessedFileRegistry>()),
+      callbacks(callbacks) {
     registerImageWriterTypes();
 }
 
@@ -39,39 +42,29 @@ QString EngineContext::processingSettingsKey() const {
     return velt::processingSettingsKey(config);
 }
 
-void EngineContext::rememberProcessed(const QString& path, ProcessedDecision decision,
-                                      const Counterpart& counterpart) {
+std::optional<ProcessedFileRecord> EngineContext::recordOf(const QString& path,
+                                                           ProcessedDecision decision) const {
     const auto fingerprint = contentFingerprint(path);
-    if (!fingerprint) return;
-    const auto signature = fileSignature(path);
+    if (!fingerprint) return std::nullopt;
     ProcessedFileRecord record;
     record.fingerprint = *fingerprint;
     record.decision = decision;
     record.updatedAt = std::chrono::system_clock::now();
-    record.resourceIdentifier = signature ? signature->resourceIdentifier : std::nullopt;
-    record.settingsKey = processingSettingsKey();
-    if (counterpart.source) record.source = standardizedPath(*counterpart.source);
-    if (counterpart.output) record.output = standardizedPath(*counterpart.output);
-    const QString key = standardizedPath(path);
-    processedRegistry.entries[key] = record;
-    processedRegistry.pruneIfNeeded();
-    if (sharedRegistry) {
-        const std::lock_guard lock(sharedRegistry->mutex);
-        sharedRegistry->registry.entries[key] = record;
-        sharedRegistry->registry.pruneIfNeeded();
+    if (const auto signature = fileSignature(path)) {
+        record.resourceIdentifier = signature->resourceIdentifier;
+        record.modifiedAt = signature->modifiedAt;
+        record.createdAt = signature->attributeModifiedAt;
     }
-    if (++unsavedRecords >= registrySaveEvery) saveRegistry();
+    record.settingsKey = processingSettingsKey();
+    return record;
 }
 
-void EngineContext::saveRegistry() {
-    if (unsavedRecords == 0) return;
-    unsavedRecords = 0;
-    if (!sharedRegistry) {
-        processedRegistry.save();
-        return;
-    }
-    const std::lock_guard lock(sharedRegistry->mutex);
-    sharedRegistry->registry.save();
+void EngineContext::remember(const QString& path, const ProcessedFileRecord& record) {
+    processedRegistry->remember(standardizedPath(path), record);
+}
+
+void EngineContext::rememberProcessed(const QString& path, ProcessedDecision decision) {
+    if (const auto record = recordOf(path, decision)) remember(path, *record);
 }
 
 }  // namespace velt

@@ -17,7 +17,6 @@
 #include <QString>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 namespace velt {
@@ -32,33 +31,19 @@ struct EngineCallbacks {
     std::function<void(const QString&)> onBeforeDestructiveInstallForTesting;
 };
 
-// One registry for a batch's parallel workers: each worker's context keeps a copy for its own
-// decisions and writes every record it remembers through to this one, which is saved.
-struct SharedRegistry {
-    std::mutex mutex;
-    ProcessedFileRegistry registry;  // guarded by mutex
-};
-
 class EngineContext : public EncodingContext {
   public:
-    EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks);
+    // `registry` is shared by a batch's workers; by default the data folder's is opened.
+    EngineContext(EngineLifecycle& lifecycle, const EngineCallbacks& callbacks,
+                  std::shared_ptr<ProcessedFileRegistry> registry = nullptr);
 
     std::optional<QString> watchDirectory;
     FileStates files;
-    ProcessedFileRegistry processedRegistry;
-    // Set for a batch worker: remembered decisions go to the shared registry, which is saved,
-    // instead of saving this context's copy.
-    SharedRegistry* sharedRegistry = nullptr;
-    // A batch saves the registry every few records and at its end instead of after each one:
-    // the output marker already tells a rerun what was written, so a lost record costs nothing.
-    int registrySaveEvery = 1;
+    std::shared_ptr<ProcessedFileRegistry> processedRegistry;
     CompressionStats stats;
     // While an encoder runs: the eased progress animation.
     std::unique_ptr<SmoothProgress> smoothProgressTimer;
-    // During a scan: the names of the "_veltcompressed" files its listing saw.
-    std::optional<QSet<QString>> listedCompressedOutputs;
 
-    int unsavedRecords = 0;
     const EngineCallbacks& callbacks;
 
     void sendStats() const;
@@ -71,17 +56,14 @@ class EngineContext : public EncodingContext {
     void startSmoothProgress(int from, int to, double estimatedSeconds);
 
     QString processingSettingsKey() const;
-    // Which file an output was written for, or which output a source has.
-    struct Counterpart {
-        std::optional<QString> source;
-        std::optional<QString> output;
-    };
-    // Records the decision for the file's current content, identity and settings, then saves the
-    // registry. Nothing is recorded for a file that cannot be read.
-    void rememberProcessed(const QString& path, ProcessedDecision decision,
-                           const Counterpart& counterpart = {});
-    // Saves what rememberProcessed has not saved yet (the shared registry for a batch worker).
-    void saveRegistry();
+    // A record of the file at `path` as it is now, with `decision` and the settings in force;
+    // nothing for a file that cannot be read.
+    std::optional<ProcessedFileRecord> recordOf(const QString& path,
+                                                ProcessedDecision decision) const;
+    // Writes the record of `path` (a standardised path).
+    void remember(const QString& path, const ProcessedFileRecord& record);
+    // recordOf and remember: nothing is recorded for a file that cannot be read.
+    void rememberProcessed(const QString& path, ProcessedDecision decision);
 };
 
 }  // namespace velt

@@ -63,12 +63,10 @@ ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice) {
 // The source an existing output was written for, when the registry records it and the file
 // still holds what was written; nothing for anyone else's file.
 std::optional<QString> writtenFor(const EngineContext& context, const QString& output) {
-    const auto record = context.processedRegistry.entries.find(standardizedPath(output));
-    if (record != context.processedRegistry.entries.end() &&
-        record->second.decision == ProcessedDecision::compressed && record->second.source) {
-        const auto fingerprint = contentFingerprint(output);
-        if (fingerprint && *fingerprint == record->second.fingerprint) return record->second.source;
-    }
+    if (const auto owner = context.processedRegistry->findByOutput(standardizedPath(output));
+        owner && owner->second.outputFingerprint &&
+        contentFingerprint(output) == owner->second.outputFingerprint)
+        return owner->first;
     // The registry may have lost it; the file's own marker still tells.
     if (const auto marker = readOutputMarker(output)) return marker->source;
     return std::nullopt;
@@ -114,20 +112,18 @@ std::optional<QString> predictedOutputURL(const EngineContext& context, const QS
 }
 
 void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
-                                  const QString& keeping, const QSet<QString>* onlyAmong) {
+                                  const QString& keeping) {
     if (context.config.originalPolicy != OriginalPolicy::keep) return;
     static const char* const extensions[] = {"jpg", "jpeg", "png", "webp", "avif", "heic", "heif"};
     QStringList names;
     for (const char* extension : extensions)
         names << baseName(source) + compressedFileSuffix + QLatin1Char('.') +
                      QLatin1String(extension);
-    const auto sourceRecord = context.processedRegistry.entries.find(standardizedPath(source));
-    if (sourceRecord != context.processedRegistry.entries.end() && sourceRecord->second.output)
-        names << fileNameOf(*sourceRecord->second.output);
+    const auto sourceRecord = context.processedRegistry->find(standardizedPath(source));
+    if (sourceRecord && sourceRecord->output) names << fileNameOf(*sourceRecord->output);
 
     const QString kept = standardizedPath(keeping);
     for (const QString& name : names) {
-        if (onlyAmong && !onlyAmong->contains(name)) continue;
         const QString stale = siblingPath(source, name);
         const QString key = standardizedPath(stale);
         if (key == kept || !pathExists(stale) || !isOwnOutputOf(context, stale, source)) continue;
@@ -137,7 +133,8 @@ void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
             continue;
         }
         context.files.forgetWrites(key);
-        context.processedRegistry.entries.erase(key);
+        if (sourceRecord && sourceRecord->output == key)
+            context.processedRegistry->forgetOutput(standardizedPath(source));
         NativeLog::write(QStringLiteral("Removed stale output ") + name);
     }
 }

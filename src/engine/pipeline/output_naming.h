@@ -49,11 +49,8 @@ bool isOwnOutputOf(const EngineContext& context, const QString& output, const QS
 // wrote for it (its "_veltcompressed" siblings of every format and its recorded output), forgets
 // them in the engine's maps and logs each removal. A file of that name that the engine did not
 // write for this source is left alone. Never fails.
-// `onlyAmong`, when given, names the compressed outputs a fresh listing of the folder saw: names
-// outside it are known to be absent and are not looked up (a scan checks every settled file, and
-// looking up missing names each time dominated its cost in large folders).
 void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
-                                  const QString& keeping, const QSet<QString>* onlyAmong = nullptr);
+                                  const QString& keeping);
 
 // With the keep policy and an output other than the source: whether the output exists, is not
 // empty and is not older than the source.

@@ -75,11 +75,17 @@ FolderCompressionResult leaveEmptyFile(EngineContext& context, const QString& fi
 FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& file,
                                         const OutputMarker& marker) {
     rememberSignature(context, file);
-    if (marker.source == standardizedPath(file))
+    if (marker.source == standardizedPath(file)) {
         context.rememberProcessed(file, ProcessedDecision::compressed);
-    else
-        context.rememberProcessed(file, ProcessedDecision::compressed,
-                                  {marker.source, std::nullopt});
+    } else if (!context.processedRegistry->findByOutput(standardizedPath(file))) {
+        // The output of another source: it joins that source's record.
+        auto record = context.processedRegistry->find(marker.source);
+        if (!record) record = context.recordOf(marker.source, ProcessedDecision::compressed);
+        if (!record) record = ProcessedFileRecord{};  // the source was converted away
+        record->output = standardizedPath(file);
+        record->outputFingerprint = marker.output;
+        context.remember(marker.source, *record);
+    }
     NativeLog::write(QStringLiteral("Own output recognised ") + fileNameOf(file));
     FolderCompressionResult result;
     result.nothingDoneReason = QStringLiteral("already compressed by this program");
@@ -132,7 +138,13 @@ FolderCompressionResult settleWithFreshOutput(EngineContext& context, const QStr
                                               const QString& output) {
     rememberSignature(context, file);
     rememberSignature(context, output);
-    context.rememberProcessed(file, ProcessedDecision::existingOutputFresh, {std::nullopt, output});
+    if (auto record = context.recordOf(file, ProcessedDecision::existingOutputFresh)) {
+        record->output = standardizedPath(output);
+        // Only an output the engine wrote for this source stays its own to replace later.
+        if (isOwnOutputOf(context, output, file))
+            record->outputFingerprint = contentFingerprint(output);
+        context.remember(file, *record);
+    }
     context.setProgress(100);
     FolderCompressionResult result;
     result.nothingDoneReason = QStringLiteral("existing output is up to date");
@@ -167,7 +179,13 @@ void install(EngineContext& context, const QString& file, const QString& temp,
         replaceConvertedOriginalSafely(temp, output, file, *version);
 }
 
-void recordInstalled(EngineContext& context, const QString& file, const QString& output) {
+// One record for the source: for an install in place it describes the output now under its
+// name; otherwise the source (`before`, read before the install: a converted source is gone)
+// with the output written for it, whose content makes it the engine's own to replace or remove
+// later.
+void recordInstalled(EngineContext& context, const QString& file, const QString& output,
+                     std::optional<ProcessedFileRecord> before,
+                     const std::optional<QString>& backup) {
     const QString sourceKey = standardizedPath(file);
     const QString outputKey = standardizedPath(output);
     if (context.config.originalPolicy == OriginalPolicy::keep || outputKey == sourceKey) {
@@ -181,14 +199,15 @@ void recordInstalled(EngineContext& context, const QString& file, const QString&
         context.files.markHandled(outputKey, *signature);
         context.files.noteRecentWrite(outputKey, RecentWrite{now, *signature});
     }
-    if (outputKey == sourceKey) {
-        context.rememberProcessed(output, ProcessedDecision::compressed);
-    } else {
-        // The output's record names its source: that is what makes it the engine's own to
-        // replace or remove later.
-        context.rememberProcessed(output, ProcessedDecision::compressed, {file, std::nullopt});
-        context.rememberProcessed(file, ProcessedDecision::existingOutputFresh,
-                                  {std::nullopt, output});
+    auto record = outputKey == sourceKey ? context.recordOf(output, ProcessedDecision::compressed)
+                                         : std::move(before);
+    if (record) {
+        if (outputKey != sourceKey) {
+            record->output = outputKey;
+            record->outputFingerprint = contentFingerprint(output);
+        }
+        record->backup = backup;
+        context.remember(file, *record);
     }
     std::int64_t outputSize = 0;
     try {
@@ -208,6 +227,10 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     if (const auto marker = readOutputMarker(file);
         marker && marker->settingsKey == context.processingSettingsKey())
         return settleOwnOutput(context, file, *marker);
+    // Settled by an up-to-date output before a single pixel is decoded.
+    if (const auto predicted = predictedOutputURL(context, file);
+        predicted && existingOutputIsFresh(context.config, file, *predicted))
+        return settleWithFreshOutput(context, file, *predicted);
     if (isAnimatedImage(file)) return leaveAnimation(context, file);
     std::optional<SourceVersion> version;
     if (context.config.originalPolicy == OriginalPolicy::replace) version = sourceVersion(file);
@@ -244,11 +267,12 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
         return settleAlreadyOptimal(context, file, temp, size);
     context.checkpoint();
 
+    std::optional<QString> backupCopy;
     if (version) {
         if (context.callbacks.onBeforeDestructiveInstallForTesting)
             context.callbacks.onBeforeDestructiveInstallForTesting(file);
         requireSourceUnchanged(file, *version);
-        backup(file, *version, context.watchDirectory);
+        backupCopy = backup(file, *version, context.watchDirectory);
         context.checkpoint();
     }
     requireOutputNameStillOurs(context, file, output);
@@ -259,8 +283,9 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     takeOverDates(file, temp);
     takeOverAccess(file, temp);  // a private photo stays private (last: it may forbid writing)
     // A requested conversion is installed even when it is larger: the user asked for the format.
+    auto before = context.recordOf(file, ProcessedDecision::compressed);
     install(context, file, temp, output, version);
-    recordInstalled(context, file, output);
+    recordInstalled(context, file, output, std::move(before), backupCopy);
     context.setProgress(100);
     return {true,
             size - outputSize,

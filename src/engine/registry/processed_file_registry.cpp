@@ -1,204 +1,287 @@
 #include "engine/registry/processed_file_registry.h"
 
+#include "engine/registry/legacy_registry_file.h"
 #include "model/atomic_file.h"
-#include "model/json_fields.h"
 #include "model/native_log.h"
 #include "model/paths.h"
 
-#include <QStringList>
-#include <algorithm>
-#include <cmath>
-#include <vector>
+#include <sqlite3.h>
+#include <QDir>
+#include <QFileInfo>
+#include <bit>
 
 namespace velt {
 namespace {
 
 using Clock = std::chrono::system_clock;
 
-// Dates are stored as seconds since 2001-01-01 00:00:00 UTC, the reference date of the date
-// form this file has always used.
-constexpr Clock::time_point referenceDate{std::chrono::seconds{978'307'200}};
+const char* const schema = R"(
+CREATE TABLE IF NOT EXISTS meta (key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS files (
+    path TEXT PRIMARY KEY,
+    decision TEXT NOT NULL,
+    size INTEGER NOT NULL, head INTEGER NOT NULL, tail INTEGER NOT NULL,
+    modified INTEGER, created INTEGER, inode TEXT,
+    settings TEXT, updated INTEGER NOT NULL,
+    output TEXT, output_size INTEGER, output_head INTEGER, output_tail INTEGER,
+    backup TEXT, failure TEXT, environment INTEGER NOT NULL DEFAULT 0,
+    attempts INTEGER NOT NULL DEFAULT 0);
+CREATE INDEX IF NOT EXISTS files_by_output ON files (output) WHERE output IS NOT NULL;
+)";
 
-// Beyond this many seconds from the reference date a nanosecond time_point would overflow; such
-// a value is not a date this program wrote.
-constexpr double maximumDateOffsetSeconds = 8e9;
+const char* const columns =
+    "decision, size, head, tail, modified, created, inode, settings, updated, output, "
+    "output_size, output_head, output_tail, backup, failure, environment, attempts";
 
-double encodeDate(Clock::time_point date) {
-    return std::chrono::duration<double>(date - referenceDate).count();
+// Hashes span the whole unsigned 64-bit range; SQLite keeps their bits in a signed integer.
+sqlite3_int64 fromHash(std::uint64_t hash) {
+    return std::bit_cast<sqlite3_int64>(hash);
 }
 
-// A double near today's dates carries about 0.12 µs of precision, so rounding to the nearest
-// microsecond gives back every microsecond-aligned date exactly and any other within 1 µs.
-Clock::time_point decodeDate(double seconds) {
-    if (!std::isfinite(seconds) || std::abs(seconds) > maximumDateOffsetSeconds)
-        throw json::JsonDecodeError("date out of range");
-    const auto offset =
-        std::chrono::round<std::chrono::microseconds>(std::chrono::duration<double>(seconds));
-    return referenceDate + std::chrono::duration_cast<Clock::duration>(offset);
+std::uint64_t toHash(sqlite3_int64 value) {
+    return std::bit_cast<std::uint64_t>(value);
 }
 
-const nlohmann::json& requiredMember(const nlohmann::json& object, const char* key) {
-    const auto it = json::requireObject(object).find(key);
-    if (it == object.end() || it->is_null())
-        throw json::JsonDecodeError(std::string("missing key ") + key);
-    return *it;
+sqlite3_int64 nanoseconds(FileTime time) {
+    return time.time_since_epoch().count();
 }
 
-// Hashes span the whole unsigned 64-bit range: only a non-negative whole number fits.
-std::uint64_t requiredHash(const nlohmann::json& object, const char* key) {
-    const auto& value = requiredMember(object, key);
-    if (!value.is_number_unsigned())
-        throw json::JsonDecodeError(std::string("wrong type for key ") + key);
-    return value.get<std::uint64_t>();
+// The statements of one connection, finalized with it.
+struct Statement {
+    sqlite3_stmt* handle = nullptr;
+    ~Statement() { sqlite3_finalize(handle); }
+    // Ready for a new use: reset and unbound.
+    sqlite3_stmt* operator*() const {
+        sqlite3_reset(handle);
+        sqlite3_clear_bindings(handle);
+        return handle;
+    }
+};
+
+void bindText(sqlite3_stmt* statement, int index, const std::optional<QString>& text) {
+    if (!text) {
+        sqlite3_bind_null(statement, index);
+        return;
+    }
+    const QByteArray utf8 = text->toUtf8();
+    sqlite3_bind_text(statement, index, utf8.constData(), static_cast<int>(utf8.size()),
+                      SQLITE_TRANSIENT);
 }
 
-ContentFingerprint decodeFingerprint(const nlohmann::json& object) {
-    ContentFingerprint fingerprint;
-    fingerprint.size = json::required(json::optionalInt64(object, "size"), "size");
-    fingerprint.headHash = requiredHash(object, "headHash");
-    fingerprint.tailHash = requiredHash(object, "tailHash");
-    return fingerprint;
+void bindInteger(sqlite3_stmt* statement, int index, std::optional<sqlite3_int64> value) {
+    if (value)
+        sqlite3_bind_int64(statement, index, *value);
+    else
+        sqlite3_bind_null(statement, index);
 }
 
-ProcessedFileRecord decodeRecord(const nlohmann::json& object) {
-    ProcessedFileRecord record;
-    record.fingerprint = decodeFingerprint(requiredMember(object, "fingerprint"));
-    const auto decision = processedDecisionFromRawValue(
-        json::required(json::optionalString(object, "decision"), "decision"));
-    if (!decision) throw json::JsonDecodeError("unknown decision");
-    record.decision = *decision;
-    const auto& updatedAt = requiredMember(object, "updatedAt");
-    if (!updatedAt.is_number()) throw json::JsonDecodeError("wrong type for key updatedAt");
-    record.updatedAt = decodeDate(updatedAt.get<double>());
-    record.resourceIdentifier = json::optionalString(object, "resourceIdentifier");
-    record.settingsKey = json::optionalString(object, "settingsKey");
-    record.source = json::optionalString(object, "source");
-    record.output = json::optionalString(object, "output");
-    return record;
+std::optional<QString> columnText(sqlite3_stmt* statement, int index) {
+    if (sqlite3_column_type(statement, index) == SQLITE_NULL) return std::nullopt;
+    return QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(statement, index)),
+                             sqlite3_column_bytes(statement, index));
 }
 
-nlohmann::json encodeRecord(const ProcessedFileRecord& record) {
-    using json::toStd;
-    nlohmann::json object;
-    object["fingerprint"] = {{"size", record.fingerprint.size},
-                             {"headHash", record.fingerprint.headHash},
-                             {"tailHash", record.fingerprint.tailHash}};
-    object["decision"] = toStd(rawValue(record.decision));
-    object["updatedAt"] = encodeDate(record.updatedAt);
-    if (record.resourceIdentifier) object["resourceIdentifier"] = toStd(*record.resourceIdentifier);
-    if (record.settingsKey) object["settingsKey"] = toStd(*record.settingsKey);
-    if (record.source) object["source"] = toStd(*record.source);
-    if (record.output) object["output"] = toStd(*record.output);
-    return object;
+std::optional<sqlite3_int64> columnInteger(sqlite3_stmt* statement, int index) {
+    if (sqlite3_column_type(statement, index) == SQLITE_NULL) return std::nullopt;
+    return sqlite3_column_int64(statement, index);
+}
+
+// Binds a record to parameters 2… (parameter 1 is the path), in the order of `columns`.
+void bindRecord(sqlite3_stmt* s, const ProcessedFileRecord& r) {
+    bindText(s, 2, rawValue(r.decision));
+    sqlite3_bind_int64(s, 3, r.fingerprint.size);
+    sqlite3_bind_int64(s, 4, fromHash(r.fingerprint.headHash));
+    sqlite3_bind_int64(s, 5, fromHash(r.fingerprint.tailHash));
+    bindInteger(s, 6, r.modifiedAt ? std::optional(nanoseconds(*r.modifiedAt)) : std::nullopt);
+    bindInteger(s, 7, r.createdAt ? std::optional(nanoseconds(*r.createdAt)) : std::nullopt);
+    bindText(s, 8, r.resourceIdentifier);
+    bindText(s, 9, r.settingsKey);
+    sqlite3_bind_int64(
+        s, 10,
+        std::chrono::duration_cast<std::chrono::microseconds>(r.updatedAt.time_since_epoch())
+            .count());
+    bindText(s, 11, r.output);
+    const auto& out = r.outputFingerprint;
+    bindInteger(s, 12, out ? std::optional<sqlite3_int64>(out->size) : std::nullopt);
+    bindInteger(s, 13, out ? std::optional(fromHash(out->headHash)) : std::nullopt);
+    bindInteger(s, 14, out ? std::optional(fromHash(out->tailHash)) : std::nullopt);
+    bindText(s, 15, r.backup);
+    bindText(s, 16, r.failure.isEmpty() ? std::nullopt : std::optional(r.failure));
+    sqlite3_bind_int(s, 17, r.environmentFailure ? 1 : 0);
+    sqlite3_bind_int(s, 18, r.attempts);
+}
+
+// Reads a record from columns `first`… in the order of `columns`.
+std::optional<ProcessedFileRecord> readRecord(sqlite3_stmt* s, int first) {
+    const auto column = [&](int i) { return first + i; };
+    const auto decision =
+        processedDecisionFromRawValue(columnText(s, column(0)).value_or(QString()));
+    if (!decision) return std::nullopt;
+    ProcessedFileRecord r;
+    r.decision = *decision;
+    r.fingerprint = {sqlite3_column_int64(s, column(1)), toHash(sqlite3_column_int64(s, column(2))),
+                     toHash(sqlite3_column_int64(s, column(3)))};
+    if (const auto ns = columnInteger(s, column(4)))
+        r.modifiedAt = FileTime(std::chrono::nanoseconds(*ns));
+    if (const auto ns = columnInteger(s, column(5)))
+        r.createdAt = FileTime(std::chrono::nanoseconds(*ns));
+    r.resourceIdentifier = columnText(s, column(6));
+    r.settingsKey = columnText(s, column(7));
+    r.updatedAt = Clock::time_point(std::chrono::duration_cast<Clock::duration>(
+        std::chrono::microseconds(sqlite3_column_int64(s, column(8)))));
+    r.output = columnText(s, column(9));
+    if (const auto size = columnInteger(s, column(10)))
+        r.outputFingerprint = ContentFingerprint{*size, toHash(sqlite3_column_int64(s, column(11))),
+                                                 toHash(sqlite3_column_int64(s, column(12)))};
+    r.backup = columnText(s, column(13));
+    r.failure = columnText(s, column(14)).value_or(QString());
+    r.environmentFailure = sqlite3_column_int(s, column(15)) != 0;
+    r.attempts = sqlite3_column_int(s, column(16));
+    return r;
 }
 
 }  // namespace
 
-QString rawValue(ProcessedDecision decision) {
-    switch (decision) {
-        case ProcessedDecision::compressed:
-            return QStringLiteral("compressed");
-        case ProcessedDecision::alreadyOptimal:
-            return QStringLiteral("alreadyOptimal");
-        case ProcessedDecision::existingOutputFresh:
-            return QStringLiteral("existingOutputFresh");
-        case ProcessedDecision::leftAnimated:
-            return QStringLiteral("leftAnimated");
-    }
-    return {};
-}
+struct ProcessedFileRegistry::Statements {
+    Statement find, findByOutput, remember, forget, forgetOutput, count;
+};
 
-std::optional<ProcessedDecision> processedDecisionFromRawValue(const QString& raw) {
-    for (auto decision :
-         {ProcessedDecision::compressed, ProcessedDecision::alreadyOptimal,
-          ProcessedDecision::existingOutputFresh, ProcessedDecision::leftAnimated}) {
-        if (rawValue(decision) == raw) return decision;
-    }
-    return std::nullopt;
-}
-
-void ProcessedFileRegistry::pruneIfNeeded() {
-    if (entries.size() <= registryLimit) return;
-    using Entry = std::pair<QString, ProcessedFileRecord>;
-    std::vector<Entry> ordered(entries.begin(), entries.end());
-    std::stable_sort(ordered.begin(), ordered.end(), [](const Entry& a, const Entry& b) {
-        return a.second.updatedAt > b.second.updatedAt;
-    });
-    ordered.resize(registryLimit);
-    entries = std::map<QString, ProcessedFileRecord>(std::make_move_iterator(ordered.begin()),
-                                                     std::make_move_iterator(ordered.end()));
-}
-
-bool ProcessedFileRegistry::matches(const QString& path, const ContentFingerprint& fingerprint,
-                                    const std::optional<QString>& resourceIdentifier,
-                                    const QString& settingsKey) const {
-    const auto it = entries.find(path);
-    if (it == entries.end()) return false;
-    const ProcessedFileRecord& record = it->second;
-    return record.fingerprint == fingerprint && record.resourceIdentifier == resourceIdentifier &&
-           record.settingsKey == settingsKey;
-}
-
-QByteArray ProcessedFileRegistry::encode() const {
-    // nlohmann::json keeps object keys sorted, which is the order the file is written in.
-    nlohmann::json root;
-    root["version"] = version;
-    root["entries"] = nlohmann::json::object();
-    for (const auto& [path, record] : entries)
-        root["entries"][json::toStd(path)] = encodeRecord(record);
-    return QByteArray::fromStdString(
-        root.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
-}
-
-std::optional<ProcessedFileRegistry> ProcessedFileRegistry::decode(const QByteArray& data) {
-    const auto parsed = json::parse(data);
-    if (!parsed) return std::nullopt;
-    try {
-        ProcessedFileRegistry registry;
-        registry.version = json::required(json::optionalInt(*parsed, "version"), "version");
-        const auto& entries = json::requireObject(requiredMember(*parsed, "entries"));
-        for (const auto& [path, record] : entries.items())
-            registry.entries.emplace(QString::fromStdString(path), decodeRecord(record));
-        return registry;
-    } catch (const std::exception&) {
-        return std::nullopt;
+ProcessedFileRegistry::ProcessedFileRegistry(const QString& path) {
+    if (open(path)) return;
+    // The engine still remembers what it does until it stops.
+    if (db_) sqlite3_close(db_);
+    db_ = nullptr;
+    if (!open(QStringLiteral(":memory:"))) {
+        if (db_) sqlite3_close(db_);
+        db_ = nullptr;
     }
 }
 
-ProcessedFileRegistry ProcessedFileRegistry::load() {
-    const auto data = readWholeFile(veltDataFilePath(registryFileName));
-    if (!data) return {};
-    return decode(*data).value_or(ProcessedFileRegistry{});
+ProcessedFileRegistry::~ProcessedFileRegistry() {
+    statements_.reset();
+    if (db_) sqlite3_close(db_);
 }
 
-void ProcessedFileRegistry::save() const {
-    QString error;
-    try {
-        if (writeFileAtomically(veltDataFilePath(registryFileName), encode(), &error)) return;
-    } catch (const std::exception& exception) {
-        error = QString::fromUtf8(exception.what());
+QString ProcessedFileRegistry::defaultPath() {
+    return veltDataFilePath(registryFileName);
+}
+
+bool ProcessedFileRegistry::open(const QString& path) {
+    const bool inMemory = path == QLatin1String(":memory:");
+    const bool existed = inMemory || QFileInfo::exists(path);
+    if (!inMemory) QDir().mkpath(QFileInfo(path).absolutePath());
+    if (sqlite3_open_v2(path.toUtf8().constData(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                        nullptr) != SQLITE_OK) {
+        logFailure("open");
+        return false;
     }
-    NativeLog::write(QStringLiteral("Processed registry save failed: ") + error);
-}
-
-QString processingSettingsKey(const AppConfig& config) {
-    const QualitySettings& q = config.qualities;
-    QStringList parts = {
-        QStringLiteral("v2"),
-        QStringLiteral("preset:") + rawValue(config.preset),
-        QStringLiteral("format:") + rawValue(config.formatStrategy),
-        QStringLiteral("original:") + rawValue(config.originalPolicy),
-        QStringLiteral("jpeg:") + QString::number(q.jpeg),
-        QStringLiteral("png:") + QString::number(q.png),
-        QStringLiteral("webp:") + QString::number(q.webp),
-        QStringLiteral("avif:") + QString::number(q.avif),
-        QStringLiteral("heic:") + QString::number(q.heic),
+    // Another copy of the program (a batch beside the watcher) may be writing: wait a little.
+    sqlite3_busy_timeout(db_, 5000);
+    // Write-ahead log: each decision is one small append, readers never wait for a writer, and
+    // a crash keeps every committed decision.
+    if (sqlite3_exec(db_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;", nullptr, nullptr,
+                     nullptr) != SQLITE_OK ||
+        sqlite3_exec(db_, schema, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        logFailure("open");
+        return false;
+    }
+    auto statements = std::make_unique<Statements>();
+    const QByteArray select = QByteArrayLiteral("SELECT ") + columns;
+    const QByteArray insert = QByteArrayLiteral("INSERT OR REPLACE INTO files (path, ") + columns +
+                              ") VALUES (?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14,?15,?16,"
+                              "?17,?18)";
+    const std::pair<Statement*, QByteArray> prepared[] = {
+        {&statements->find, select + " FROM files WHERE path = ?1"},
+        {&statements->findByOutput,
+         "SELECT path, " + QByteArray(columns) + " FROM files WHERE output = ?1 LIMIT 1"},
+        {&statements->remember, insert},
+        {&statements->forget, "DELETE FROM files WHERE path = ?1"},
+        {&statements->forgetOutput,
+         "UPDATE files SET output = NULL, output_size = NULL, output_head = NULL, "
+         "output_tail = NULL WHERE path = ?1"},
+        {&statements->count, "SELECT count(*) FROM files"},
     };
-    // The default policy adds nothing, so that files settled before the policy existed keep
-    // their keys: a changed key would make the engine compress its own outputs again.
-    if (config.metadataPolicy != MetadataPolicy::keepWithoutLocation)
-        parts << QStringLiteral("metadata:") + rawValue(config.metadataPolicy);
-    return parts.join(QLatin1Char('|'));
+    for (const auto& [statement, sql] : prepared) {
+        if (sqlite3_prepare_v3(db_, sql.constData(), -1, SQLITE_PREPARE_PERSISTENT,
+                               &statement->handle, nullptr) != SQLITE_OK) {
+            logFailure("open");
+            return false;
+        }
+    }
+    statements_ = std::move(statements);
+    if (!existed) {
+        const QString legacy = QFileInfo(path).dir().filePath(legacyRegistryFileName);
+        if (const auto data = readWholeFile(legacy)) {
+            const auto rows = decodeLegacyRegistry(*data);
+            sqlite3_exec(db_, "BEGIN", nullptr, nullptr, nullptr);
+            if (rows)
+                for (const auto& [file, record] : *rows) remember(file, record);
+            sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+            NativeLog::write(QStringLiteral("Imported %1 records from %2")
+                                 .arg(rows ? rows->size() : 0)
+                                 .arg(legacyRegistryFileName));
+        }
+    }
+    return true;
+}
+
+void ProcessedFileRegistry::logFailure(const char* step) const {
+    NativeLog::write(QStringLiteral("Processed registry save failed: ") + QLatin1String(step) +
+                     QStringLiteral(": ") +
+                     QString::fromUtf8(db_ ? sqlite3_errmsg(db_) : "out of memory"));
+}
+
+std::optional<ProcessedFileRecord> ProcessedFileRegistry::find(const QString& path) const {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return std::nullopt;
+    sqlite3_stmt* s = *statements_->find;
+    bindText(s, 1, path);
+    if (sqlite3_step(s) != SQLITE_ROW) return std::nullopt;
+    return readRecord(s, 0);
+}
+
+std::optional<std::pair<QString, ProcessedFileRecord>> ProcessedFileRegistry::findByOutput(
+    const QString& output) const {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return std::nullopt;
+    sqlite3_stmt* s = *statements_->findByOutput;
+    bindText(s, 1, output);
+    if (sqlite3_step(s) != SQLITE_ROW) return std::nullopt;
+    const auto record = readRecord(s, 1);
+    if (!record) return std::nullopt;
+    return std::pair{*columnText(s, 0), *record};
+}
+
+void ProcessedFileRegistry::remember(const QString& path, const ProcessedFileRecord& record) {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return;
+    sqlite3_stmt* s = *statements_->remember;
+    bindText(s, 1, path);
+    bindRecord(s, record);
+    if (sqlite3_step(s) != SQLITE_DONE) logFailure("write");
+}
+
+void ProcessedFileRegistry::forget(const QString& path) {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return;
+    sqlite3_stmt* s = *statements_->forget;
+    bindText(s, 1, path);
+    if (sqlite3_step(s) != SQLITE_DONE) logFailure("write");
+}
+
+void ProcessedFileRegistry::forgetOutput(const QString& source) {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return;
+    sqlite3_stmt* s = *statements_->forgetOutput;
+    bindText(s, 1, source);
+    if (sqlite3_step(s) != SQLITE_DONE) logFailure("write");
+}
+
+std::int64_t ProcessedFileRegistry::count() const {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return 0;
+    sqlite3_stmt* s = *statements_->count;
+    return sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : 0;
 }
 
 }  // namespace velt

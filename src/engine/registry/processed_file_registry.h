@@ -1,81 +1,63 @@
-// ProcessedFileRegistry: the engine's persistent memory of files it has settled, so that a
-// restart does not examine and re-encode the whole folder, and of which outputs it wrote for which
-// source, so that it never replaces or removes a file it did not write. Stored as
-// "processed-files.json" in the data folder: sorted keys, unsigned 64-bit hashes written exactly,
-// "updatedAt" as seconds since 2001-01-01 UTC.
+// ProcessedFileRegistry: the engine's persistent memory of the files it has settled, one record
+// per source, so that a restart decodes nothing it has handled, and of the outputs it wrote for
+// each source, so that it never replaces or removes a file it did not write. An SQLite database,
+// "processed-files.sqlite" in the data folder: a lookup is an index search however many files
+// it holds, and each decision is written in its own transaction, so a kill or a power cut loses
+// at most the decisions not yet written and never damages the others. The registry file of
+// earlier versions ("processed-files.json") is imported once, the first time the database is
+// made.
 //
-// Only the engine's queue reads or writes it; no lock.
+// Never throws and never shows an error: a database that cannot be opened or written is logged
+// ("Processed registry save failed: …") and the engine goes on with a registry in memory.
+//
+// Thread-safety: every operation may be called from any thread (a batch's workers share one).
 #pragma once
 
-#include "engine/core/content_fingerprint.h"
-#include "model/settings.h"
+#include "engine/registry/processed_file_record.h"
 
-#include <QByteArray>
 #include <QString>
-#include <chrono>
-#include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <utility>
+
+struct sqlite3;
+struct sqlite3_stmt;
 
 namespace velt {
 
-// leftAnimated: an animation, left as it is because a compressed copy keeps one frame.
-enum class ProcessedDecision { compressed, alreadyOptimal, existingOutputFresh, leftAnimated };
+inline const QString registryFileName = QStringLiteral("processed-files.sqlite");
 
-QString rawValue(ProcessedDecision decision);
-std::optional<ProcessedDecision> processedDecisionFromRawValue(const QString& raw);
+class ProcessedFileRegistry {
+  public:
+    // Opens the database at `path` (the data folder's by default), making it when missing.
+    explicit ProcessedFileRegistry(const QString& path = defaultPath());
+    ~ProcessedFileRegistry();
+    ProcessedFileRegistry(const ProcessedFileRegistry&) = delete;
+    ProcessedFileRegistry& operator=(const ProcessedFileRegistry&) = delete;
 
-struct ProcessedFileRecord {
-    ContentFingerprint fingerprint;
-    ProcessedDecision decision = ProcessedDecision::compressed;
-    std::chrono::system_clock::time_point updatedAt;
-    std::optional<QString> resourceIdentifier;
-    std::optional<QString> settingsKey;
-    // For an output the engine wrote beside or instead of its source: that source's path. It is
-    // what makes the output the engine's own to replace or remove later; a file without it is
-    // never touched.
-    std::optional<QString> source;
-    // For a source whose output has another name: that output's path, the name to look at when
-    // the source is processed again.
-    std::optional<QString> output;
+    static QString defaultPath();
 
-    bool operator==(const ProcessedFileRecord&) const = default;
+    // The record of the file at `path` (a standardised absolute path).
+    std::optional<ProcessedFileRecord> find(const QString& path) const;
+    // The source whose recorded output is `output`, with its record.
+    std::optional<std::pair<QString, ProcessedFileRecord>> findByOutput(
+        const QString& output) const;
+    // Writes the record of `path`, replacing an earlier one.
+    void remember(const QString& path, const ProcessedFileRecord& record);
+    void forget(const QString& path);
+    // Clears the output recorded for `source` (the output was removed).
+    void forgetOutput(const QString& source);
+    std::int64_t count() const;
+
+  private:
+    struct Statements;
+    bool open(const QString& path);
+    void logFailure(const char* step) const;
+
+    mutable std::mutex mutex_;
+    sqlite3* db_ = nullptr;                   // guarded by mutex_
+    std::unique_ptr<Statements> statements_;  // guarded by mutex_
 };
-
-inline const QString registryFileName = QStringLiteral("processed-files.json");
-inline constexpr std::size_t registryLimit = 2000;
-
-struct ProcessedFileRegistry {
-    int version = 1;
-    // Keyed by the standardised absolute path of the file.
-    std::map<QString, ProcessedFileRecord> entries;
-
-    // Keeps the registryLimit newest records by updatedAt when there are more.
-    void pruneIfNeeded();
-
-    // Whether the record under `path` settles the file: same fingerprint, same file number
-    // (both absent or equal) and a settings key equal to `settingsKey`. The decision itself is
-    // not consulted.
-    bool matches(const QString& path, const ContentFingerprint& fingerprint,
-                 const std::optional<QString>& resourceIdentifier,
-                 const QString& settingsKey) const;
-
-    QByteArray encode() const;
-    // Nothing when the data is not a registry ("version" and "entries" are required; unknown
-    // keys are ignored).
-    static std::optional<ProcessedFileRegistry> decode(const QByteArray& data);
-
-    // The registry from the data folder; an empty one (version 1), silently, on any failure.
-    static ProcessedFileRegistry load();
-    // Writes the file atomically; a failure is logged ("Processed registry save failed: ...")
-    // and otherwise ignored.
-    void save() const;
-
-    bool operator==(const ProcessedFileRegistry&) const = default;
-};
-
-// "v2|preset:P|format:F|original:O|jpeg:J|png:N|webp:W|avif:A|heic:H" from the settings, plus
-// "|metadata:M" for a metadata policy other than the default: any change of them makes settled
-// files be examined again.
-QString processingSettingsKey(const AppConfig& config);
 
 }  // namespace velt

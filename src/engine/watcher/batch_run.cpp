@@ -18,8 +18,6 @@
 namespace velt {
 namespace {
 
-constexpr int batchRegistrySaveEvery = 32;
-
 // Sources that share a base name may want the same output name (photo.png and photo.heic both
 // becoming photo.jpg): they are handled one after another by one worker, so the naming of one
 // always sees the other's output. Groups keep the listing's order.
@@ -62,11 +60,10 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         context_.files.clear();
         context_.stats = CompressionStats();
         recoverInterruptedWork(*context_.watchDirectory);
-        QSet<QString> compressedOutputs;
         const QString watched = *context_.watchDirectory;
         std::vector<BatchFileResult> unreadableNames;
         const QStringList candidates = supportedFiles(
-            watched, [](const QString&) {}, &compressedOutputs,
+            watched, [](const QString&) {},
             [&](const QByteArray& rawName, const FileSignature& signature) {
                 reportUndecodableNameIfNeeded(watched, rawName, signature);
                 if (!supportedExtensions.contains(lowerExtension(QString::fromUtf8(rawName))))
@@ -79,7 +76,6 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         for (BatchFileResult& result : unreadableNames) record(std::move(result));
 
         // The skip rules decide first, in listing order; the rest is processed.
-        context_.listedCompressedOutputs = std::move(compressedOutputs);
         // A batch is asked for what is there now: every file counts as settled, so it is seen
         // as pending since long enough ago and the stability rule lets it through at once.
         const auto settledSince = EngineClock::now() - timing_.writeStability;
@@ -92,9 +88,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
             else
                 toProcess << file;
         }
-        context_.listedCompressedOutputs.reset();
 
-        context_.registrySaveEvery = batchRegistrySaveEvery;
         if (jobs <= 1 || toProcess.size() <= 1) {
             for (const QString& file : toProcess) {
                 if (lifecycle_.isCancellationRequested()) break;
@@ -104,8 +98,6 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         } else {
             runInParallel(groupsByBaseName(toProcess), jobs, record);
         }
-        context_.saveRegistry();
-        context_.registrySaveEvery = 1;
         context_.files.clear();
     });
     lifecycle_.requestStop();
@@ -115,19 +107,11 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
 
 void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int jobs,
                                      const std::function<void(BatchFileResult)>& record) {
-    SharedRegistry shared;
-    shared.registry = context_.processedRegistry;
     std::atomic<std::size_t> next = 0;
     const auto work = [&] {
-        EngineContext worker(lifecycle_, callbacks);
-        {
-            const std::lock_guard lock(shared.mutex);
-            worker.processedRegistry = shared.registry;
-        }
+        EngineContext worker(lifecycle_, callbacks, context_.processedRegistry);
         worker.config = context_.config;
         worker.watchDirectory = context_.watchDirectory;
-        worker.sharedRegistry = &shared;
-        worker.registrySaveEvery = batchRegistrySaveEvery;
         worker.scratchDirectory = context_.scratchDirectory;
         for (std::size_t group = next++; group < groups.size(); group = next++) {
             for (const QString& file : groups[group]) {
@@ -146,9 +130,6 @@ void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int
         });
     work();  // the queue's own thread is one of the workers
     for (std::thread& thread : threads) thread.join();
-    const std::lock_guard lock(shared.mutex);
-    context_.processedRegistry = shared.registry;
-    context_.unsavedRecords = 1;  // the workers' last records: saved by the caller
 }
 
 }  // namespace velt

@@ -109,40 +109,76 @@ bool hasInterestingExtension(const char* name) {
 
 }  // namespace
 
+namespace {
+
+// Sorts one entry of the open folder: a candidate goes to `candidates`, an unsupported drop is
+// reported, everything else is passed over. `isRegular` decides, without following a link,
+// whether the entry is a regular file.
+void classifyEntry(int folderFd, const char* rawName, const QString& prefix,
+                   const std::function<bool()>& isRegular, QStringList& candidates,
+                   const std::function<void(const QString&)>& reportUnsupported,
+                   const UndecodableNameReport& reportUndecodableName) {
+    // Hidden entries (and "." and "..") go before anything else.
+    if (rawName[0] == '.' || !hasInterestingExtension(rawName) || !isRegular()) return;
+    // A direct child is inside the folder by construction: only its name can exclude it.
+    const QString name = QFile::decodeName(rawName);
+    if (QFile::encodeName(name) != rawName) {
+        if (reportUndecodableName) {
+            if (const auto signature = fileSignatureAt(folderFd, rawName))
+                reportUndecodableName(QByteArray(rawName), *signature);
+        }
+        return;
+    }
+    if (ignoredByName(name)) return;
+    if (supportedExtensions.contains(splitFileName(name).extension.toLower()))
+        candidates << prefix + name;
+    else if (reportUnsupported)
+        reportUnsupported(prefix + name);
+}
+
+QString folderPrefix(const QString& folder) {
+    QString prefix = standardizedPath(folder);
+    if (!prefix.endsWith(QLatin1Char('/'))) prefix += QLatin1Char('/');
+    return prefix;
+}
+
+}  // namespace
+
 QStringList supportedFiles(const QString& folder,
                            const std::function<void(const QString&)>& reportUnsupported,
-                           QSet<QString>* compressedOutputs,
                            const UndecodableNameReport& reportUndecodableName) {
     QStringList candidates;
     // Every child of a folder inside a backup folder is inside it too.
     if (insideBackupFolder(folder)) return candidates;
     const std::unique_ptr<DIR, DirCloser> dir(::opendir(QFile::encodeName(folder).constData()));
     if (!dir) return candidates;
-    QString prefix = standardizedPath(folder);
-    if (!prefix.endsWith(QLatin1Char('/'))) prefix += QLatin1Char('/');
-    while (const dirent* entry = ::readdir(dir.get())) {
-        // The listing skips hidden entries (and "." and "..") before anything else.
-        if (entry->d_name[0] == '.' || !hasInterestingExtension(entry->d_name) ||
-            !isRegularFile(dir.get(), entry))
-            continue;
-        // A direct child is inside the folder by construction: only its name can exclude it.
-        const QString name = QFile::decodeName(entry->d_name);
-        if (QFile::encodeName(name) != entry->d_name) {
-            if (reportUndecodableName) {
-                if (const auto signature = fileSignatureAt(::dirfd(dir.get()), entry->d_name))
-                    reportUndecodableName(QByteArray(entry->d_name), *signature);
-            }
-            continue;
-        }
-        if (ignoredByName(name)) {
-            if (compressedOutputs && isCompressedOutputName(name)) compressedOutputs->insert(name);
-            continue;
-        }
-        if (supportedExtensions.contains(splitFileName(name).extension.toLower()))
-            candidates << prefix + name;
-        else if (reportUnsupported)
-            reportUnsupported(prefix + name);
-    }
+    const QString prefix = folderPrefix(folder);
+    while (const dirent* entry = ::readdir(dir.get()))
+        classifyEntry(
+            ::dirfd(dir.get()), entry->d_name, prefix,
+            [&] { return isRegularFile(dir.get(), entry); }, candidates, reportUnsupported,
+            reportUndecodableName);
+    return candidates;
+}
+
+QStringList candidatesAmong(const QString& folder, const std::vector<QByteArray>& rawNames,
+                            const std::function<void(const QString&)>& reportUnsupported,
+                            const UndecodableNameReport& reportUndecodableName) {
+    QStringList candidates;
+    if (rawNames.empty() || insideBackupFolder(folder)) return candidates;
+    const std::unique_ptr<DIR, DirCloser> dir(::opendir(QFile::encodeName(folder).constData()));
+    if (!dir) return candidates;
+    const QString prefix = folderPrefix(folder);
+    const int fd = ::dirfd(dir.get());
+    for (const QByteArray& rawName : rawNames)
+        classifyEntry(
+            fd, rawName.constData(), prefix,
+            [&] {
+                struct stat info {};
+                return ::fstatat(fd, rawName.constData(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                       S_ISREG(info.st_mode);
+            },
+            candidates, reportUnsupported, reportUndecodableName);
     return candidates;
 }
 

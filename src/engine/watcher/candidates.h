@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
+#include <vector>
 
 namespace velt {
 
@@ -31,16 +32,20 @@ bool shouldIgnore(const QString& file, const QString& folder);
 // The candidate files directly inside `folder`, in directory order: regular files only (symbolic
 // links are never followed), not hidden, not ignored, with a supported extension. Every other
 // regular file that is not ignored and whose extension is in unsupportedDropExtensions is passed
-// to `reportUnsupported` (other files are passed over without a look). When `compressedOutputs` is
-// given, it receives the names of the "_veltcompressed" files seen. A file whose name is not valid
-// UTF-8 (Linux names are bytes) is never a candidate: the program's file operations work on text
-// paths and would reach another name. It is passed to `reportUndecodableName`, when given, with
-// its raw name and its signature. An unreadable folder gives no candidates.
+// to `reportUnsupported` (other files are passed over without a look). A file whose name is not
+// valid UTF-8 (Linux names are bytes) is never a candidate: the program's file operations work on
+// text paths and would reach another name. It is passed to `reportUndecodableName`, when given,
+// with its raw name and its signature. An unreadable folder gives no candidates.
 using UndecodableNameReport =
     std::function<void(const QByteArray& rawName, const FileSignature& signature)>;
 QStringList supportedFiles(const QString& folder,
                            const std::function<void(const QString&)>& reportUnsupported,
-                           QSet<QString>* compressedOutputs = nullptr,
                            const UndecodableNameReport& reportUndecodableName = nullptr);
+
+// The same rules for the entries of `folder` named `rawNames` only (names that file events
+// reported); names that no longer exist are passed over.
+QStringList candidatesAmong(const QString& folder, const std::vector<QByteArray>& rawNames,
+                            const std::function<void(const QString&)>& reportUnsupported,
+                            const UndecodableNameReport& reportUndecodableName = nullptr);
 
 }  // namespace velt

@@ -27,7 +27,6 @@ FolderCompressor::FolderCompressor()
       context_(lifecycle_, callbacks),
       processor_(&process),
       scratch_(QDir::tempPath() + QStringLiteral("/velt-compressor-XXXXXX")) {
-    context_.processedRegistry = ProcessedFileRegistry::load();
     if (scratch_.isValid()) context_.scratchDirectory = scratch_.path();
 }
 
@@ -58,6 +57,7 @@ void FolderCompressor::start(const AppConfig& config, const QString& watchDirect
         context_.sendStats();
         if (fileEventsEnabled_)
             events_ = std::make_unique<FolderEvents>(*context_.watchDirectory, queue_.context());
+        planner_.reset();
         startPolling();
         scheduleScan();
     });
@@ -112,37 +112,48 @@ void FolderCompressor::scheduleScan() {
 }
 
 bool FolderCompressor::scanIsDue() {
-    if (!events_ || !events_->isActive()) return true;
-    if (events_->takeChanged() || lookAgain_) return true;
-    if (context_.files.awaitingLook()) return true;
-    return EngineClock::now() - lastScan_ >= timing_.fullScan;
+    const auto now = EngineClock::now();
+    // Write records that ran out need no look: the file is known by its handled signature, its
+    // record in the registry and its marker from then on.
+    context_.files.expireWrites(now, timing_.recentWriteCooldown, timing_.ownWriteSettling);
+    return planner_.tick(events_.get(), !context_.files.waitingFiles().empty(), now,
+                         timing_.fullScan);
+}
+
+QStringList FolderCompressor::candidatesToLookAt(const QString& folder) {
+    ScanPlanner::Plan plan = planner_.takePlan(folder);
+    const auto unsupported = [this](const QString& file) { reportUnsupportedIfNeeded(file); };
+    const auto undecodable = [this, &folder](const QByteArray& rawName, const FileSignature& sig) {
+        reportUndecodableNameIfNeeded(folder, rawName, sig);
+    };
+    if (plan.listing) {
+        QStringList candidates = supportedFiles(folder, unsupported, undecodable);
+        planner_.listed(candidates);
+        NativeLog::debug(QStringLiteral("Scan ") + folder + QStringLiteral(" files=") +
+                         QString::number(candidates.size()));
+        return candidates;
+    }
+    // Files listed before and files waiting to hold still pass the same rules again: one may
+    // have become a link or a folder since.
+    const auto addName = [&](const QString& path) {
+        plan.names.push_back(QFile::encodeName(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1)));
+    };
+    for (const QString& path : plan.again) addName(path);
+    for (const QString& path : context_.files.waitingFiles()) addName(path);
+    std::ranges::sort(plan.names);
+    plan.names.erase(std::unique(plan.names.begin(), plan.names.end()), plan.names.end());
+    QStringList candidates = candidatesAmong(folder, plan.names, unsupported, undecodable);
+    NativeLog::debug(QStringLiteral("Look ") + folder + QStringLiteral(" files=") +
+                     QString::number(candidates.size()));
+    return candidates;
 }
 
 void FolderCompressor::scan() {
     if (lifecycle_.isCancellationRequested() || !context_.watchDirectory) return;
-    lastScan_ = EngineClock::now();
-    lookAgain_ = false;
-    const QString folder = *context_.watchDirectory;
-    QSet<QString> compressedOutputs;
-    const QStringList candidates = supportedFiles(
-        folder, [this](const QString& file) { reportUnsupportedIfNeeded(file); },
-        &compressedOutputs,
-        [this, &folder](const QByteArray& rawName, const FileSignature& sig) {
-            reportUndecodableNameIfNeeded(folder, rawName, sig);
-        });
-    NativeLog::debug(QStringLiteral("Scan ") + folder + QStringLiteral(" files=") +
-                     QString::number(candidates.size()));
-    // The skip rules look for a settled file's stale outputs only among the names listed here.
-    context_.listedCompressedOutputs = std::move(compressedOutputs);
-    const struct ForgetListing {
-        EngineContext& context;
-        ~ForgetListing() { context.listedCompressedOutputs.reset(); }
-    } forgetListing{context_};
-    for (const QString& file : candidates) {
+    for (const QString& file : candidatesToLookAt(*context_.watchDirectory)) {
         if (lifecycle_.isCancellationRequested()) return;
         if (shouldSkip(context_, timing_, file)) continue;
-        // What a file's processing decided (or deferred) is confirmed by the next listing.
-        lookAgain_ = true;
+        planner_.lookAgain(file);
         if (!processCandidate(file)) return;
     }
 }

@@ -18,6 +18,7 @@
 #include "engine/watcher/engine_timing.h"
 #include "engine/watcher/folder_events.h"
 #include "engine/watcher/folder_lock.h"
+#include "engine/watcher/scan_planner.h"
 #include "engine/watcher/serial_queue.h"
 
 #include <QString>
@@ -92,9 +93,10 @@ class FolderCompressor {
   private:
     void startPolling();
     void scheduleScan();
-    // Whether a poll tick must list the folder: something changed, bookkeeping is waiting for
-    // a later look, a full scan is due, or there are no file events to tell.
+    // Whether a poll tick needs a scan (see ScanPlanner).
     bool scanIsDue();
+    // The files the scan now starting looks at: the whole listing or the planner's names.
+    QStringList candidatesToLookAt(const QString& folder);
     void scan();
     // Processes one candidate as a scan does; false when the scan must end (cancellation).
     bool processCandidate(const QString& file);
@@ -124,8 +126,7 @@ class FolderCompressor {
     QTimer* workItem_ = nullptr;  // the debounced scan; lives on the queue
     std::unique_ptr<FolderEvents> events_;  // queue-owned
     std::unique_ptr<FolderLock> lock_;      // held while running or in a batch
-    EngineClock::time_point lastScan_;
-    bool lookAgain_ = false;  // the last scan processed a file: the next tick lists again
+    ScanPlanner planner_;                   // queue-owned
     bool fileEventsEnabled_ = true;
 };
 

@@ -1,16 +1,21 @@
-// FolderEvents: inotify on the watched folder, used only to tell whether anything changed since
-// the last scan, so that a poll tick with nothing to do lists nothing. The poll, debounce and
-// stability rules stay as they are; events never start processing by themselves.
+// FolderEvents: inotify on the watched folder, used only to tell which entries changed since the
+// last look, so that a poll tick with nothing to do lists nothing and a tick after a change looks
+// at the changed names only. The poll, debounce and stability rules stay as they are; events
+// never start processing by themselves.
 //
 // Without inotify (the watch limit reached, a file system that has no events) `isActive` is
-// false and the engine polls every tick as before. An event-queue overflow counts as a change.
+// false and the engine lists the folder every tick. An event-queue overflow, too many names, or
+// the folder itself moved or deleted count as "everything may have changed"; a watch that ended
+// is set up again on the next look.
 //
 // Lives on the engine's queue: create, read and destroy it there only.
 #pragma once
 
+#include <QByteArray>
 #include <QObject>
 #include <QString>
 #include <memory>
+#include <vector>
 
 class QSocketNotifier;
 
@@ -26,15 +31,25 @@ class FolderEvents {
     FolderEvents& operator=(const FolderEvents&) = delete;
 
     bool isActive() const { return fd_ >= 0; }
-    // Whether an event (or an overflow) arrived since the last takeChanged(); resets the flag.
-    // Always true while inactive.
-    bool takeChanged();
+
+    struct Changes {
+        bool everything = false;
+        std::vector<QByteArray> names;  // raw entry names, each once
+        bool any() const { return everything || !names.empty(); }
+    };
+    // What changed since the last call (events not yet delivered included); resets. The first
+    // call after construction reports everything. Always everything while inactive.
+    Changes takeChanges();
 
   private:
     void drain();
+    void watch();
 
+    QByteArray folder_;
+    QObject* parent_;
     int fd_ = -1;
-    bool changed_ = true;  // the first tick after a start always scans
+    int watch_ = -1;
+    Changes changes_{true, {}};
     std::unique_ptr<QSocketNotifier> notifier_;
 };
 

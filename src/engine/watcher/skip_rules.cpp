@@ -6,29 +6,43 @@
 namespace velt {
 namespace {
 
-void removeStaleOutputsOf(EngineContext& context, const QString& file) {
-    // Nothing to look for when the listing saw no compressed output at all (the common case).
-    if (context.listedCompressedOutputs && context.listedCompressedOutputs->isEmpty()) return;
-    if (const auto predicted = predictedOutputURL(context, file))
-        removeStaleCompressedOutputs(
-            context, file, *predicted,
-            context.listedCompressedOutputs ? &*context.listedCompressedOutputs : nullptr);
-}
-
+// The registry settles the file when its record still describes it (same signature, or same
+// content and file number), or when it is an output the engine wrote for another source and
+// still holds what was written. Settings are not consulted: they act on new files only.
 bool settledByRegistry(EngineContext& context, const QString& file, const QString& key,
                        const FileSignature& signature) {
-    if (!context.processedRegistry.entries.contains(key)) return false;
-    const auto fingerprint = contentFingerprint(file);
-    return fingerprint &&
-           context.processedRegistry.matches(key, *fingerprint, signature.resourceIdentifier,
-                                             context.processingSettingsKey()) &&
-           registryCanSkip(context, file);
+    const ProcessedFileRegistry& registry = *context.processedRegistry;
+    std::optional<std::optional<ContentFingerprint>> present;
+    const auto fingerprint = [&] {
+        if (!present) present = contentFingerprint(file);
+        return *present;
+    };
+    if (const auto record = registry.find(key)) {
+        if (record->describes(signature)) return registryCanSkip(context, file, *record);
+        if (const auto now = fingerprint();
+            now && record->describes(*now, signature.resourceIdentifier)) {
+            // Touched, not changed: the next look needs no read.
+            ProcessedFileRecord touched = *record;
+            touched.modifiedAt = signature.modifiedAt;
+            touched.createdAt = signature.attributeModifiedAt;
+            context.processedRegistry->remember(key, touched);
+            return registryCanSkip(context, file, touched);
+        }
+    }
+    const auto owner = registry.findByOutput(key);
+    return owner && owner->second.outputFingerprint &&
+           fingerprint() == owner->second.outputFingerprint;
 }
 
 }  // namespace
 
-bool registryCanSkip(const EngineContext& context, const QString& file) {
+bool registryCanSkip(const EngineContext& context, const QString& file,
+                     const ProcessedFileRecord& record) {
     if (context.config.originalPolicy == OriginalPolicy::replace) return true;
+    if (record.output) return existingOutputIsFresh(context.config, file, *record.output);
+    // Nothing was written for it (already optimal, an animation), or, in an older record, the
+    // output is where the name says.
+    if (record.decision != ProcessedDecision::existingOutputFresh) return true;
     const auto predicted = predictedOutputURL(context, file);
     return predicted && existingOutputIsFresh(context.config, file, *predicted);
 }
@@ -40,18 +54,16 @@ bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QStrin
     if (!signature) return true;
     FileStates& files = context.files;
     if (files.failedBefore(key, *signature)) return true;
+    // Unchanged since it was handled: nothing to read. (Stale outputs of a settled source are
+    // not looked for here: a change of settings does not make its output stale.)
+    if (files.isHandled(key, *signature)) return true;
     // The engine's own output stays untouched until its content shows someone replaced it.
     if (files.checkOwnWrite(key, *signature, now, timing.ownWriteSettling, [&] {
             return contentFingerprint(file);
         }) == FileStates::OwnWriteCheck::ownUntouched)
         return true;
     if (files.recentlyWritten(key, *signature, now, timing.recentWriteCooldown)) return true;
-    if (files.isHandled(key, *signature)) {
-        removeStaleOutputsOf(context, file);
-        return true;
-    }
     if (settledByRegistry(context, file, key, *signature)) {
-        removeStaleOutputsOf(context, file);
         files.markHandled(key, *signature);
         return true;
     }

@@ -15,8 +15,10 @@ namespace velt {
 bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QString& file,
                 EngineClock::time_point now = EngineClock::now());
 
-// The registry may only settle a kept original while its compressed sibling still exists and
-// is fresh; a replaced original is settled by its record alone.
-bool registryCanSkip(const EngineContext& context, const QString& file);
+// The registry may only settle a kept original while the output recorded for it still exists and
+// is fresh; a file nothing was written for, and a replaced original, are settled by the record
+// alone.
+bool registryCanSkip(const EngineContext& context, const QString& file,
+                     const ProcessedFileRecord& record);
 
 }  // namespace velt

@@ -66,7 +66,7 @@ TEST_F(NamingTest, TheFirstChoiceIsTakenOnlyWhenFreeOrTheEnginesOwnForThisSource
     };
     for (const Row& row : rows) {
         QTemporaryDir fresh;
-        context.processedRegistry.entries.clear();
+        context.processedRegistry = std::make_shared<ProcessedFileRegistry>(u":memory:"_s);
         context.config.originalPolicy = row.policy;
         const QString source = QDir(fresh.path()).filePath(u"photo.png"_s);
         writeFile(source, "source");
@@ -78,13 +78,9 @@ TEST_F(NamingTest, TheFirstChoiceIsTakenOnlyWhenFreeOrTheEnginesOwnForThisSource
         if (row.occupant != nothing && first != source) {
             writeFile(first, "occupant");
             setAge(first, row.occupant == usersOlderFile ? 200 : 10);
-            if (row.occupant == ownOutput)
-                context.rememberProcessed(first, ProcessedDecision::compressed,
-                                          {source, std::nullopt});
+            if (row.occupant == ownOutput) recordOutput(source, first);
             if (row.occupant == otherSourcesOutput)
-                context.rememberProcessed(
-                    first, ProcessedDecision::compressed,
-                    {QDir(fresh.path()).filePath(u"photo.heic"_s), std::nullopt});
+                recordOutput(QDir(fresh.path()).filePath(u"photo.heic"_s), first);
         }
         const QString output = outputPath(context, source, ImageFormat::png, row.target);
         EXPECT_EQ(QFileInfo(output).fileName().toStdString(), row.expected) << &row - rows;
@@ -97,7 +93,7 @@ TEST_F(NamingTest, OwnOutputChangedByTheUserIsNoLongerTheEngines) {
     writeFile(source, "source");
     setAge(source, 10);
     writeFile(output, "what the engine wrote");
-    context.rememberProcessed(output, ProcessedDecision::compressed, {source, std::nullopt});
+    recordOutput(source, output);
     EXPECT_TRUE(isOwnOutputOf(context, output, source));
     EXPECT_FALSE(isOwnOutputOf(context, output, file(u"a.webp"_s)));
     writeFile(output, "the user's own edit of it");
@@ -115,7 +111,7 @@ TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
         QTemporaryDir fresh;
         const QDir dir(fresh.path());
         context.watchDirectory = fresh.path();
-        context.processedRegistry.entries.clear();
+        context.processedRegistry = std::make_shared<ProcessedFileRegistry>(u":memory:"_s);
         context.files.clear();
         context.config.originalPolicy = policy;
         context.config.formatStrategy = FormatStrategy::jpeg;

@@ -71,9 +71,11 @@ TEST_F(PipelineTest, KeepPolicyWritesAVerifiedSiblingAndRemembersBoth) {
     EXPECT_EQ(context.files.checkOwnWrite(output, *fileSignature(output), EngineClock::now(), 0ms,
                                           [&] { return contentFingerprint(output); }),
               FileStates::OwnWriteCheck::ownUntouched);
-    EXPECT_EQ(context.processedRegistry.entries.at(output).decision, ProcessedDecision::compressed);
-    EXPECT_EQ(context.processedRegistry.entries.at(source).decision,
-              ProcessedDecision::existingOutputFresh);
+    const auto record = context.processedRegistry->find(source);
+    ASSERT_TRUE(record);
+    EXPECT_EQ(context.processedRegistry->count(), 1) << "one record per source";
+    EXPECT_EQ(record->output, output);
+    EXPECT_EQ(record->outputFingerprint, contentFingerprint(output));
     EXPECT_EQ(context.stats.progress, 100);
 }
 
@@ -134,15 +136,19 @@ TEST_F(PipelineTest, TransparentPNGConvertedToWebPKeepsItsAlpha) {
     EXPECT_EQ(decoded->pixel(199, 149)[3], 255);  // the rest stays opaque
 }
 
-TEST_F(PipelineTest, AFreshOutputSettlesTheSourceWithoutEncoding) {
-    const QString source = photoJPEG(u"done.jpg"_s);
+// Before anything is decoded: a source that cannot even be decoded is settled.
+TEST_F(PipelineTest, AFreshOutputSettlesTheSourceWithoutDecoding) {
+    const QString source = file(u"done.jpg"_s);
+    testing::writeFile(source, "not a picture at all");
     testing::writeFile(file(u"done_veltcompressed.jpg"_s), "already there");
     const FolderCompressionResult result = process(context, source);
     EXPECT_FALSE(result.didWrite);
     EXPECT_FALSE(result.historyEntry);
     EXPECT_EQ(testing::readFile(file(u"done_veltcompressed.jpg"_s)), "already there");
-    EXPECT_EQ(context.processedRegistry.entries.at(source).decision,
-              ProcessedDecision::existingOutputFresh);
+    const auto record = context.processedRegistry->find(source);
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->decision, ProcessedDecision::existingOutputFresh);
+    EXPECT_EQ(record->outputFingerprint, std::nullopt) << "a file of unknown origin became ours";
 }
 
 // Broken and hostile input costs a header read, changes nothing and leaves no temporary file.

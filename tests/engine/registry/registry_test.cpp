@@ -1,13 +1,15 @@
 #include "engine/core/content_fingerprint.h"
 #include "engine/core/errors.h"
+#include "engine/registry/legacy_registry_file.h"
 #include "engine/registry/processed_file_registry.h"
 #include "support/test_environment.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <QDir>
-#include <QSet>
 #include <QTemporaryDir>
-#include <functional>
 
 namespace velt {
 namespace {
@@ -16,14 +18,14 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::system_clock;
 using namespace Qt::StringLiterals;
 
-// 2001-01-01 00:00:00 UTC, the zero of the stored dates.
+// 2001-01-01 00:00:00 UTC, the zero of the legacy file's dates.
 const Clock::time_point reference{978'307'200s};
 
-ProcessedFileRecord record(Clock::time_point updatedAt = reference) {
+ProcessedFileRecord record(int n = 0) {
     ProcessedFileRecord r;
-    r.fingerprint = {1234, 0x0123456789abcdefULL, 0xfedcba9876543210ULL};
+    r.fingerprint = {1234 + n, 0x0123456789abcdefULL, 0xfedcba9876543210ULL};
     r.decision = ProcessedDecision::compressed;
-    r.updatedAt = updatedAt;
+    r.updatedAt = Clock::time_point{1'772'000'000s} + 123'456us;
     r.resourceIdentifier = u"1048577"_s;
     r.settingsKey = u"v2|preset:balanced"_s;
     return r;
@@ -52,35 +54,92 @@ TEST(Fingerprint, HeadAndTailBlocksAndDigest) {
     EXPECT_THROW(sha256Digest(dir.filePath(u"missing"_s)), FileSystemError);
 }
 
-TEST(ProcessedRegistry, ExactTextAndRoundTrip) {
+// Every field comes back exactly from a new connection (hashes over the whole unsigned range,
+// dates to the nanosecond, absent fields absent); outputs are found by their own path.
+TEST(ProcessedRegistry, RecordsSurviveReopeningExactly) {
     testing::IsolatedDataFolder data;
-    ProcessedFileRegistry registry;
-    auto b = record(reference + 1500ms);
-    b.fingerprint = {10, 0x8000000000000001ULL, 0xffffffffffffffffULL};
-    b.decision = ProcessedDecision::alreadyOptimal;
-    b.settingsKey.reset();
-    auto a = record(Clock::time_point{});  // the Unix epoch, before the reference date
-    a.fingerprint = {7, 2, 3};
-    a.decision = ProcessedDecision::existingOutputFresh;
-    a.resourceIdentifier.reset();
-    registry.entries[u"/p/b.jpg"_s] = b;
-    registry.entries[u"/p/a.jpg"_s] = a;
-    EXPECT_EQ(registry.encode().toStdString(),
-              R"({"entries":{"/p/a.jpg":{"decision":"existingOutputFresh",)"
-              R"("fingerprint":{"headHash":2,"size":7,"tailHash":3},)"
-              R"("settingsKey":"v2|preset:balanced","updatedAt":-978307200.0},)"
-              R"("/p/b.jpg":{"decision":"alreadyOptimal","fingerprint":{"headHash":)"
-              R"(9223372036854775809,"size":10,"tailHash":18446744073709551615},)"
-              R"("resourceIdentifier":"1048577","updatedAt":1.5}},"version":1})");
-    registry.entries[u"/home/u/Фото/IMG 1.HEIC"_s] =
-        record(Clock::time_point{1'772'000'000s} + 123'456us);
-    registry.save();
-    EXPECT_EQ(ProcessedFileRegistry::load(), registry);
+    ProcessedFileRecord full = record();
+    full.fingerprint = {10, 0x8000000000000001ULL, 0xffffffffffffffffULL};
+    full.modifiedAt = FileTime(1'772'000'000'123'456'789ns);
+    full.createdAt = FileTime(-5ns);
+    full.output = u"/p/Фото 1_veltcompressed.webp"_s;
+    full.outputFingerprint = ContentFingerprint{7, 0, ~0ULL};
+    full.backup = u"/p/.velt-compressor-backups/2026-01-01/Фото 1.original.png"_s;
+    ProcessedFileRecord failed;
+    failed.decision = ProcessedDecision::failed;
+    failed.failure = u"No space left on device"_s;
+    failed.environmentFailure = true;
+    failed.attempts = 3;
+    {
+        ProcessedFileRegistry registry;
+        registry.remember(u"/p/Фото 1.png"_s, full);
+        registry.remember(u"/p/b.jpg"_s, failed);
+        registry.remember(u"/p/c.jpg"_s, record(1));
+        registry.forget(u"/p/c.jpg"_s);
+    }
+    ProcessedFileRegistry reopened;
+    EXPECT_EQ(reopened.count(), 2);
+    EXPECT_EQ(reopened.find(u"/p/Фото 1.png"_s), full);
+    EXPECT_EQ(reopened.find(u"/p/b.jpg"_s), failed);
+    EXPECT_EQ(reopened.find(u"/p/c.jpg"_s), std::nullopt);
+    const auto owner = reopened.findByOutput(*full.output);
+    ASSERT_TRUE(owner);
+    EXPECT_EQ(owner->first, u"/p/Фото 1.png"_s);
+    reopened.forgetOutput(u"/p/Фото 1.png"_s);
+    EXPECT_EQ(reopened.findByOutput(*full.output), std::nullopt);
+    EXPECT_EQ(reopened.find(u"/p/Фото 1.png"_s)->backup, full.backup);
 }
 
-TEST(ProcessedRegistry, BrokenFilesLoadEmptyUnknownKeysAreIgnored) {
+// Each decision is written when it is made: a program killed right after keeps all of them.
+TEST(ProcessedRegistry, AKilledProgramLosesNoDecision) {
     testing::IsolatedDataFolder data;
-    const QString file = data.file(registryFileName);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ProcessedFileRegistry registry;
+        for (int i = 0; i < 200; ++i) registry.remember(u"/p/%1.jpg"_s.arg(i), record(i));
+        ::kill(::getpid(), SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ProcessedFileRegistry registry;
+    EXPECT_EQ(registry.count(), 200);
+    EXPECT_EQ(registry.find(u"/p/199.jpg"_s), record(199));
+}
+
+// The JSON registry of earlier versions is carried over once, one record per source.
+TEST(ProcessedRegistry, TheLegacyFileIsImportedOnce) {
+    testing::IsolatedDataFolder data;
+    testing::writeFile(
+        data.file(legacyRegistryFileName),
+        R"({"version":1,"entries":{)"
+        R"("/p/a.png":{"decision":"existingOutputFresh","output":"/p/a_veltcompressed.jpg",)"
+        R"("fingerprint":{"headHash":1,"size":2,"tailHash":3},"updatedAt":1.5},)"
+        R"("/p/a_veltcompressed.jpg":{"decision":"compressed","source":"/p/a.png",)"
+        R"("fingerprint":{"headHash":4,"size":5,"tailHash":6},"updatedAt":1.5},)"
+        R"("/p/gone.heic.jpg":{"decision":"compressed","source":"/p/gone.heic",)"
+        R"("fingerprint":{"headHash":7,"size":8,"tailHash":9},"updatedAt":1.5}}})");
+    {
+        ProcessedFileRegistry registry;
+        EXPECT_EQ(registry.count(), 2);
+        const auto a = registry.find(u"/p/a.png"_s);
+        ASSERT_TRUE(a);
+        EXPECT_EQ(a->fingerprint, (ContentFingerprint{2, 1, 3}));
+        EXPECT_EQ(a->updatedAt, reference + 1500ms);
+        EXPECT_EQ(a->outputFingerprint, (ContentFingerprint{5, 4, 6}));
+        const auto gone = registry.findByOutput(u"/p/gone.heic.jpg"_s);
+        ASSERT_TRUE(gone);
+        EXPECT_EQ(gone->first, u"/p/gone.heic"_s);
+        EXPECT_EQ(gone->second.fingerprint, ContentFingerprint{});
+        registry.forget(u"/p/a.png"_s);
+    }
+    EXPECT_EQ(ProcessedFileRegistry().count(), 1) << "imported a second time";
+    EXPECT_TRUE(testing::readFile(data.file(u"native.log"_s))
+                    .contains("Imported 2 records from processed-files.json"));
+}
+
+TEST(ProcessedRegistry, BrokenLegacyFilesAreNotRead) {
     const std::string valid =
         R"({"version":1,"future":[1],"entries":{"/a.jpg":{"decision":"compressed","note":null,)"
         R"("fingerprint":{"headHash":1,"size":2,"tailHash":3,"mid":9},"updatedAt":-0.5}}})";
@@ -101,63 +160,32 @@ TEST(ProcessedRegistry, BrokenFilesLoadEmptyUnknownKeysAreIgnored) {
         replaced(R"(-0.5)", R"(1e300)"),
         replaced(R"("note":null)", R"("resourceIdentifier":42)"),
     };
-    for (const std::string& text : broken) {
-        SCOPED_TRACE(text);
-        testing::writeFile(file, QByteArray::fromStdString(text));
-        EXPECT_EQ(ProcessedFileRegistry::load(), ProcessedFileRegistry{});
-    }
-    testing::writeFile(file, QByteArray::fromStdString(valid));
-    ProcessedFileRecord expected;
-    expected.fingerprint = {2, 1, 3};
-    expected.decision = ProcessedDecision::compressed;
-    expected.updatedAt = reference - 500ms;
-    EXPECT_EQ(ProcessedFileRegistry::load().entries,
-              (std::map<QString, ProcessedFileRecord>{{u"/a.jpg"_s, expected}}));
+    for (const std::string& text : broken)
+        EXPECT_EQ(decodeLegacyRegistry(QByteArray::fromStdString(text)), std::nullopt) << text;
+    const auto rows = decodeLegacyRegistry(QByteArray::fromStdString(valid));
+    ASSERT_TRUE(rows);
+    EXPECT_EQ(rows->at(u"/a.jpg"_s).updatedAt, reference - 500ms);
 }
 
-TEST(ProcessedRegistry, PruningDropsTheOldestOnly) {
-    for (const int oldest : {0, 777, 2000}) {
-        ProcessedFileRegistry registry;
-        for (int i = 0; i <= 2000; ++i)
-            registry.entries[u"/f/%1"_s.arg(i)] = record(reference + (i == oldest ? -1s : 5s));
-        registry.pruneIfNeeded();
-        EXPECT_EQ(registry.entries.size(), registryLimit);
-        EXPECT_FALSE(registry.entries.contains(u"/f/%1"_s.arg(oldest))) << oldest;
-        const auto full = registry;
-        registry.pruneIfNeeded();
-        EXPECT_EQ(registry, full);
-    }
-}
-
-TEST(ProcessedRegistry, SaveFailureIsLogged) {
+// Without a writable data folder the engine still remembers, until it stops, and says so once.
+TEST(ProcessedRegistry, AnUnwritableDataFolderFallsBackToMemory) {
     testing::IsolatedDataFolder data;
-    ASSERT_TRUE(QDir().mkpath(data.file(registryFileName)));  // a folder in the file's place
+    ASSERT_TRUE(QDir().mkpath(data.file(registryFileName) + u"/x"_s));  // a folder in its place
     ProcessedFileRegistry registry;
-    registry.entries[u"/a"_s] = record();
-    registry.save();
+    registry.remember(u"/a"_s, record());
+    EXPECT_EQ(registry.find(u"/a"_s), record());
     const QByteArray log = testing::readFile(data.file(u"native.log"_s));
     EXPECT_EQ(log.count("] Processed registry save failed: "), 1) << log.toStdString();
 }
 
-TEST(ProcessedRegistry, SettingsKeyNamesEverySetting) {
+// Output markers carry the key, and earlier versions compare it with theirs.
+TEST(ProcessedRegistry, SettingsKeyKeepsItsForm) {
     AppConfig c;
     EXPECT_EQ(processingSettingsKey(c),
               u"v2|preset:balanced|format:automatic|original:backup|"
               u"jpeg:76|png:82|webp:78|avif:50|heic:72"_s);
-    // Changed one after another, every setting must give a key not seen before.
-    QSet<QString> keys = {processingSettingsKey(c)};
-    for (const auto& change : std::initializer_list<std::function<void()>>{
-             [&] { c.preset = CompressionPreset::custom; },
-             [&] { c.formatStrategy = FormatStrategy::webp; },
-             [&] { c.originalPolicy = OriginalPolicy::replace; }, [&] { c.qualities.jpeg = 77; },
-             [&] { c.qualities.png = 100; }, [&] { c.qualities.webp = 0; },
-             [&] { c.qualities.avif = 51; }, [&] { c.qualities.heic = 7; },
-             [&] { c.metadataPolicy = MetadataPolicy::keepAll; },
-             [&] { c.metadataPolicy = MetadataPolicy::strip; }}) {
-        change();
-        EXPECT_FALSE(keys.contains(processingSettingsKey(c)));
-        keys.insert(processingSettingsKey(c));
-    }
+    c.metadataPolicy = MetadataPolicy::strip;
+    EXPECT_TRUE(processingSettingsKey(c).endsWith(u"|metadata:strip"_s));
 }
 
 }  // namespace

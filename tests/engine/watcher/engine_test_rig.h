@@ -46,6 +46,14 @@ bool eventually(Condition condition, std::chrono::milliseconds timeout = 5000ms)
 struct ContextRig {
     ContextRig() { context.watchDirectory = folder.path(); }
     QString file(const QString& name) const { return QDir(folder.path()).filePath(name); }
+    // Records `output`, as it is now, as the engine's output of `source`.
+    void recordOutput(const QString& source, const QString& output) {
+        auto record =
+            context.recordOf(source, ProcessedDecision::compressed).value_or(ProcessedFileRecord{});
+        record.output = standardizedPath(output);
+        record.outputFingerprint = contentFingerprint(output);
+        context.remember(source, record);
+    }
 
     IsolatedDataFolder data;
     QTemporaryDir folder;
