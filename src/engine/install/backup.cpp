@@ -6,9 +6,11 @@
 #include "engine/install/backup_name.h"
 #include "engine/install/file_operations.h"
 #include "model/format.h"
+#include "model/native_log.h"
 
 #include <sys/stat.h>
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <cerrno>
 
@@ -73,7 +75,44 @@ void verifyCopy(const QString& copy, const SourceVersion& expected) {
     }
 }
 
+// The backup names of the file `fileName` in `folder`: base.original[-S[-n]].ext.
+QStringList backupNamesIn(const QString& folder, const QString& fileName) {
+    const FileNameParts parts = splitFileName(fileName);
+    const QString prefix = fittedFileName(parts.base, QStringLiteral(".original"));
+    const QString suffix =
+        parts.extension.isEmpty() ? QString() : QLatin1Char('.') + parts.extension;
+    QStringList names;
+    for (const QString& name :
+         QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks)) {
+        if (name.startsWith(prefix) && name.endsWith(suffix) && !name.startsWith(QLatin1Char('.')))
+            names << QDir(folder).filePath(name);
+    }
+    return names;
+}
+
 }  // namespace
+
+std::optional<QString> findBackup(const QString& source, const QByteArray& digest,
+                                  const QString& watchDirectory, std::optional<std::int64_t> size) {
+    const QString relative = relativeBackupPath(source, watchDirectory);
+    if (relative.isEmpty() || digest.isEmpty()) return std::nullopt;
+    const qsizetype slash = relative.lastIndexOf(QLatin1Char('/'));
+    const QString subfolder = slash < 0 ? QString() : relative.left(slash);
+    const QDir backups(joinPath(watchDirectory, backupDirName));
+    for (const QString& day :
+         backups.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks)) {
+        const QString folder = joinPath(backups.filePath(day), subfolder);
+        for (const QString& candidate : backupNamesIn(folder, relative.mid(slash + 1))) {
+            try {
+                if (size && fileSize(candidate) != *size) continue;
+                if (sha256Digest(candidate) == digest) return candidate;
+            } catch (const std::exception&) {
+                // Unreadable: not a backup to rely on.
+            }
+        }
+    }
+    return std::nullopt;
+}
 
 QString freeBackupPath(const QString& folder, const QString& fileName,
                        const std::function<qint64()>& clock) {
@@ -98,6 +137,13 @@ QString backup(const QString& source, const SourceVersion& expected,
     if (relative.isEmpty())
         throw FileSystemError(FileSystemError::noSuchFile,
                               QStringLiteral("Cannot back up %1: it is not a file").arg(source));
+    // A run killed between its backup and its install left a verified copy of this very content:
+    // it is the backup, not a second one.
+    if (const auto existing =
+            findBackup(source, expected.digest, *watchDirectory, expected.signature.size)) {
+        NativeLog::write(QStringLiteral("Backup reused ") + *existing);
+        return *existing;
+    }
     const qsizetype slash = relative.lastIndexOf(QLatin1Char('/'));
     const QString day = joinPath(joinPath(*watchDirectory, backupDirName), isoDay());
     const QString folder = slash < 0 ? day : joinPath(day, relative.left(slash));

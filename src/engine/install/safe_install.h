@@ -48,7 +48,15 @@ void replaceConvertedOriginalSafely(const QString& tempPath, const QString& outp
 // base.original.ext (or base.original-<ms>[-n].ext when taken) and verifies the copy's size and
 // SHA-256 against `expected`. Returns the copy's path. A copy that does not verify is removed
 // and sourceChanged is thrown. Throws FileSystemError(noSuchFile) without a watched folder.
+// A verified backup of the same content already there (from a run killed before its install, on
+// any day) is returned instead of making a second.
 QString backup(const QString& source, const SourceVersion& expected,
                const std::optional<QString>& watchDirectory);
+
+// A backup of `source` (by its path relative to the watched folder) in any day's folder whose
+// SHA-256 is `digest` (and whose size is `size`, when given); nothing when there is none.
+std::optional<QString> findBackup(const QString& source, const QByteArray& digest,
+                                  const QString& watchDirectory,
+                                  std::optional<std::int64_t> size = std::nullopt);
 
 }  // namespace velt

@@ -320,6 +320,14 @@ TEST(BackupTest, FaithfulCopyUnderTheDayAndTheRelativePath) {
                                                 QStringLiteral(".original-") + stamp));
         EXPECT_GE(stamp.toLongLong(), before);
         EXPECT_LE(stamp.toLongLong(), after);
+
+        // The same content once more (a run killed between its backup and its install): the
+        // backup made then, also when it was made on another day, and no second one.
+        EXPECT_EQ(backup(source, sourceVersion(source), watched.path()), second);
+        const QString earlier = QString(second).replace(isoDay(), QStringLiteral("2001-01-01"));
+        ASSERT_TRUE(QDir().mkpath(parentFolder(earlier)) && QFile::rename(second, earlier));
+        EXPECT_EQ(backup(source, sourceVersion(source), watched.path()), earlier);
+        EXPECT_FALSE(QFileInfo::exists(second));
     }
 }
 
