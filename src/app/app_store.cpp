@@ -294,6 +294,29 @@ void AppStore::openBackupDirectory() {
         text(QStringLiteral("Понятно"), QStringLiteral("OK")), nullptr);
 }
 
+void AppStore::compressFolderAgain(QObject* window) {
+    if (!resolvedWatchDirectory()) {
+        showMissingFolderAlert();
+        return;
+    }
+    if (!presenter_ ||
+        !presenter_->confirm(
+            text(QStringLiteral("Сжать папку заново?"),
+                 QStringLiteral("Compress the folder again?")),
+            text(QStringLiteral("Все фото в папке будут сжаты заново с текущими настройками: из "
+                                "исходников, а заменённые — из их резервных копий. Прежние "
+                                "сжатые копии будут заменены."),
+                 QStringLiteral("Every photo in the folder will be compressed again with the "
+                                "current settings: from its original, or from the backup of a "
+                                "replaced one. The compressed copies made before are replaced.")),
+            text(QStringLiteral("Сжать заново"), QStringLiteral("Compress again")),
+            text(QStringLiteral("Отмена"), QStringLiteral("Cancel")), window))
+        return;
+    NativeLog::write(QStringLiteral("Compress the folder again requested"));
+    compressor_->compressAgain();
+    if (!compressor_->isRunning()) start();
+}
+
 void AppStore::clearBackups(QObject* window) {
     const auto folder = resolvedWatchDirectory();
     if (!folder) {

@@ -89,6 +89,10 @@ class AppStore : public QObject {
     void openWatchDirectory();
     void openBackupDirectory();
     void clearBackups(QObject* window = nullptr);
+    // "Compress the folder again": after the user confirms, every photo in the stored folder is
+    // compressed again with the settings in force, from its original (see
+    // FolderCompressor::compressAgain); the engine is started when it is not running.
+    void compressFolderAgain(QObject* window = nullptr);
 
     void setAutostart(bool on);
     void setShowMenuBarProgress(bool on);

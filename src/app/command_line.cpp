@@ -99,6 +99,12 @@ class Parser {
         if (option == QLatin1String("--metadata"))
             return choice(option, metadataPolicyFromRawValue, request_.overrides.metadataPolicy,
                           QStringLiteral("keepWithoutLocation, keepAll or strip"));
+        if (option == QLatin1String("--redo")) {
+            request_.redo = true;
+            return inlineValue_
+                       ? std::optional(CommandLineError{option + QStringLiteral(" takes no value")})
+                       : std::nullopt;
+        }
         if (option == QLatin1String("--jobs")) {
             const auto value = takeValue();
             if (!value) return missing(option);
@@ -202,6 +208,8 @@ class Parser {
         if (request_.open && mode_)
             return CommandLineError{partOption_ + QStringLiteral(" cannot be combined with ") +
                                     modeOption_};
+        if (request_.redo && mode_ != Action::once)
+            return CommandLineError{QStringLiteral("--redo goes with --once")};
         request_.action = mode_.value_or(Action::run);
         if (version_) request_.action = Action::showVersion;
         return request_;
@@ -248,6 +256,10 @@ QString usageText() {
         "                    one line per file as it is done and a summary; exit 0, or 1 when a\n"
         "                    file failed\n"
         "  --jobs N          with --once: compress N files at a time (default: one per core)\n"
+        "  --redo            with --once: compress every photo in DIR again with these settings,\n"
+        "                    from its original (a kept one, or the verified backup of a replaced\n"
+        "                    one), never from the program's own output; without it, settled\n"
+        "                    photos are left as they are whatever the settings\n"
         "  --update          check for a newer release now; when there is one, download, verify\n"
         "                    and install it over this portable bundle and restart the program;\n"
         "                    exit 0 when up to date or handed over, 1 when the update failed\n"

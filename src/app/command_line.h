@@ -31,6 +31,7 @@ struct CommandLineRequest {
     std::optional<QString> watchDirectory;  // --watch, absolute
     QString onceDirectory;                  // --once, absolute
     std::optional<int> jobs;                // --jobs, at least 1; only with --once
+    bool redo = false;                      // --redo; only with --once
     SettingsOverrides overrides;            // for this run only
 
     bool operator==(const CommandLineRequest&) const = default;

@@ -104,8 +104,9 @@ int runOnceCommand(const CommandLineRequest& request) {
     // The batch runs off the main thread so that a signal can stop the engine meanwhile.
     std::thread worker([&] {
         try {
-            results = engine.runOnce(config, request.onceDirectory, onFileDone,
-                                     request.jobs.value_or(QThread::idealThreadCount()));
+            results =
+                engine.runOnce(config, request.onceDirectory, onFileDone,
+                               request.jobs.value_or(QThread::idealThreadCount()), request.redo);
         } catch (const std::exception& error) {
             failure = errorDescription(error);
             folderBusy = dynamic_cast<const FolderBusyError*>(&error) != nullptr;

@@ -195,6 +195,10 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
     backupButtons->addWidget(open);
     backupButtons->addWidget(clear);
     files->addRow(t("Бэкапы", "Backups"), backups);
+    QPushButton* again =
+        actionButton(t("Сжать папку заново", "Compress the folder again"), contentHost_);
+    connect(again, &QPushButton::clicked, this, [this] { store_.compressFolderAgain(this); });
+    files->addLine(again);
 
     SettingsCard* about = section(t("О программе", "About"));
     auto* version = new QLabel(

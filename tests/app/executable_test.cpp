@@ -44,6 +44,8 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
         {"--settings --headless", 2, "--settings cannot be combined with --headless", true},
         {"--history --show-panel", 2, "--show-panel cannot be combined with --history", true},
         {"--settings=yes", 2, "--settings takes no value", true},
+        {"--headless --redo", 2, "--redo goes with --once", true},
+        {"--once DIR --redo=yes", 2, "--redo takes no value", true},
         {"--once DIR", 0, "compressed 0, already optimal 0, failed 0, saved 0 B\n", false},
         {"--headless", 2, "Выберите папку для сжатия\nУкажите папку: velt-compressor --headless",
          false},

@@ -231,6 +231,19 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndSurviveFiftyLanguageSwitches)
     EXPECT_FALSE(QFileInfo::exists(backups));
     EXPECT_TRUE(
         QFileInfo::exists(QDir(fixture_.folder.path()).filePath(QStringLiteral("photo.jpg"))));
+
+    // "Compress the folder again" asks first; only "yes" sets the engine to it (and starts it).
+    QPushButton* again = view.button(QStringLiteral("Compress the folder again"));
+    ASSERT_NE(again, nullptr);
+    store_.stop();
+    QTest::mouseClick(again, Qt::LeftButton);
+    EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("Compress the folder again?"));
+    EXPECT_FALSE(store_.isRunning());
+    presenter_.confirmAnswers = {true};
+    QTest::mouseClick(again, Qt::LeftButton);
+    EXPECT_TRUE(store_.isRunning());
+    EXPECT_TRUE(readFile(fixture_.data.file(QStringLiteral("native.log")))
+                    .contains("Compress the folder again requested"));
 }
 
 // The button follows the updater: "Checking…" and disabled while the request runs, back to

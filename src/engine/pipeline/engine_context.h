@@ -40,6 +40,9 @@ class EngineContext : public EncodingContext {
     std::optional<QString> watchDirectory;
     FileStates files;
     std::shared_ptr<ProcessedFileRegistry> processedRegistry;
+    // Compressing the folder again (an explicit request): settled files are encoded afresh from
+    // their originals, under the settings in force.
+    bool redo = false;
     CompressionStats stats;
     // While an encoder runs: the eased progress animation.
     std::unique_ptr<SmoothProgress> smoothProgressTimer;

@@ -32,6 +32,15 @@ QString baseName(const QString& source) {
     return splitFileName(fileNameOf(source)).base;
 }
 
+// The "_veltcompressed" sibling paths of `source`, one per image extension.
+QStringList compressedSiblings(const QString& source) {
+    QStringList siblings;
+    for (const char* extension : {"jpg", "jpeg", "png", "webp", "avif", "heic", "heif"})
+        siblings << siblingPath(source, baseName(source) + compressedFileSuffix + QLatin1Char('.') +
+                                            QLatin1String(extension));
+    return siblings;
+}
+
 // The n-th name tried for an output: n = 1 is the plain name, later ones carry "-n".
 QString candidateName(const QString& base, int n, bool keep, ImageFormat target) {
     QString tail = n > 1 ? QLatin1Char('-') + QString::number(n) : QString();
@@ -87,8 +96,10 @@ QString outputPath(const EngineContext& context, const QString& source, ImageFor
         if (!pathExists(candidate)) return candidate;
         const auto owner = writtenFor(context, candidate);
         if (owner == standardizedPath(source)) return candidate;
-        // A file of unknown origin that is not older than the source settles it untouched.
-        if (n == 1 && keep && !owner && existingOutputIsFresh(context.config, source, candidate))
+        // A file of unknown origin that is not older than the source settles it untouched
+        // (unless the folder is compressed again: then it is only passed over).
+        if (n == 1 && keep && !owner && !context.redo &&
+            existingOutputIsFresh(context.config, source, candidate))
             return candidate;
     }
     throw FileSystemError(FileSystemError::writeUnknown,
@@ -114,17 +125,12 @@ std::optional<QString> predictedOutputURL(const EngineContext& context, const QS
 void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
                                   const QString& keeping) {
     if (context.config.originalPolicy != OriginalPolicy::keep) return;
-    static const char* const extensions[] = {"jpg", "jpeg", "png", "webp", "avif", "heic", "heif"};
-    QStringList names;
-    for (const char* extension : extensions)
-        names << baseName(source) + compressedFileSuffix + QLatin1Char('.') +
-                     QLatin1String(extension);
+    QStringList stales = compressedSiblings(source);
     const auto sourceRecord = context.processedRegistry->find(standardizedPath(source));
-    if (sourceRecord && sourceRecord->output) names << fileNameOf(*sourceRecord->output);
+    if (sourceRecord && sourceRecord->output) stales << *sourceRecord->output;
 
     const QString kept = standardizedPath(keeping);
-    for (const QString& name : names) {
-        const QString stale = siblingPath(source, name);
+    for (const QString& stale : stales) {
         const QString key = standardizedPath(stale);
         if (key == kept || !pathExists(stale) || !isOwnOutputOf(context, stale, source)) continue;
         if (::unlink(QFile::encodeName(stale).constData()) != 0) {
@@ -135,18 +141,43 @@ void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
         context.files.forgetWrites(key);
         if (sourceRecord && sourceRecord->output == key)
             context.processedRegistry->forgetOutput(standardizedPath(source));
-        NativeLog::write(QStringLiteral("Removed stale output ") + name);
+        NativeLog::write(QStringLiteral("Removed stale output ") + fileNameOf(stale));
     }
 }
 
-bool existingOutputIsFresh(const AppConfig& config, const QString& source, const QString& output) {
-    if (config.originalPolicy != OriginalPolicy::keep) return false;
-    if (standardizedPath(source) == standardizedPath(output)) return false;
+namespace {
+
+bool isNotOlder(const QString& source, const QString& output) {
     const auto outputSignature = fileSignature(output);
     if (!outputSignature || outputSignature->size <= 0) return false;
     const auto sourceModified = modificationTime(source);
     if (!sourceModified) return false;
     return outputSignature->modifiedAt >= *sourceModified;
+}
+
+}  // namespace
+
+bool existingOutputIsFresh(const AppConfig& config, const QString& source, const QString& output) {
+    if (config.originalPolicy != OriginalPolicy::keep) return false;
+    if (standardizedPath(source) == standardizedPath(output)) return false;
+    return isNotOlder(source, output);
+}
+
+std::optional<QString> freshOutputOf(const EngineContext& context, const QString& source) {
+    const QString key = standardizedPath(source);
+    if (const auto record = context.processedRegistry->find(key);
+        record && record->output && *record->output != key && isNotOlder(source, *record->output))
+        return record->output;
+    for (const QString& sibling : compressedSiblings(source)) {
+        if (!pathExists(sibling)) continue;
+        if (const auto marker = readOutputMarker(sibling);
+            marker && marker->source == key && isNotOlder(source, sibling))
+            return sibling;
+    }
+    if (const auto predicted = predictedOutputURL(context, source);
+        predicted && existingOutputIsFresh(context.config, source, *predicted))
+        return predicted;
+    return std::nullopt;
 }
 
 }  // namespace velt

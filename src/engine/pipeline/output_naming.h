@@ -56,4 +56,10 @@ void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
 // empty and is not older than the source.
 bool existingOutputIsFresh(const AppConfig& config, const QString& source, const QString& output);
 
+// An up-to-date output that settles `source` before anything is decoded, whatever the settings
+// now: the output recorded for it, an output of the engine beside it whose marker names it (the
+// registry may have lost it), or, with the keep policy, the predicted output. Up to date: a
+// regular file, not empty, not older than the source.
+std::optional<QString> freshOutputOf(const EngineContext& context, const QString& source);
+
 }  // namespace velt

@@ -8,6 +8,7 @@
 #include "engine/pipeline/image_writer.h"
 #include "engine/pipeline/output_naming.h"
 #include "engine/pipeline/plan.h"
+#include "engine/pipeline/redo.h"
 #include "imageio/image_io.h"
 #include "model/file_url.h"
 #include "model/native_log.h"
@@ -69,9 +70,9 @@ FolderCompressionResult leaveEmptyFile(EngineContext& context, const QString& fi
     return result;
 }
 
-// A file this program wrote with the settings in force: compressing it again would only lose
-// quality, whatever the registry remembers (it may have been lost with a kill or an unwritable
-// data folder).
+// A file this program wrote: compressing it again would only lose quality, whatever the
+// settings now and whatever the registry remembers (it may have been lost with a kill or an
+// unwritable data folder).
 FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& file,
                                         const OutputMarker& marker) {
     rememberSignature(context, file);
@@ -89,6 +90,14 @@ FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& f
     NativeLog::write(QStringLiteral("Own output recognised ") + fileNameOf(file));
     FolderCompressionResult result;
     result.nothingDoneReason = QStringLiteral("already compressed by this program");
+    return result;
+}
+
+// Compressing again, an output whose original has no verified backup stays as it is.
+FolderCompressionResult leaveWithoutBackup(EngineContext& context, const QString& file) {
+    rememberSignature(context, file);
+    FolderCompressionResult result;
+    result.nothingDoneReason = QStringLiteral("no verified backup of its original");
     return result;
 }
 
@@ -224,13 +233,17 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     ProcessingScope scope(context);
     context.checkpoint();
     context.setProgress(5);
-    if (const auto marker = readOutputMarker(file);
-        marker && marker->settingsKey == context.processingSettingsKey())
-        return settleOwnOutput(context, file, *marker);
-    // Settled by an up-to-date output before a single pixel is decoded.
-    if (const auto predicted = predictedOutputURL(context, file);
-        predicted && existingOutputIsFresh(context.config, file, *predicted))
-        return settleWithFreshOutput(context, file, *predicted);
+    // A file this program wrote is never encoded again, under any settings, and a source whose
+    // output stands is not redone: settled before a single pixel is decoded.
+    if (const auto marker = readOutputMarker(file)) {
+        if (!context.redo) return settleOwnOutput(context, file, *marker);
+        // Compressed again from the original, put back from its backup first.
+        const auto original = restoreOriginal(context, file, *marker);
+        if (!original) return leaveWithoutBackup(context, file);
+        return process(context, *original);
+    }
+    if (const auto output = freshOutputOf(context, file); output && !context.redo)
+        return settleWithFreshOutput(context, file, *output);
     if (isAnimatedImage(file)) return leaveAnimation(context, file);
     std::optional<SourceVersion> version;
     if (context.config.originalPolicy == OriginalPolicy::replace) version = sourceVersion(file);
@@ -244,7 +257,7 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     context.setProgress(35);
     const QString output = outputPath(context, file, plan.source, plan.target);
     removeStaleCompressedOutputs(context, file, output);
-    if (existingOutputIsFresh(context.config, file, output))
+    if (!context.redo && existingOutputIsFresh(context.config, file, output))
         return settleWithFreshOutput(context, file, output);
 
     const QString temp = tempURL(output);

@@ -38,7 +38,8 @@ std::vector<QStringList> groupsByBaseName(const QStringList& files) {
 
 std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
                                                        const QString& folder,
-                                                       const BatchProgress& onFileDone, int jobs) {
+                                                       const BatchProgress& onFileDone, int jobs,
+                                                       bool redo) {
     stop();
     if (!QFileInfo(folder).isDir()) {
         throw FileSystemError(FileSystemError::noSuchFile,
@@ -76,13 +77,10 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         for (BatchFileResult& result : unreadableNames) record(std::move(result));
 
         // The skip rules decide first, in listing order; the rest is processed.
-        // A batch is asked for what is there now: every file counts as settled, so it is seen
-        // as pending since long enough ago and the stability rule lets it through at once.
-        const auto settledSince = EngineClock::now() - timing_.writeStability;
+        context_.redo = redo;
+        takeAsSettled(context_, candidates);
         QStringList toProcess;
         for (const QString& file : candidates) {
-            if (const auto signature = fileSignature(file))
-                context_.files.noteSeenSince(standardizedPath(file), *signature, settledSince);
             if (shouldSkip(context_, timing_, file))
                 record({file, BatchFileResult::Outcome::skipped, 0, {}});
             else
@@ -99,6 +97,7 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
             runInParallel(groupsByBaseName(toProcess), jobs, record);
         }
         context_.files.clear();
+        context_.redo = false;
     });
     lifecycle_.requestStop();
     lock_.reset();
@@ -112,6 +111,7 @@ void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int
         EngineContext worker(lifecycle_, callbacks, context_.processedRegistry);
         worker.config = context_.config;
         worker.watchDirectory = context_.watchDirectory;
+        worker.redo = context_.redo;
         worker.scratchDirectory = context_.scratchDirectory;
         for (std::size_t group = next++; group < groups.size(); group = next++) {
             for (const QString& file : groups[group]) {

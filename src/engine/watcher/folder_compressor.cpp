@@ -148,13 +148,39 @@ QStringList FolderCompressor::candidatesToLookAt(const QString& folder) {
     return candidates;
 }
 
+void FolderCompressor::compressAgain() {
+    queue_.post([this] {
+        redoRequested_ = true;
+        planner_.reset();  // the next scan lists the whole folder
+        scheduleScan();
+    });
+}
+
 void FolderCompressor::scan() {
     if (lifecycle_.isCancellationRequested() || !context_.watchDirectory) return;
-    for (const QString& file : candidatesToLookAt(*context_.watchDirectory)) {
+    // A requested pass over the whole folder (the planner lists after a request).
+    const bool redo = redoRequested_;
+    const QStringList candidates = candidatesToLookAt(*context_.watchDirectory);
+    const struct EndRedo {
+        EngineContext& context;
+        ~EndRedo() { context.redo = false; }
+    } endRedo{context_};
+    context_.redo = redo;
+    if (redo) takeAsSettled(context_, candidates);
+    for (const QString& file : candidates) {
         if (lifecycle_.isCancellationRequested()) return;
         if (shouldSkip(context_, timing_, file)) continue;
         planner_.lookAgain(file);
         if (!processCandidate(file)) return;
+    }
+    redoRequested_ = false;
+}
+
+void FolderCompressor::takeAsSettled(EngineContext& context, const QStringList& files) const {
+    const auto settledSince = EngineClock::now() - timing_.writeStability;
+    for (const QString& file : files) {
+        if (const auto signature = fileSignature(file))
+            context.files.noteSeenSince(standardizedPath(file), *signature, settledSince);
     }
 }
 

@@ -76,9 +76,18 @@ class FolderCompressor {
     // call at a time). `jobs` workers process files at the same time, each through the same
     // pipeline and safety rules; sources sharing a base name go to one worker, one after
     // another. With more than one job the callbacks are called from the workers' threads.
+    // With `redo` the folder is compressed again (see compressAgain).
     using BatchProgress = std::function<void(const BatchFileResult&, int done, int total)>;
     std::vector<BatchFileResult> runOnce(const AppConfig& config, const QString& folder,
-                                         const BatchProgress& onFileDone = nullptr, int jobs = 1);
+                                         const BatchProgress& onFileDone = nullptr, int jobs = 1,
+                                         bool redo = false);
+
+    // Compresses the watched folder again, once, under the settings in force: every photo is
+    // encoded afresh from its original (a kept original, or the verified backup of a replaced
+    // one; an output whose original has no backup is left as it is), never from the program's
+    // own output. Runs as the next scan of a running engine, or of the next start; returns at
+    // once.
+    void compressAgain();
 
     EngineCallbacks callbacks;
 
@@ -110,6 +119,8 @@ class FolderCompressor {
     // registry; files of one group one after another.
     void runInParallel(const std::vector<QStringList>& groups, int jobs,
                        const std::function<void(BatchFileResult)>& record);
+    // A batch, or a pass asked for, takes what is there now: every file counts as holding still.
+    void takeAsSettled(EngineContext& context, const QStringList& files) const;
     void reportUnsupportedIfNeeded(const QString& file);
     // An image whose name is not valid UTF-8 is reported once per version as unsupported.
     void reportUndecodableNameIfNeeded(const QString& folder, const QByteArray& rawName,
@@ -127,6 +138,7 @@ class FolderCompressor {
     std::unique_ptr<FolderEvents> events_;  // queue-owned
     std::unique_ptr<FolderLock> lock_;      // held while running or in a batch
     ScanPlanner planner_;                   // queue-owned
+    bool redoRequested_ = false;            // queue-owned; until a pass of compressAgain has ended
     bool fileEventsEnabled_ = true;
 };
 

@@ -53,17 +53,18 @@ bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QStrin
     const auto signature = fileSignature(file);
     if (!signature) return true;
     FileStates& files = context.files;
-    if (files.failedBefore(key, *signature)) return true;
+    // Compressing again, everything but the engine's fresh writes is taken again.
+    if (!context.redo && files.failedBefore(key, *signature)) return true;
     // Unchanged since it was handled: nothing to read. (Stale outputs of a settled source are
     // not looked for here: a change of settings does not make its output stale.)
-    if (files.isHandled(key, *signature)) return true;
+    if (!context.redo && files.isHandled(key, *signature)) return true;
     // The engine's own output stays untouched until its content shows someone replaced it.
     if (files.checkOwnWrite(key, *signature, now, timing.ownWriteSettling, [&] {
             return contentFingerprint(file);
         }) == FileStates::OwnWriteCheck::ownUntouched)
         return true;
     if (files.recentlyWritten(key, *signature, now, timing.recentWriteCooldown)) return true;
-    if (settledByRegistry(context, file, key, *signature)) {
+    if (!context.redo && settledByRegistry(context, file, key, *signature)) {
         files.markHandled(key, *signature);
         return true;
     }

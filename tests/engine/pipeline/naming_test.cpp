@@ -162,7 +162,7 @@ TEST_F(NamingTest, SourcesSharingABaseNameEachKeepTheirOwnOutput) {
     }
 }
 
-// A change of format removes the engine's earlier output of that source, and only that.
+// Compressed again in another format, a source loses the engine's earlier output, and only that.
 TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
     const QString source = file(u"logo.png"_s);
     imageio::encodeImage(testing::photoLikeBitmap(80, 60, true), ImageFormat::png, 0, source);
@@ -174,6 +174,8 @@ TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
     writeFile(file(u"logo_veltcompressed.avif"_s), "the user's file");
 
     context.config.formatStrategy = FormatStrategy::webp;
+    EXPECT_FALSE(process(context, source).didWrite) << "a change of settings reached back";
+    context.redo = true;
     ASSERT_TRUE(process(context, source).didWrite);
     EXPECT_EQ(folderNames(), (QStringList{u"logo.png"_s, u"logo_veltcompressed.avif"_s,
                                           u"logo_veltcompressed.webp"_s}));

@@ -5,6 +5,8 @@
 #include "support/test_images.h"
 
 #include <gtest/gtest.h>
+#include <QDirIterator>
+#include <map>
 
 namespace velt {
 namespace {
@@ -16,6 +18,31 @@ using testing::eventually;
 
 void writePhoto(const QString& path, int seed = 0) {
     ASSERT_TRUE(testing::writeJPEGWithCjpeg(testing::photoLikeBitmap(96 + seed, 64), 95, path));
+}
+
+using Snapshot = std::map<QString, QByteArray>;
+
+// Every file under `folder`, hidden ones and backups included, with its bytes.
+Snapshot snapshot(const QString& folder) {
+    Snapshot files;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        files[QDir(folder).relativeFilePath(path)] = testing::readFile(path);
+    }
+    return files;
+}
+
+// The names that appeared, went or changed between two snapshots.
+std::string changes(const Snapshot& before, const Snapshot& after) {
+    QStringList changed;
+    for (const auto& [name, bytes] : before) {
+        const auto now = after.find(name);
+        if (now == after.end() || now->second != bytes) changed << name;
+    }
+    for (const auto& [name, bytes] : after)
+        if (!before.contains(name)) changed << name;
+    return changed.join(u", "_s).toStdString();
 }
 
 AppConfig withPolicy(OriginalPolicy policy, int jpegQuality = 76) {
@@ -58,6 +85,83 @@ TEST(LongRun, ARestartOnThousandsOfHandledFilesHandlesNone) {
     rig.relaunch(remember);
     rig.engine->runOnce(replace, rig.folder.path());
     EXPECT_EQ(rig.callCount(), 2500u) << "handled files were handled again after a restart";
+}
+
+// A change of settings never reaches back: the program's own outputs are never encoded again,
+// and a source whose output exists is not redone.
+TEST(LongRun, SettingsActOnNewFilesOnly) {
+    const struct {
+        const char* what;
+        AppConfig before;
+        AppConfig after;
+        bool registryLost = false;  // a kill before its write, an unwritable data folder
+    } rows[] = {
+        {"keep, then replace", withPolicy(OriginalPolicy::keep),
+         withPolicy(OriginalPolicy::replace)},
+        {"replace, then another quality", withPolicy(OriginalPolicy::replace),
+         withPolicy(OriginalPolicy::replace, 60)},
+        {"replace, then keep", withPolicy(OriginalPolicy::replace),
+         withPolicy(OriginalPolicy::keep)},
+        {"keep, then another quality", withPolicy(OriginalPolicy::keep),
+         withPolicy(OriginalPolicy::keep, 60)},
+        {"keep, then replace, registry lost", withPolicy(OriginalPolicy::keep),
+         withPolicy(OriginalPolicy::replace), true},
+        {"replace, then another quality, registry lost", withPolicy(OriginalPolicy::replace),
+         withPolicy(OriginalPolicy::replace, 60), true},
+    };
+    for (const auto& row : rows) {
+        EngineRig rig(&process);
+        for (int i = 0; i < 3; ++i) writePhoto(rig.file(u"IMG_%1.jpg"_s.arg(i)), i);
+        rig.engine->runOnce(row.before, rig.folder.path());
+        const auto settled = snapshot(rig.folder.path());
+        rig.engine.reset();
+        if (row.registryLost) {
+            for (const QString& name : QDir(rig.data.path()).entryList({u"processed-files*"_s}))
+                QFile::remove(rig.data.file(name));
+        }
+        rig.relaunch(&process);
+        rig.engine->runOnce(row.after, rig.folder.path());
+        EXPECT_EQ(changes(settled, snapshot(rig.folder.path())), "") << row.what;
+    }
+}
+
+// Compressing the folder again, in a batch and while watching, works from the originals: a kept
+// original, or the verified backup of a replaced one, never the program's own output. Each
+// result is what a first compression with the new settings gives; no second backup is made.
+TEST(LongRun, CompressingAgainStartsFromTheOriginals) {
+    for (const bool watching : {false, true}) {
+        for (const auto policy : {OriginalPolicy::keep, OriginalPolicy::replace}) {
+            EngineRig rig(&process);
+            EngineRig reference(&process);
+            for (int i = 0; i < 3; ++i) {
+                writePhoto(rig.file(u"IMG_%1.jpg"_s.arg(i)), i);
+                writePhoto(reference.file(u"IMG_%1.jpg"_s.arg(i)), i);
+            }
+            rig.engine->runOnce(withPolicy(policy), rig.folder.path());
+            const Snapshot first = snapshot(rig.folder.path());
+            rig.relaunch(&process);
+            if (watching) {
+                rig.start(withPolicy(policy, 60));
+                rig.engine->compressAgain();
+                ASSERT_TRUE(eventually([&] { return rig.history().size() == 6; }, 20s));
+                rig.engine->stop();
+            } else {
+                rig.engine->runOnce(withPolicy(policy, 60), rig.folder.path(), nullptr, 1, true);
+            }
+            reference.engine->runOnce(withPolicy(policy, 60), reference.folder.path());
+            const Snapshot again = snapshot(rig.folder.path());
+            const Snapshot fresh = snapshot(reference.folder.path());
+            const std::string row = "policy " + std::to_string(int(policy)) + ", watching " +
+                                    std::to_string(watching) + ": ";
+            EXPECT_EQ(again.size(), first.size()) << row;
+            for (const auto& [name, bytes] : again) {
+                if (name.startsWith(u'.'))
+                    EXPECT_EQ(bytes, first.at(name)) << row << "a backup changed or appeared";
+                else
+                    EXPECT_EQ(bytes, fresh.at(name)) << row << name.toStdString();
+            }
+        }
+    }
 }
 
 }  // namespace
