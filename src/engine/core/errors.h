@@ -33,7 +33,8 @@ class FileSystemError : public std::runtime_error {
         readUnknown,             // reading failed otherwise
         writeUnknown,            // writing failed, or a tool reported failure
         writeUnsupportedScheme,  // no encoder for the requested format
-        writeNoPermission,       // the folder or file may not be written
+        writeNoPermission,       // the folder or file may not be written (or is read-only)
+        noSpace,                 // the disk or the user's quota is full
         launchFailed,            // an external program could not be started
     };
 
@@ -54,5 +55,9 @@ class FileSystemError : public std::runtime_error {
 
 // The text shown to the user and logged for any exception a file's processing raised.
 QString errorDescription(const std::exception& error);
+
+// Whether the failure came from the machine rather than the file (no space, no permission, a
+// read-only disk): the same file may well succeed once the cause is gone.
+bool isEnvironmentFailure(const std::exception& error);
 
 }  // namespace velt

@@ -65,16 +65,27 @@ bool FileStates::recentlyWritten(const QString& key, const FileSignature& signat
     return false;
 }
 
-void FileStates::noteFailed(const QString& key, const FileSignature& signature) {
-    failed_[key] = signature;
+void FileStates::noteFailed(const QString& key, const FileSignature& signature,
+                            std::optional<EngineClock::time_point> retryAt) {
+    failed_[key] = Failure{signature, retryAt};
 }
 
-bool FileStates::failedBefore(const QString& key, const FileSignature& signature) {
+bool FileStates::failedBefore(const QString& key, const FileSignature& signature,
+                              EngineClock::time_point now) {
     const auto failed = failed_.find(key);
     if (failed == failed_.end()) return false;
-    if (failed->second == signature) return true;
+    if (failed->second.signature == signature &&
+        (!failed->second.retryAt || now < *failed->second.retryAt))
+        return true;
     failed_.erase(failed);
     return false;
+}
+
+std::vector<QString> FileStates::retriesDue(EngineClock::time_point now) const {
+    std::vector<QString> keys;
+    for (const auto& [key, failure] : failed_)
+        if (failure.retryAt && now >= *failure.retryAt) keys.push_back(key);
+    return keys;
 }
 
 bool FileStates::noteUnsupported(const QString& key, const FileSignature& signature) {

@@ -65,9 +65,14 @@ class FileStates {
     bool recentlyWritten(const QString& key, const FileSignature& signature,
                          EngineClock::time_point now, std::chrono::milliseconds cooldown);
 
-    // A failed version is not tried again until the file changes.
-    void noteFailed(const QString& key, const FileSignature& signature);
-    bool failedBefore(const QString& key, const FileSignature& signature);
+    // A failed version is not tried again until the file changes, or, when the environment
+    // caused the failure, until `retryAt`.
+    void noteFailed(const QString& key, const FileSignature& signature,
+                    std::optional<EngineClock::time_point> retryAt = std::nullopt);
+    bool failedBefore(const QString& key, const FileSignature& signature,
+                      EngineClock::time_point now);
+    // The failed files whose time to be tried again has come.
+    std::vector<QString> retriesDue(EngineClock::time_point now) const;
 
     // Whether this version of an unsupported file is new; it is remembered as reported.
     bool noteUnsupported(const QString& key, const FileSignature& signature);
@@ -98,7 +103,11 @@ class FileStates {
     std::unordered_map<QString, PendingFile> pending_;
     std::unordered_map<QString, OwnWrite> ownWrites_;
     std::unordered_map<QString, RecentWrite> recentWrites_;
-    std::unordered_map<QString, FileSignature> failed_;
+    struct Failure {
+        FileSignature signature;
+        std::optional<EngineClock::time_point> retryAt;
+    };
+    std::unordered_map<QString, Failure> failed_;
     std::unordered_map<QString, FileSignature> unsupported_;
 };
 

@@ -4,6 +4,7 @@
 #include "engine/install/recovery.h"
 #include "engine/pipeline/process.h"
 #include "engine/watcher/candidates.h"
+#include "engine/watcher/failures.h"
 #include "engine/watcher/skip_rules.h"
 #include "model/file_url.h"
 #include "model/native_log.h"
@@ -116,8 +117,10 @@ bool FolderCompressor::scanIsDue() {
     // Write records that ran out need no look: the file is known by its handled signature, its
     // record in the registry and its marker from then on.
     context_.files.expireWrites(now, timing_.recentWriteCooldown, timing_.ownWriteSettling);
-    return planner_.tick(events_.get(), !context_.files.waitingFiles().empty(), now,
-                         timing_.fullScan);
+    return planner_.tick(
+        events_.get(),
+        !context_.files.waitingFiles().empty() || !context_.files.retriesDue(now).empty(), now,
+        timing_.fullScan);
 }
 
 QStringList FolderCompressor::candidatesToLookAt(const QString& folder) {
@@ -140,6 +143,7 @@ QStringList FolderCompressor::candidatesToLookAt(const QString& folder) {
     };
     for (const QString& path : plan.again) addName(path);
     for (const QString& path : context_.files.waitingFiles()) addName(path);
+    for (const QString& path : context_.files.retriesDue(EngineClock::now())) addName(path);
     std::ranges::sort(plan.names);
     plan.names.erase(std::unique(plan.names.begin(), plan.names.end()), plan.names.end());
     QStringList candidates = candidatesAmong(folder, plan.names, unsupported, undecodable);
@@ -243,12 +247,13 @@ BatchFileResult FolderCompressor::runCandidate(EngineContext& context, const QSt
 
 void FolderCompressor::reportFailure(EngineContext& context, const QString& file,
                                      const std::exception& error) {
-    // A broken file fails once per version: it is tried again only when it changes (or after a
-    // restart), so it cannot flood the history, the error count and the machine.
-    if (const auto signature = fileSignature(file))
-        context.files.noteFailed(standardizedPath(file), *signature);
+    // A broken file fails once per version, so it cannot flood the history, the error count and
+    // the machine; a failure that comes back on a retry is only logged.
+    const bool first = rememberFailure(context, file, error, timing_.fullScan);
     const QString description = errorDescription(error);
-    NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") + description);
+    NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") + description +
+                     (first ? QString() : QStringLiteral(" (again)")));
+    if (!first) return;
     context.stats.errors += 1;
     context.sendEvent(CompressionNotificationEvent::processingFailed(file, description));
     if (!context.callbacks.onHistory) return;

@@ -18,6 +18,9 @@ bool settledByRegistry(EngineContext& context, const QString& file, const QStrin
         return *present;
     };
     if (const auto record = registry.find(key)) {
+        // A failure the environment caused is tried again (when is the engine's memory's call).
+        if (record->decision == ProcessedDecision::failed && record->environmentFailure)
+            return false;
         if (record->describes(signature)) return registryCanSkip(context, file, *record);
         if (const auto now = fingerprint();
             now && record->describes(*now, signature.resourceIdentifier)) {
@@ -54,7 +57,7 @@ bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QStrin
     if (!signature) return true;
     FileStates& files = context.files;
     // Compressing again, everything but the engine's fresh writes is taken again.
-    if (!context.redo && files.failedBefore(key, *signature)) return true;
+    if (!context.redo && files.failedBefore(key, *signature, now)) return true;
     // Unchanged since it was handled: nothing to read. (Stale outputs of a settled source are
     // not looked for here: a change of settings does not make its output stale.)
     if (!context.redo && files.isHandled(key, *signature)) return true;

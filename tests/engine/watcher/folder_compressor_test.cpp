@@ -140,12 +140,9 @@ TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
     std::this_thread::sleep_for(20 * testing::fastTiming().polling);
     EXPECT_EQ(attemptsOnBad(), 1u);
     EXPECT_EQ(rig.history().size(), 2u);
-    // ...until it changes,
+    // ...until it changes (a restart does not: see LongRun).
     testing::writeFile(rig.file(u"bad.jpg"_s), QByteArray(99, 'c'));
     EXPECT_TRUE(eventually([&] { return attemptsOnBad() == 2; }));
-    // or the engine starts again.
-    rig.start();
-    EXPECT_TRUE(eventually([&] { return attemptsOnBad() == 3; }));
 }
 
 TEST(FolderCompressorScan, ChangedSourceIsRetriedAsNew) {

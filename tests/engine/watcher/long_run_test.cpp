@@ -1,5 +1,6 @@
 // A watcher that runs for months: quiet when idle, a registry that holds every file, settings that
 // act on new files only, failures remembered per version.
+#include "engine/core/errors.h"
 #include "engine/pipeline/process.h"
 #include "engine_test_rig.h"
 #include "support/test_images.h"
@@ -161,6 +162,40 @@ TEST(LongRun, CompressingAgainStartsFromTheOriginals) {
                     EXPECT_EQ(bytes, fresh.at(name)) << row << name.toStdString();
             }
         }
+    }
+}
+
+// A broken file is tried once per version, across restarts; a failure caused by the
+// environment is tried again on a later full scan and succeeds once the cause is gone.
+TEST(LongRun, FailuresAreRememberedPerVersion) {
+    std::atomic<bool> environmentBroken = true;
+    const auto behaviour = [&](EngineContext& context,
+                               const QString& file) -> FolderCompressionResult {
+        if (file.endsWith(u"broken.jpg"_s))
+            throw FileSystemError(FileSystemError::readCorruptFile, u"Broken image"_s);
+        if (environmentBroken) throw FileSystemError::fromErrno(ENOSPC, u"Cannot write"_s, file);
+        return EngineRig::settle(context, file);
+    };
+    EngineRig rig(behaviour);
+    EngineTiming timing = testing::fastTiming();
+    timing.fullScan = 200ms;
+    rig.engine->setTimingForTesting(timing);
+    testing::writeFile(rig.file(u"broken.jpg"_s), "not a picture");
+    testing::writeFile(rig.file(u"photo.jpg"_s), "a picture");
+    rig.start();
+    ASSERT_TRUE(eventually([&] { return rig.callCount() == 2; }));
+    environmentBroken = false;
+    EXPECT_TRUE(eventually([&] { return rig.callsEndingWith(u"photo.jpg"_s) == 2; }))
+        << "a file that failed for lack of space was not tried again";
+
+    const auto events = rig.events().size();
+    for (const bool restart : {true, false}) {  // a restart, then a change of settings
+        if (restart) rig.relaunch(behaviour);
+        rig.engine->setTimingForTesting(timing);
+        rig.start(withPolicy(restart ? OriginalPolicy::keep : OriginalPolicy::replace));
+        std::this_thread::sleep_for(1s);
+        EXPECT_EQ(rig.callsEndingWith(u"broken.jpg"_s), 1u) << "tried again, restart " << restart;
+        EXPECT_EQ(rig.events().size(), events);
     }
 }
 

@@ -20,7 +20,8 @@ enum class Memory {
     recentWrite,
     processedSame,
     failedSame,
-    failedOther
+    failedOther,
+    failedRetryIn1s  // the environment caused it
 };
 
 struct Row {
@@ -42,6 +43,8 @@ const Row rows[] = {
     {"already handled in this version", Memory::processedSame, 1h, true},
     {"failed in this version", Memory::failedSame, 1h, true},
     {"failed, then changed", Memory::failedOther, 0ms, false},
+    {"failed for lack of space, before its retry", Memory::failedRetryIn1s, 999ms, true},
+    {"failed for lack of space, retried", Memory::failedRetryIn1s, 1s, false},
 };
 
 TEST(SkipRules, Table) {
@@ -87,6 +90,9 @@ TEST(SkipRules, Table) {
                 break;
             case Memory::failedOther:
                 context.files.noteFailed(key, other);
+                break;
+            case Memory::failedRetryIn1s:
+                context.files.noteFailed(key, now, then + 1s);
                 break;
         }
         EXPECT_EQ(shouldSkip(context, timing, file, then + row.elapsed), row.skip) << row.what;
