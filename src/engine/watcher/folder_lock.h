@@ -1,8 +1,9 @@
 // FolderLock: one engine per watched folder. Two engines on one folder (a second launch, or a
 // launch beside the headless service) would compress the same file twice. The lock is an flock
-// on a small file in the user's runtime folder named after the watched folder, so the kernel
-// releases it when its holder dies, however it dies, and nothing is written into the watched
-// folder. The file holds the holder's process id, so the second engine can say who has it.
+// on a small file in the user's runtime folder named after the watched folder's device and inode
+// (whatever path reaches it), so the kernel releases it when its holder dies, however it dies,
+// and nothing is written into the watched folder. The file holds the holder's process id, so the
+// second engine can say who has it.
 //
 // Owned by the engine; not thread-safe (the engine takes and releases it on its own queue).
 #pragma once
