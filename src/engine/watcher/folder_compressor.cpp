@@ -26,9 +26,8 @@ QString fileName(const QString& path) {
 FolderCompressor::FolderCompressor()
     : queue_(QStringLiteral("com.velt.compressor.folder")),
       context_(lifecycle_, callbacks),
-      processor_(&process),
-      scratch_(QDir::tempPath() + QStringLiteral("/velt-compressor-XXXXXX")) {
-    if (scratch_.isValid()) context_.scratchDirectory = scratch_.path();
+      processor_(&process) {
+    context_.scratchDirectory = scratch_.path();
 }
 
 FolderCompressor::~FolderCompressor() {

@@ -13,6 +13,7 @@
 #pragma once
 
 #include "engine/core/lifecycle.h"
+#include "engine/install/scratch_folder.h"
 #include "engine/pipeline/engine_context.h"
 #include "engine/pipeline/folder_compression_result.h"
 #include "engine/watcher/engine_timing.h"
@@ -22,7 +23,6 @@
 #include "engine/watcher/serial_queue.h"
 
 #include <QString>
-#include <QTemporaryDir>
 #include <QTimer>
 #include <functional>
 #include <memory>
@@ -132,7 +132,7 @@ class FolderCompressor {
     EngineContext context_;  // queue-owned
     Processor processor_;
     EngineTiming timing_;
-    QTemporaryDir scratch_;       // intermediates and encoder candidates; removed with the engine
+    ScratchFolder scratch_;       // intermediates and encoder candidates; removed with the engine
     QTimer* timer_ = nullptr;     // the poll timer; lives on the queue
     QTimer* workItem_ = nullptr;  // the debounced scan; lives on the queue
     std::unique_ptr<FolderEvents> events_;  // queue-owned

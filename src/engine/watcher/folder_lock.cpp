@@ -28,11 +28,11 @@ QString lockFolder() {
 // symbolic link, a bind mount, "/./") finds the same lock; after the path when it cannot be read.
 QString lockPath(const QString& folder) {
     struct stat info {};
-    const QByteArray identity =
-        ::stat(QFile::encodeName(folder).constData(), &info) == 0
-            ? QByteArrayLiteral("dev:") + QByteArray::number(quint64(info.st_dev)) + ":ino:" +
-                  QByteArray::number(quint64(info.st_ino))
-            : folder.toUtf8();
+    const QByteArray identity = ::stat(QFile::encodeName(folder).constData(), &info) == 0
+                                    ? QByteArrayLiteral("dev:") +
+                                          QByteArray::number(quint64(info.st_dev)) +
+                                          ":ino:" + QByteArray::number(quint64(info.st_ino))
+                                    : folder.toUtf8();
     const QByteArray digest =
         QCryptographicHash::hash(identity, QCryptographicHash::Sha256).toHex().left(32);
     return lockFolder() + QStringLiteral("/folder-") + QString::fromLatin1(digest) +
