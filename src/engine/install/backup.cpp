@@ -53,6 +53,21 @@ QString joinPath(const QString& folder, const QString& name) {
     return folder.endsWith(QLatin1Char('/')) ? folder + name : folder + QLatin1Char('/') + name;
 }
 
+// Refuses a backup folder reached through a symbolic link anywhere below the watched folder: the
+// copies would land outside it, wherever the link points.
+void refuseLinkedFolders(const QString& watchDirectory, const QString& relativeFolder) {
+    QString path = watchDirectory;
+    for (const QString& part : relativeFolder.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
+        path = joinPath(path, part);
+        if (isSymbolicLink(path))
+            throw FileSystemError(
+                FileSystemError::writeUnknown,
+                QStringLiteral("“%1” is a symbolic link; no backup is made through it, and "
+                               "nothing was replaced")
+                    .arg(path));
+    }
+}
+
 QString backupName(const FileNameParts& parts, const QString& suffix) {
     QString tail = QStringLiteral(".original") + suffix;
     if (!parts.extension.isEmpty()) tail += QLatin1Char('.') + parts.extension;
@@ -98,6 +113,7 @@ std::optional<QString> findBackup(const QString& source, const QByteArray& diges
     if (relative.isEmpty() || digest.isEmpty()) return std::nullopt;
     const qsizetype slash = relative.lastIndexOf(QLatin1Char('/'));
     const QString subfolder = slash < 0 ? QString() : relative.left(slash);
+    if (!isDirectory(joinPath(watchDirectory, backupDirName))) return std::nullopt;  // or a link
     const QDir backups(joinPath(watchDirectory, backupDirName));
     for (const QString& day :
          backups.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks)) {
@@ -145,8 +161,10 @@ QString backup(const QString& source, const SourceVersion& expected,
         return *existing;
     }
     const qsizetype slash = relative.lastIndexOf(QLatin1Char('/'));
-    const QString day = joinPath(joinPath(*watchDirectory, backupDirName), isoDay());
-    const QString folder = slash < 0 ? day : joinPath(day, relative.left(slash));
+    const QString dayFolder = backupDirName + QLatin1Char('/') + isoDay();
+    const QString inside = slash < 0 ? dayFolder : joinPath(dayFolder, relative.left(slash));
+    refuseLinkedFolders(*watchDirectory, inside);
+    const QString folder = joinPath(*watchDirectory, inside);
     makeFolders(folder);
     const QString copy = freeBackupPath(folder, relative.mid(slash + 1),
                                         [] { return QDateTime::currentMSecsSinceEpoch(); });

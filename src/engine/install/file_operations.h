@@ -83,6 +83,12 @@ bool pathExists(const QString& path);
 // True when a directory (not a link to one) has the name `path`.
 bool isDirectory(const QString& path);
 
+// True when a regular file (not a link to one) has the name `path`.
+bool isRegularFile(const QString& path);
+
+// True when `path` is a symbolic link (whatever it points to, if anything).
+bool isSymbolicLink(const QString& path);
+
 // Flushes the file's content to disk. Throws FileSystemError.
 void syncFile(const QString& path);
 

@@ -34,8 +34,9 @@ bool writeOutputMarker(const QString& path, const OutputMarker& marker) {
 
 std::optional<OutputMarker> readOutputMarker(const QString& path) {
     char buffer[maximumMarkerBytes];
+    // A link's target is not the file at this name: the link itself is read (it holds none).
     const ssize_t length =
-        ::getxattr(QFile::encodeName(path).constData(), attributeName, buffer, sizeof buffer);
+        ::lgetxattr(QFile::encodeName(path).constData(), attributeName, buffer, sizeof buffer);
     if (length <= 0) return std::nullopt;
     OutputMarker marker;
     try {

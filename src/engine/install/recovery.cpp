@@ -106,7 +106,9 @@ void recoverInterruptedWork(const QString& watchDirectory) {
         else if (isMovedAsideName(name))
             recoverMovedAside(watchDirectory, name);
     }
-    // A killed backup copy leaves its temporary name inside the backup folder.
+    // A killed backup copy leaves its temporary name inside the backup folder (never looked for
+    // through a link: what it points to is not ours).
+    if (!isDirectory(folder.filePath(backupDirName))) return;
     QDirIterator backups(folder.filePath(backupDirName),
                          QDir::Files | QDir::Hidden | QDir::NoSymLinks,
                          QDirIterator::Subdirectories);

@@ -72,6 +72,8 @@ ImageFormat targetFormat(FormatStrategy strategy, ImageFormat automaticChoice) {
 // The source an existing output was written for, when the registry records it and the file
 // still holds what was written; nothing for anyone else's file.
 std::optional<QString> writtenFor(const EngineContext& context, const QString& output) {
+    // Only a regular file is ever the engine's output: a link under its name is someone else's.
+    if (!isRegularFile(output)) return std::nullopt;
     if (const auto owner = context.processedRegistry->findByOutput(standardizedPath(output));
         owner && owner->second.outputFingerprint &&
         contentFingerprint(output) == owner->second.outputFingerprint)
@@ -148,6 +150,7 @@ void removeStaleCompressedOutputs(EngineContext& context, const QString& source,
 namespace {
 
 bool isNotOlder(const QString& source, const QString& output) {
+    if (!isRegularFile(output)) return false;
     const auto outputSignature = fileSignature(output);
     if (!outputSignature || outputSignature->size <= 0) return false;
     const auto sourceModified = modificationTime(source);
@@ -165,6 +168,11 @@ bool existingOutputIsFresh(const AppConfig& config, const QString& source, const
 
 std::optional<QString> freshOutputOf(const EngineContext& context, const QString& source) {
     const QString key = standardizedPath(source);
+    // A link where an output would go is never followed, nor taken for an output: said once.
+    for (const QString& sibling : compressedSiblings(source))
+        if (isSymbolicLink(sibling))
+            NativeLog::write(QStringLiteral("Symbolic link ") + fileNameOf(sibling) +
+                             QStringLiteral(" is not an output; left alone"));
     if (const auto record = context.processedRegistry->find(key);
         record && record->output && *record->output != key && isNotOlder(source, *record->output))
         return record->output;

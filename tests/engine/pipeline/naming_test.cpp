@@ -1,5 +1,6 @@
 // Output naming and collisions: the engine never writes over, moves aside or removes a file it
 // did not write, and sources that share a base name each keep their own output.
+#include "engine/core/errors.h"
 #include "engine/pipeline/output_naming.h"
 #include "engine/pipeline/process.h"
 #include "imageio/image_io.h"
@@ -181,6 +182,37 @@ TEST_F(NamingTest, StaleOutputRemovalTakesOnlyTheEnginesOwnOutputOfThatSource) {
                                           u"logo_veltcompressed.webp"_s}));
     EXPECT_TRUE(readFile(data.file(u"native.log"_s))
                     .contains("Removed stale output logo_veltcompressed.jpg"));
+}
+
+// Links are never followed: a link under the output's name (to a newer file of someone else's)
+// neither settles the source nor is written through; a linked backup folder is refused.
+TEST_F(NamingTest, SymbolicLinksAreNeitherOutputsNorBackupFolders) {
+    QTemporaryDir elsewhere;
+    const QString unrelated = QDir(elsewhere.path()).filePath(u"unrelated.jpg"_s);
+    writeFile(unrelated, "someone else's");
+    const QString source = file(u"a.png"_s);
+    imageio::encodeImage(testing::photoLikeBitmap(80, 60), ImageFormat::png, 0, source);
+    setAge(source, 100);
+    const auto link = [](const QString& target, const QString& name) {
+        ASSERT_EQ(
+            ::symlink(QFile::encodeName(target).constData(), QFile::encodeName(name).constData()),
+            0);
+    };
+    link(unrelated, file(u"a_veltcompressed.jpg"_s));
+    context.config.formatStrategy = FormatStrategy::jpeg;
+    ASSERT_TRUE(process(context, source).didWrite) << "a link settled the source";
+    EXPECT_TRUE(QFileInfo::exists(file(u"a-2_veltcompressed.jpg"_s)));
+    EXPECT_EQ(readFile(unrelated), "someone else's");
+    EXPECT_EQ(readFile(data.file(u"native.log"_s)).count("Symbolic link a_veltcompressed.jpg"), 1);
+
+    link(elsewhere.path(), file(u".velt-compressor-backups"_s));
+    context.config.originalPolicy = OriginalPolicy::replace;
+    const QString replaced = file(u"b.png"_s);
+    ASSERT_TRUE(QFile::copy(source, replaced));
+    EXPECT_THROW(process(context, replaced), FileSystemError);
+    EXPECT_EQ(readFile(replaced), readFile(source));
+    EXPECT_EQ(QDir(elsewhere.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+              QStringList{u"unrelated.jpg"_s});
 }
 
 // A file that appears under the output's name while the image is being encoded is the user's.
