@@ -29,7 +29,7 @@ status=0
 for t in "${targets[@]}"; do
   mkdir -p "build-fuzz/corpus/$t" "build-fuzz/findings/$t"
   echo "== fuzz_$t for ${seconds}s" >&2
-  if ! nice -n 19 "build-fuzz/tests/fuzz/fuzz_$t" -max_total_time="$seconds" -timeout=10 \
+  if ! LSAN_OPTIONS=suppressions="$PWD/tests/lsan.supp" nice -n 19 "build-fuzz/tests/fuzz/fuzz_$t" -max_total_time="$seconds" -timeout=10 \
       -rss_limit_mb=2048 -max_len=262144 -artifact_prefix="build-fuzz/findings/$t/" \
       "build-fuzz/corpus/$t" "build-fuzz/seeds/${corpus[$t]}" 2>"build-fuzz/fuzz_$t.log"; then
     status=1

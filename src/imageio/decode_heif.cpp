@@ -71,8 +71,13 @@ QByteArray embeddedProfile(const heif_image_handle* handle) {
 // a file without any colour description.
 ColorSpace nclxColorSpace(const heif_image_handle* handle) {
     heif_color_profile_nclx* nclx = nullptr;
-    if (heif_image_handle_get_nclx_color_profile(handle, &nclx).code != heif_error_Ok || !nclx)
+    const heif_error error = heif_image_handle_get_nclx_color_profile(handle, &nclx);
+    // libheif hands out the description before it checks the code points: it is ours to free
+    // on the error path too.
+    if (error.code != heif_error_Ok || !nclx) {
+        heif_nclx_color_profile_free(nclx);
         return sRGBColorSpace();
+    }
     NclxColour colour;
     colour.red[0] = nclx->color_primary_red_x;
     colour.red[1] = nclx->color_primary_red_y;
