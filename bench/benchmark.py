@@ -25,6 +25,7 @@ CORPUS = os.path.join(ROOT, "bench", ".corpus")
 IDLE_SECONDS = int(os.environ.get("VELT_BENCH_IDLE_SECONDS", "60"))
 ROUNDS = int(os.environ.get("VELT_BENCH_ROUNDS", "3"))
 SCAN_COST = os.path.join(BUILD, "bench", "bench_scan_cost")
+LONG_RUN = os.path.join(BUILD, "bench", "bench_long_run")
 # The settings the engine gives cjpeg on the default (balanced) preset: jpegCandidates() in
 # src/engine/encoders/jpeg_path.cpp, quality from the preset's JPEG number.
 CJPEG_ARGUMENTS = "-quality 76 -progressive -optimize -sample 2x2"
@@ -576,11 +577,24 @@ def idle_handled():
     return figures[0], figures[1]
 
 
+def long_run():
+    """bench_long_run's rows (a watcher after 1,000 photos compressed while watching, and a start
+    on 100,000 handled images), each with its target."""
+    output = run([LONG_RUN, "1000", "100000", str(max(IDLE_SECONDS, 60))]).stdout.decode()
+    for line in output.splitlines():
+        cells = [cell.strip() for cell in line.split("|")[1:-1]]
+        if len(cells) != 3 or not cells[2][:1].isdigit():
+            continue
+        measure, quantity, value = cells
+        target = 0.1 if quantity.startswith("idle") else 10 if quantity.startswith("CPU") else 0
+        yield f"{measure}: {quantity}", value, target, float(value) <= target
+
+
 def main():
-    """Arguments name the parts to run (perfile, jobs, throughput, idle, memory, latency,
-    savings, quality, calibrate); none: all but calibrate, a sweep of its own."""
-    everything = {"perfile", "jobs", "throughput", "idle", "memory", "latency", "savings",
-                  "quality"}
+    """Arguments name the parts to run (perfile, jobs, throughput, idle, longrun, memory,
+    latency, savings, quality, calibrate); none: all but calibrate, a sweep of its own."""
+    everything = {"perfile", "jobs", "throughput", "idle", "longrun", "memory", "latency",
+                  "savings", "quality"}
     parts = set(sys.argv[1:]) or everything
     everything.add("calibrate")
     if parts - everything:
@@ -637,6 +651,9 @@ def main():
         print(f"| CPU per minute, the engine (bench_scan_cost) watching 10,000 unrelated files / "
               f"10,000 already-handled images | {unrelated:.3f} s / {handled:.3f} s | ≤ 0.1 s / "
               f"≤ 0.3 s | {'yes' if unrelated <= 0.1 and handled <= 0.3 else 'no'} |", flush=True)
+    if "longrun" in parts:
+        for measure, value, target, met in long_run():
+            print(f"| {measure} | {value} | ≤ {target} | {'yes' if met else 'no'} |", flush=True)
     if "memory" in parts:
         peak, raster = peak_memory()
         print(f"| peak memory compressing one 48 MP JPEG | {peak / 1e6:.0f} MB = "
