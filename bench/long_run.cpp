@@ -80,15 +80,18 @@ double idlePerMinute(int seconds) {
     return (cpuSeconds() - before) * 60.0 / seconds;
 }
 
-// Waits until a whole second passes with less than 10 ms of CPU: the engine has settled.
-void waitUntilIdle() {
+// Waits until a whole second passes with less than 10 ms of CPU: the engine has settled. False
+// when that has not happened within `limit`.
+bool waitUntilIdle(seconds limit = 300s) {
+    const auto deadline = steady_clock::now() + limit;
     double last = cpuSeconds();
-    for (;;) {
+    while (steady_clock::now() < deadline) {
         std::this_thread::sleep_for(1s);
         const double now = cpuSeconds();
-        if (now - last < 0.01) return;
+        if (now - last < 0.01) return true;
         last = now;
     }
+    return false;
 }
 
 void watchAfterCompressing(int photos, int idleSeconds) {
@@ -152,9 +155,10 @@ void startOnHandled(int images, int idleSeconds) {
     });
     engine.start(AppConfig(), folder.path());
     std::this_thread::sleep_for(3s);
-    waitUntilIdle();
+    const bool settled = waitUntilIdle();
     const double start = cpuSeconds() - before;
-    std::printf("| start on %d handled images | CPU s until idle | %.2f |\n", images, start);
+    std::printf("| start on %d handled images | CPU s until idle%s | %.2f |\n", images,
+                settled ? "" : " (still busy after 300 s)", start);
     std::printf("| start on %d handled images | files handed to the pipeline | %d |\n", images,
                 toPipeline.load());
     std::fflush(stdout);
