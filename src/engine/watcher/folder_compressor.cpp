@@ -122,8 +122,9 @@ bool FolderCompressor::scanIsDue() {
         timing_.fullScan);
 }
 
-QStringList FolderCompressor::candidatesToLookAt(const QString& folder) {
+QStringList FolderCompressor::candidatesToLookAt(const QString& folder, bool& listing) {
     ScanPlanner::Plan plan = planner_.takePlan(folder);
+    listing = plan.listing;
     const auto unsupported = [this](const QString& file) { reportUnsupportedIfNeeded(file); };
     const auto undecodable = [this, &folder](const QByteArray& rawName, const FileSignature& sig) {
         reportUndecodableNameIfNeeded(folder, rawName, sig);
@@ -161,9 +162,10 @@ void FolderCompressor::compressAgain() {
 
 void FolderCompressor::scan() {
     if (lifecycle_.isCancellationRequested() || !context_.watchDirectory) return;
-    // A requested pass over the whole folder (the planner lists after a request).
-    const bool redo = redoRequested_;
-    const QStringList candidates = candidatesToLookAt(*context_.watchDirectory);
+    bool listing = false;
+    const QStringList candidates = candidatesToLookAt(*context_.watchDirectory, listing);
+    // A requested pass goes over the whole folder (the planner lists after a request).
+    const bool redo = redoRequested_ && listing;
     const struct EndRedo {
         EngineContext& context;
         ~EndRedo() { context.redo = false; }
@@ -176,7 +178,7 @@ void FolderCompressor::scan() {
         planner_.lookAgain(file);
         if (!processCandidate(file)) return;
     }
-    redoRequested_ = false;
+    if (redo) redoRequested_ = false;
 }
 
 void FolderCompressor::takeAsSettled(EngineContext& context, const QStringList& files) const {

@@ -104,8 +104,9 @@ class FolderCompressor {
     void scheduleScan();
     // Whether a poll tick needs a scan (see ScanPlanner).
     bool scanIsDue();
-    // The files the scan now starting looks at: the whole listing or the planner's names.
-    QStringList candidatesToLookAt(const QString& folder);
+    // The files the scan now starting looks at: the whole listing (`listing` set) or the
+    // planner's names.
+    QStringList candidatesToLookAt(const QString& folder, bool& listing);
     void scan();
     // Processes one candidate as a scan does; false when the scan must end (cancellation).
     bool processCandidate(const QString& file);

@@ -1,8 +1,8 @@
 // One engine per folder, whatever path names it.
 #include "engine/watcher/folder_lock.h"
 
-#include <unistd.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
