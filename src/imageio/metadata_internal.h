@@ -65,6 +65,15 @@ QByteArray bytesOf(const Buffer& buffer) {
                           static_cast<qsizetype>(buffer.size_));
 }
 
+// A tag's Nth value as an integer: exiv2 0.27 names it toLong, 0.28 toInt64.
+template <typename Datum>
+long long integerOf(const Datum& datum, std::size_t n) {
+    if constexpr (requires { datum.toInt64(n); })
+        return datum.toInt64(n);
+    else
+        return datum.toLong(static_cast<long>(n));
+}
+
 // Drops what the policy does not keep and makes the rest true for an upright output.
 void applyPolicy(ParsedMetadata& parsed, MetadataPolicy policy);
 

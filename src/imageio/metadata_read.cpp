@@ -12,7 +12,7 @@ namespace {
 
 using detail::ParsedMetadata;
 
-std::optional<int> inRange(long value) {
+std::optional<int> inRange(long long value) {
     if (value < 1 || value > 8) return std::nullopt;
     return static_cast<int>(value);
 }
@@ -41,7 +41,7 @@ std::optional<int> orientationOf(const Exiv2::ExifData& exif, const Exiv2::XmpDa
             case Exiv2::signedByte:
             case Exiv2::signedShort:
             case Exiv2::signedLong:
-                return tag->count() >= 1 ? inRange(tag->toLong(0)) : std::nullopt;
+                return tag->count() >= 1 ? inRange(detail::integerOf(*tag, 0)) : std::nullopt;
             default:
                 return std::nullopt;
         }
