@@ -156,7 +156,7 @@ TEST_F(DelegateTest, ANoticeTakesTheProgressPlaceUntilItExpires) {
 
 // The tray's menu follows the store in its language; a click on an entry runs its command
 // after the menu has closed, and the menu is retitled in place, never rebuilt under the click.
-TEST(TrayMenu, FollowsTheStoreAndRunsTheClickedEntry) {
+TEST(TrayMenu, FollowsTheStoreAndRunsTheChosenEntry) {
     StoreFixture fixture;
     ScriptedPresenter presenter;
     AppStore store(&presenter);
@@ -184,7 +184,11 @@ TEST(TrayMenu, FollowsTheStoreAndRunsTheClickedEntry) {
     const QList<QAction*> actions = menu.actions();
     menu.popup(QPoint(100, 100));
     ASSERT_TRUE(processEventsUntil([&] { return menu.isVisible(); }));
-    QTest::mouseClick(&menu, Qt::LeftButton, {}, menu.actionGeometry(actions[1]).center());
+    // Chosen with the keyboard: Qt 6.8 closes a popup on the test library's synthetic press
+    // before the menu sees it, while a real pointer grab delivers it.
+    QTest::keyClick(&menu, Qt::Key_Down);
+    QTest::keyClick(&menu, Qt::Key_Down);
+    QTest::keyClick(&menu, Qt::Key_Return);
     ASSERT_TRUE(processEventsUntil([&] { return !commands.empty(); }));
     EXPECT_EQ(commands, std::vector{ui::TrayCommand::toggleCompression});
     EXPECT_FALSE(store.isRunning());

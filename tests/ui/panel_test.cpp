@@ -293,12 +293,13 @@ TEST_F(PanelTest, TheKeyboardAndAScreenReaderReachEveryRowAndEscapeClosesAnOpenL
     QComboBox* preset = content().presetRow()->popup();
     QTest::keyClick(window, Qt::Key_Space);
     ASSERT_TRUE(processEventsUntil([&] { return preset->view()->isVisible(); }));
-    QTest::keyClick(QGuiApplication::focusWindow(), Qt::Key_Escape);
+    // To the list's own window: Qt 6.8 gives an open list no focus window.
+    QTest::keyClick(preset->view()->window()->windowHandle(), Qt::Key_Escape);
     ASSERT_TRUE(processEventsUntil([&] { return !preset->view()->isVisible(); }));
     processEventsUntil([] { return false; }, 0.1);
     EXPECT_TRUE(panel_->isVisible()) << "Escape closed the list only";
     EXPECT_EQ(store_->config().preset, CompressionPreset::balanced);
-    QTest::keyClick(QGuiApplication::focusWindow(), Qt::Key_Escape);
+    QTest::keyClick(window, Qt::Key_Escape);
     EXPECT_TRUE(processEventsUntil([&] { return !panel_->isVisible(); }));
 }
 
