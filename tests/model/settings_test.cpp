@@ -154,17 +154,6 @@ TEST(SettingsRestart, ComparesOnlyWhatTheEngineUses) {
     }
 }
 
-TEST(ImageFormatTest, ExtensionsAndTypeIdentifiers) {
-    EXPECT_EQ(imageFormatFromFileExtension(QStringLiteral("JPEG")), ImageFormat::jpeg);
-    EXPECT_EQ(imageFormatFromFileExtension(QStringLiteral("heif")), ImageFormat::heic);
-    EXPECT_EQ(imageFormatFromFileExtension(QStringLiteral("gif")), std::nullopt);
-    EXPECT_EQ(fileExtension(ImageFormat::jpeg), QStringLiteral("jpg"));
-    EXPECT_EQ(imageFormatFromTypeIdentifier(QStringLiteral("public.heif")), ImageFormat::heic);
-    EXPECT_EQ(imageFormatFromTypeIdentifier(QStringLiteral("com.google.webp")), ImageFormat::webp);
-    EXPECT_EQ(imageFormatFromTypeIdentifier(std::nullopt), std::nullopt);
-    EXPECT_EQ(imageFormatFromTypeIdentifier(QStringLiteral("public.tiff")), std::nullopt);
-}
-
 TEST(ImageFormatTest, MenuOffersWhatTheWriterCanEncode) {
     EXPECT_TRUE(isNativeWritable(ImageFormat::jpeg));
     EXPECT_FALSE(isNativeWritable(ImageFormat::heic));
