@@ -16,6 +16,7 @@
 #include <cstring>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 extern char** environ;
@@ -47,7 +48,7 @@ int decodeWaitStatus(int status) {
     ::_exit(127);
 }
 
-[[noreturn]] void becomeTool(char* const argv[], pid_t parent, const ToolLimits& limits,
+[[noreturn]] void becomeTool(char* const argv[], pid_t parent, const ToolLimits& limits, int input,
                              int report) {
     const auto fail = [report] { reportAndExit(report); };
     // The tool dies with the program, even when the program is killed outright.
@@ -68,11 +69,12 @@ int decodeWaitStatus(int status) {
     sigset_t none;
     sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    // The tools' messages are never read: all three standard streams are the null device, so a
-    // chatty tool can never block on a full pipe and never waits for input.
+    // The tools' messages are never read: output and errors go to the null device, so a chatty
+    // tool can never block on a full pipe. Input is the caller's pipe, or the null device so that
+    // a tool never waits for input.
     const int null = ::open("/dev/null", O_RDWR);
-    if (null < 0 || ::dup2(null, STDIN_FILENO) < 0 || ::dup2(null, STDOUT_FILENO) < 0 ||
-        ::dup2(null, STDERR_FILENO) < 0)
+    if (null < 0 || ::dup2(input >= 0 ? input : null, STDIN_FILENO) < 0 ||
+        ::dup2(null, STDOUT_FILENO) < 0 || ::dup2(null, STDERR_FILENO) < 0)
         fail();
     // No descriptor of ours (watches, half-written files, locks) leaks into a tool; the report
     // pipe closes itself at exec.
@@ -88,13 +90,14 @@ int decodeWaitStatus(int status) {
 // (the next photo's raster, the decoder's buffers) takes a fault, which cost more CPU than the
 // photo's own decode. Every signal is blocked meanwhile so that no handler of ours runs in the
 // child on the shared memory; the child resets the handlers and unblocks before its exec.
-pid_t spawnSharingMemory(char* const argv[], pid_t parent, const ToolLimits& limits, int report) {
+pid_t spawnSharingMemory(char* const argv[], pid_t parent, const ToolLimits& limits, int input,
+                         int report) {
     sigset_t all;
     sigset_t previous;
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &previous);
     const pid_t pid = ::vfork();
-    if (pid == 0) becomeTool(argv, parent, limits, report);
+    if (pid == 0) becomeTool(argv, parent, limits, input, report);
     const int error = errno;
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     errno = error;
@@ -119,15 +122,18 @@ class PidFd {
     PidFd(const PidFd&) = delete;
     PidFd& operator=(const PidFd&) = delete;
 
-    // Returns when the child may have exited or after `timeout`, whichever comes first.
-    void waitAtMost(std::chrono::milliseconds timeout) const {
-        if (fd_ < 0) {
+    // Returns when the child may have exited, when `writable` (a pipe, or -1) takes more bytes,
+    // or after `timeout`, whichever comes first.
+    void waitAtMost(std::chrono::milliseconds timeout, int writable) const {
+        if (fd_ < 0 && writable < 0) {
             std::this_thread::sleep_for(std::min(timeout, fallbackSleep));
             return;
         }
-        pollfd entry{fd_, POLLIN, 0};
+        if (fd_ < 0) timeout = std::min(timeout, fallbackSleep);
+        // poll() skips an entry whose descriptor is negative.
+        pollfd entries[] = {{fd_, POLLIN, 0}, {writable, POLLOUT, 0}};
         // EINTR just means another look at the child, which the caller does anyway.
-        ::poll(&entry, 1, static_cast<int>(std::max<std::int64_t>(timeout.count(), 1)));
+        ::poll(entries, 2, static_cast<int>(std::max<std::int64_t>(timeout.count(), 1)));
     }
 
   private:
@@ -158,11 +164,45 @@ void killAndReap(pid_t pid) {
     }
 }
 
+// The child's input pipe: the read end for the child, the write end (non-blocking) for us. Both
+// close themselves on exec, so no other tool started meanwhile keeps the pipe open.
+class InputPipe {
+  public:
+    explicit InputPipe(bool wanted) {
+        if (!wanted) return;
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0) {
+            error_ = errno;
+            return;
+        }
+        read_ = ends[0];
+        write_ = ends[1];
+        if (::fcntl(write_, F_SETFL, O_NONBLOCK) != 0) error_ = errno;
+    }
+    ~InputPipe() {
+        for (const int fd : {read_, write_})
+            if (fd >= 0) ::close(fd);
+    }
+    InputPipe(const InputPipe&) = delete;
+    InputPipe& operator=(const InputPipe&) = delete;
+
+    int error() const { return error_; }
+    int readEnd() const { return read_; }
+    // Once the child has its copy of the read end, ours goes.
+    void closeReadEnd() { ::close(std::exchange(read_, -1)); }
+    int releaseWriteEnd() { return std::exchange(write_, -1); }
+
+  private:
+    int read_ = -1;
+    int write_ = -1;
+    int error_ = 0;
+};
+
 }  // namespace
 
 std::shared_ptr<ChildProcess> ChildProcess::spawn(const QString& executable,
                                                   const QStringList& arguments,
-                                                  const ToolLimits& limits) {
+                                                  const ToolLimits& limits, bool inputPipe) {
     std::vector<QByteArray> encoded = encodedArgumentVector(executable, arguments);
     std::vector<char*> argv;
     argv.reserve(encoded.size() + 1);
@@ -174,16 +214,19 @@ std::shared_ptr<ChildProcess> ChildProcess::spawn(const QString& executable,
                                QStringLiteral("Cannot start %1: %2")
                                    .arg(executable, QString::fromLocal8Bit(std::strerror(error))));
     };
+    InputPipe input(inputPipe);
+    if (input.error() != 0) throw launchFailed(input.error());
     int report[2];
     if (::pipe2(report, O_CLOEXEC) != 0) throw launchFailed(errno);
     const pid_t parent = ::getpid();
-    const pid_t pid = spawnSharingMemory(argv.data(), parent, limits, report[1]);
+    const pid_t pid = spawnSharingMemory(argv.data(), parent, limits, input.readEnd(), report[1]);
     ::close(report[1]);
     if (pid < 0) {
         const int error = errno;
         ::close(report[0]);
         throw launchFailed(error);
     }
+    if (inputPipe) input.closeReadEnd();
     // The exec closed the pipe (success) or the child wrote why it could not start.
     int childError = 0;
     ssize_t got;
@@ -196,15 +239,16 @@ std::shared_ptr<ChildProcess> ChildProcess::spawn(const QString& executable,
         throw launchFailed(childError);
     }
     try {
-        return std::shared_ptr<ChildProcess>(new ChildProcess(pid, limits.time));
+        return std::shared_ptr<ChildProcess>(
+            new ChildProcess(pid, limits.time, input.releaseWriteEnd()));
     } catch (...) {
         killAndReap(pid);
         throw;
     }
 }
 
-ChildProcess::ChildProcess(pid_t pid, std::chrono::seconds timeLimit)
-    : pid_(pid), startedAt_(Clock::now()), timeLimit_(timeLimit) {}
+ChildProcess::ChildProcess(pid_t pid, std::chrono::seconds timeLimit, int inputPipe)
+    : pid_(pid), inputPipe_(inputPipe), startedAt_(Clock::now()), timeLimit_(timeLimit) {}
 
 bool ChildProcess::timedOut() const {
     const std::lock_guard lock(mutex_);
@@ -232,8 +276,9 @@ bool ChildProcess::reapIfExitedLocked() {
     return true;
 }
 
-int ChildProcess::waitForExit() {
+int ChildProcess::waitForExit(const InputChunks& input) {
     const PidFd pidfd(pid_);
+    InputFeed feed(inputPipe_.release(), input);
     std::optional<Clock::time_point> killAt;
     bool killed = false;
     for (;;) {
@@ -248,8 +293,11 @@ int ChildProcess::waitForExit() {
                 terminateRequestedAt_ = Clock::now();
                 ::kill(pid_, SIGTERM);
             }
-            if (terminateRequested_ && !killAt)
+            if (terminateRequested_ && !killAt) {
                 killAt = terminateRequestedAt_ + terminateGracePeriod;
+                // A child being ended gets no more input: one that does not read cannot block us.
+                feed.stop();
+            }
             if (killAt && !killed) {
                 const auto now = Clock::now();
                 if (now >= *killAt) {
@@ -263,7 +311,8 @@ int ChildProcess::waitForExit() {
             }
         }
         // Never wait under the lock: terminate() from the stopping thread needs it.
-        pidfd.waitAtMost(timeout);
+        pidfd.waitAtMost(timeout, feed.fd());
+        if (feed.fd() >= 0) feed.pump();
     }
 }
 

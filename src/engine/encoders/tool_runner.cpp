@@ -85,15 +85,15 @@ ToolLimits toolLimitsFor(std::int64_t pixels) {
 }
 
 void runTool(const QString& executable, const QStringList& arguments, EngineLifecycle& lifecycle,
-             const ToolLimits& limits) {
+             const ToolLimits& limits, const InputChunks& input) {
     lifecycle.checkpoint();
     const std::shared_ptr<ChildProcess> process =
-        ChildProcess::spawn(executable, arguments, limits);
+        ChildProcess::spawn(executable, arguments, limits, static_cast<bool>(input));
     const ActiveProcessRegistration registration(lifecycle, process.get());
     // A stop that came between the checkpoint and the registration could not see this process.
     if (lifecycle.registerActiveProcess(process) && process->isRunning()) process->terminate();
 
-    const int status = process->waitForExit();
+    const int status = process->waitForExit(input);
     // A stopped tool may still exit 0 (it caught SIGTERM and finished): its output is not trusted.
     lifecycle.checkpoint();
     if (process->timedOut())

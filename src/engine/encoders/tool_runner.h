@@ -26,12 +26,13 @@ std::optional<QString> toolURL(const QString& name);
 ToolLimits toolLimitsFor(std::int64_t pixels);
 
 // Runs the tool with exactly these arguments (no shell; output to /dev/null) and waits for it,
-// within `limits`. Registers it with `lifecycle` so that the engine's stop ends it.
+// within `limits`. Its standard input is `input` through a pipe, or empty without it. Registers
+// it with `lifecycle` so that the engine's stop ends it.
 // Throws FolderCompressorControlError::cancelled when a stop was requested before, during or
 // right after the run (whatever the exit status), FileSystemError(launchFailed) when it cannot
 // start, and FileSystemError(writeUnknown) when it exits with a non-zero status or passes its
 // time limit (it is then stopped).
 void runTool(const QString& executable, const QStringList& arguments, EngineLifecycle& lifecycle,
-             const ToolLimits& limits = {});
+             const ToolLimits& limits = {}, const InputChunks& input = {});
 
 }  // namespace velt

@@ -1,14 +1,17 @@
 // Helpers for tests that run the stand-in tools built from tests/engine/standins/.
 #pragma once
 
+#include "engine/core/child_input.h"
 #include "support/test_environment.h"
 
 #include <unistd.h>
 #include <QDir>
 #include <QFile>
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <thread>
 
 namespace velt::testing {
@@ -26,6 +29,18 @@ inline QString installStandin(const QString& directory, const QString& standin,
     if (!QFile::copy(QStringLiteral(VELT_STANDIN_DIR "/") + standin, target)) return {};
     QFile::setPermissions(target, QFile::permissions(target) | QFile::ExeOwner);
     return target;
+}
+
+// `bytes` as a tool's standard input, in pieces of `piece` bytes. Many megabytes outlast any
+// pipe's buffer: a tool that does not read them holds the writer until it is ended.
+inline InputChunks piecesOf(const QByteArray& bytes, qsizetype piece = 100'000) {
+    auto offset = std::make_shared<qsizetype>(0);
+    return [bytes, piece, offset] {
+        const qsizetype size = std::min(piece, bytes.size() - *offset);
+        const auto* start = reinterpret_cast<const std::uint8_t*>(bytes.constData()) + *offset;
+        *offset += size;
+        return std::span<const std::uint8_t>(start, static_cast<std::size_t>(size));
+    };
 }
 
 // The pid the hang stand-in writes once it runs (VELT_STANDIN_READY); -1 after 10 s without it.

@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <cstring>
+#include <random>
 
 namespace velt {
 namespace {
@@ -121,9 +122,13 @@ TEST(ToolSearch, OverrideFirstThenFixedFoldersAndFallThrough) {
     }
 }
 
-TEST(RunTool, ExitStatusArgumentVectorAndStopWhileRunning) {
+// A tool's input goes through a pipe; one that fails without reading it, or never reads it, must
+// neither kill this process (SIGPIPE) nor hold it.
+TEST(RunTool, ExitStatusArgumentVectorInputAndStopWhileRunning) {
     QTemporaryDir dir;
     EngineLifecycle unstopped;
+    QByteArray input(8'000'000, '\0');
+    std::generate(input.begin(), input.end(), std::mt19937(3));
     const auto install = [&](const char* standin, const char* tool) {
         return installStandin(dir.path(), QString::fromUtf8(standin), QString::fromUtf8(tool));
     };
@@ -135,6 +140,9 @@ TEST(RunTool, ExitStatusArgumentVectorAndStopWhileRunning) {
     EXPECT_EQ(testing::readFile(record), arguments.join(u'\n').toUtf8() + "\n\n");
     // Far more output than any pipe holds: only a null device lets it finish.
     EXPECT_NO_THROW(runTool(install("noisy", "pngquant"), {}, unstopped));
+    const QString copy = dir.filePath(u"copy"_s);
+    runTool(u"/bin/cp"_s, {u"/dev/stdin"_s, copy}, unstopped, {}, testing::piecesOf(input, 77'777));
+    EXPECT_TRUE(testing::readFile(copy) == input);
     const std::pair<QString, FileSystemError::Code> failures[] = {
         {install("exit1", "cjpeg"), FileSystemError::writeUnknown},
         {dir.filePath(u"missing"_s), FileSystemError::launchFailed},
@@ -142,7 +150,7 @@ TEST(RunTool, ExitStatusArgumentVectorAndStopWhileRunning) {
     };
     for (const auto& [tool, code] : failures) {
         try {
-            runTool(tool, {}, unstopped);
+            runTool(tool, {}, unstopped, {}, testing::piecesOf(input));
             ADD_FAILURE() << tool.toStdString();
         } catch (const FileSystemError& error) {
             EXPECT_EQ(error.code(), code) << tool.toStdString();
@@ -167,7 +175,7 @@ TEST(RunTool, ExitStatusArgumentVectorAndStopWhileRunning) {
         });
         const auto start = std::chrono::steady_clock::now();
         try {
-            runTool(tool, {}, lifecycle);
+            runTool(tool, {}, lifecycle, {}, testing::piecesOf(input));
             ADD_FAILURE() << "not cancelled";
         } catch (const FolderCompressorControlError& error) {
             EXPECT_EQ(error.kind(), FolderCompressorControlError::cancelled);
@@ -188,7 +196,8 @@ TEST(RunTool, TimeAndMemoryLimits) {
     const QString hang = installStandin(dir.path(), u"hang"_s, u"cwebp"_s);
     const ScopedEnvironment ignoreTerm("VELT_STANDIN_IGNORE_TERM", QByteArray("1"));
     try {
-        runTool(hang, {}, lifecycle, ToolLimits{0, std::chrono::seconds(1)});
+        runTool(hang, {}, lifecycle, ToolLimits{0, std::chrono::seconds(1)},
+                testing::piecesOf(QByteArray(8'000'000, 'x')));
         ADD_FAILURE() << "no time limit";
     } catch (const FileSystemError& error) {
         EXPECT_EQ(error.description(), u"The tool cwebp took longer than 1 s and was stopped"_s);
