@@ -41,4 +41,10 @@ struct Bitmap {
     const std::uint8_t* pixel(int x, int y) const { return rgba.data() + y * rowBytes() + x * 4; }
 };
 
+// Gives the pixels' memory back once nothing reads them any more, keeping the size, the alpha
+// info and the colour space (what an output is checked against).
+inline void releasePixels(Bitmap& bitmap) {
+    std::vector<std::uint8_t>().swap(bitmap.rgba);
+}
+
 }  // namespace velt::imageio

@@ -42,7 +42,16 @@ Bitmap decodeFirstFrame(const QString& path) {
 
 FrameSize verifyFirstFrameDecodes(const QString& path) {
     const QByteArray data = detail::readWholeFile(path);
-    if (sniffedFormat(path, data) == ImageFormat::jpeg) return detail::verifyJpegDecodes(data);
+    switch (sniffedFormat(path, data)) {
+        case ImageFormat::jpeg:
+            return detail::verifyJpegDecodes(data);
+        case ImageFormat::avif:
+        case ImageFormat::heic:
+            return detail::verifyHeifDecodes(data);
+        case ImageFormat::png:
+        case ImageFormat::webp:
+            break;
+    }
     const Bitmap bitmap = decodeFirstFrame(path);
     return {bitmap.width, bitmap.height};
 }

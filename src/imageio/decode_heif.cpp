@@ -28,6 +28,7 @@ struct OptionsDeleter {
 };
 using Context = std::unique_ptr<heif_context, ContextDeleter>;
 using Handle = std::unique_ptr<heif_image_handle, HandleDeleter>;
+using Image = std::unique_ptr<heif_image, ImageDeleter>;
 
 const std::uint8_t* bytesOf(const QByteArray& data) {
     return reinterpret_cast<const std::uint8_t*>(data.constData());
@@ -149,25 +150,58 @@ ImageMetadata readHeifMetadata(const QString& path) {
     return metadata;
 }
 
-Bitmap decodeHeif(const QByteArray& data) {
-    Context context = newContext();
-    check(heif_context_read_from_memory_without_copy(
-        context.get(), data.constData(), static_cast<std::size_t>(data.size()), nullptr));
-    Handle handle = primaryImage(context.get());
-    Bitmap bitmap;
-    bitmap.width = heif_image_handle_get_width(handle.get());
-    bitmap.height = heif_image_handle_get_height(handle.get());
-    checkDecodeSize(bitmap.width, bitmap.height);
-    const bool alpha = heif_image_handle_has_alpha_channel(handle.get()) != 0;
-    bitmap.alphaInfo = alpha ? AlphaInfo::last : AlphaInfo::noneSkipLast;
+namespace {
 
+// The primary image of the file in `data` (which must outlive the context) and its size, checked
+// against the decode limits.
+struct Primary {
+    Context context;
+    Handle handle;
+    int width = 0;
+    int height = 0;
+};
+
+Primary openPrimary(const QByteArray& data) {
+    Primary primary{newContext(), {}};
+    check(heif_context_read_from_memory_without_copy(
+        primary.context.get(), data.constData(), static_cast<std::size_t>(data.size()), nullptr));
+    primary.handle = primaryImage(primary.context.get());
+    primary.width = heif_image_handle_get_width(primary.handle.get());
+    primary.height = heif_image_handle_get_height(primary.handle.get());
+    checkDecodeSize(primary.width, primary.height);
+    return primary;
+}
+
+Image decodePrimary(const Primary& primary, heif_colorspace colorspace, heif_chroma chroma) {
     std::unique_ptr<heif_decoding_options, OptionsDeleter> options(heif_decoding_options_alloc());
     if (!options) throwHeifError("out of memory");
     options->convert_hdr_to_8bit = 1;
     heif_image* decoded = nullptr;
-    check(heif_decode_image(handle.get(), &decoded, heif_colorspace_RGB,
-                            heif_chroma_interleaved_RGBA, options.get()));
-    const std::unique_ptr<heif_image, ImageDeleter> image(decoded);
+    check(heif_decode_image(primary.handle.get(), &decoded, colorspace, chroma, options.get()));
+    return Image(decoded);
+}
+
+}  // namespace
+
+FrameSize verifyHeifDecodes(const QByteArray& data) {
+    const Primary primary = openPrimary(data);
+    const Image image = decodePrimary(primary, heif_colorspace_undefined, heif_chroma_undefined);
+    const int width = heif_image_get_primary_width(image.get());
+    const int height = heif_image_get_primary_height(image.get());
+    if (width != primary.width || height != primary.height)
+        throwHeifError("the decoded size differs from the declared one");
+    return {width, height};
+}
+
+Bitmap decodeHeif(const QByteArray& data) {
+    const Primary primary = openPrimary(data);
+    const heif_image_handle* handle = primary.handle.get();
+    Bitmap bitmap;
+    bitmap.width = primary.width;
+    bitmap.height = primary.height;
+    const bool alpha = heif_image_handle_has_alpha_channel(handle) != 0;
+    bitmap.alphaInfo = alpha ? AlphaInfo::last : AlphaInfo::noneSkipLast;
+    const Image image = decodePrimary(primary, heif_colorspace_RGB, heif_chroma_interleaved_RGBA);
 
     int stride = 0;
     const std::uint8_t* plane =
@@ -186,9 +220,8 @@ Bitmap decodeHeif(const QByteArray& data) {
     if (!alpha) {
         for (std::size_t i = 3; i < bitmap.rgba.size(); i += 4) bitmap.rgba[i] = 255;
     }
-    const QByteArray profile = embeddedProfile(handle.get());
-    bitmap.colorSpace =
-        profile.isEmpty() ? nclxColorSpace(handle.get()) : colorSpaceFromICC(profile);
+    const QByteArray profile = embeddedProfile(handle);
+    bitmap.colorSpace = profile.isEmpty() ? nclxColorSpace(handle) : colorSpaceFromICC(profile);
     return bitmap;
 }
 

@@ -84,5 +84,8 @@ FrameSize verifyJpegDecodes(const QByteArray& data);
 Bitmap decodePng(const QByteArray& data);
 Bitmap decodeWebp(const QByteArray& data);
 Bitmap decodeHeif(const QByteArray& data);
+// The primary image decoded whole (every tile, the alpha plane, rotation and mirroring) but kept
+// in its coded colour format: no RGBA raster is made.
+FrameSize verifyHeifDecodes(const QByteArray& data);
 
 }  // namespace velt::imageio::detail

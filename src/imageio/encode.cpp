@@ -23,8 +23,9 @@ void checkBitmap(const Bitmap& bitmap) {
     }
 }
 
+// `owned`: the caller's raster, which HEIC and AVIF take over (otherwise they work on a copy).
 QByteArray encodeToMemory(const Bitmap& bitmap, ImageFormat format, int quality,
-                          const ImageMetadata& metadata) {
+                          const ImageMetadata& metadata, Bitmap* owned) {
     const QByteArray icc = iccProfileToEmbed(bitmap.colorSpace);
     switch (format) {
         case ImageFormat::jpeg:
@@ -33,8 +34,8 @@ QByteArray encodeToMemory(const Bitmap& bitmap, ImageFormat format, int quality,
             return detail::encodePNG(bitmap, icc);
         case ImageFormat::heic:
         case ImageFormat::avif:
-            return detail::encodeHEIF(bitmap, format, quality, icc, metadata,
-                                      detail::defaultHeifParameters(format));
+            return detail::encodeHEIF(owned ? std::move(*owned) : Bitmap(bitmap), format, quality,
+                                      icc, metadata, detail::defaultHeifParameters(format));
         case ImageFormat::webp:
             break;
     }
@@ -64,7 +65,13 @@ void writeFileReplacing(const QString& path, const QByteArray& bytes) {
 void encodeImage(const Bitmap& bitmap, ImageFormat format, int quality, const QString& path,
                  const ImageMetadata& metadata) {
     checkBitmap(bitmap);
-    writeFileReplacing(path, encodeToMemory(bitmap, format, quality, metadata));
+    writeFileReplacing(path, encodeToMemory(bitmap, format, quality, metadata, nullptr));
+}
+
+void encodeImage(Bitmap&& bitmap, ImageFormat format, int quality, const QString& path,
+                 const ImageMetadata& metadata) {
+    checkBitmap(bitmap);
+    writeFileReplacing(path, encodeToMemory(bitmap, format, quality, metadata, &bitmap));
 }
 
 }  // namespace velt::imageio

@@ -168,16 +168,18 @@ bool heifCanEncode(ImageFormat format) {
     return heif_have_encoder_for_format(compressionOf(format)) != 0;
 }
 
-QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc,
+QByteArray encodeHEIF(Bitmap&& bitmap, ImageFormat format, int quality, const QByteArray& icc,
                       const ImageMetadata& metadata, const HeifParameters& parameters) {
     initialiseLibheif();
     const Context context(heif_context_alloc());
     if (!context) fail(format, QStringLiteral("out of memory"));
     const Encoder encoder = createEncoder(context.get(), format, quality, parameters);
     const Image image = createImage(bitmap, format, icc);
+    const bool alpha = hasAlphaChannel(bitmap.alphaInfo);
+    std::vector<std::uint8_t>().swap(bitmap.rgba);
     const Options options(heif_encoding_options_alloc());
     if (!options) fail(format, QStringLiteral("out of memory"));
-    options->save_alpha_channel = hasAlphaChannel(bitmap.alphaInfo) ? 1 : 0;
+    options->save_alpha_channel = alpha ? 1 : 0;
     heif_image_handle* rawHandle = nullptr;
     check(heif_context_encode_image(context.get(), image.get(), encoder.get(), options.get(),
                                     &rawHandle),

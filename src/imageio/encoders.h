@@ -32,7 +32,9 @@ HeifParameters defaultHeifParameters(ImageFormat format);
 // has an alpha channel, `icc` as a "prof" colour profile, the EXIF and XMP of `metadata` as items
 // of the image (IPTC has no place in HEIF and is left out), with `parameters` set on the encoder
 // where its plug-in knows them. Throws unsupportedFormat when libheif has no encoder for it.
-QByteArray encodeHEIF(const Bitmap& bitmap, ImageFormat format, int quality, const QByteArray& icc,
+// The raster is taken over and freed as soon as libheif holds its own copy of the pixels, before
+// the encoder allocates its frame buffers: the two are never held beside them at once.
+QByteArray encodeHEIF(Bitmap&& bitmap, ImageFormat format, int quality, const QByteArray& icc,
                       const ImageMetadata& metadata, const HeifParameters& parameters);
 
 // Whether libheif can encode `format` (heic or avif).

@@ -62,7 +62,8 @@ struct FrameSize {
 
 // Proves that frame 0 decodes, throwing as decodeFirstFrame would, and returns its size (as
 // stored; HEIF after its own rotation). JPEG is decoded at 1/8 scale: every coded coefficient is
-// still read, so damage anywhere is found at a fraction of the cost.
+// still read, so damage anywhere is found at a fraction of the cost. HEIC and AVIF are decoded
+// whole but not converted to RGBA, which would only take a raster's memory.
 FrameSize verifyFirstFrameDecodes(const QString& path);
 
 // The bitmap turned upright for an EXIF orientation (1-8, as PhotoMetadata::displayTurn says);
@@ -76,6 +77,11 @@ Bitmap applyOrientation(const Bitmap& bitmap, int orientation);
 // get theirs afterwards from withMetadata, as every JPEG, PNG and WebP encoder's output does).
 // WebP is not written here. Throws ImageIOError(writeFailed / unsupportedFormat).
 void encodeImage(const Bitmap& bitmap, ImageFormat format, int quality, const QString& path,
+                 const ImageMetadata& metadata = {});
+
+// As above, the raster handed over: HEIC and AVIF free it as soon as libheif holds its own copy
+// of the pixels, so that a photo's raster is not held beside the encoder's frame buffers.
+void encodeImage(Bitmap&& bitmap, ImageFormat format, int quality, const QString& path,
                  const ImageMetadata& metadata = {});
 
 // "public.jpeg", "public.png", plus "public.heic" / "public.avif" where libheif has an HEVC /

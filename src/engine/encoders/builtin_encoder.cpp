@@ -5,34 +5,32 @@
 #include "imageio/image_io.h"
 
 #include <QFile>
+#include <functional>
+#include <utility>
 
 namespace velt {
 namespace {
 
 // JPEG has no alpha: transparent areas become white, as a viewer would show them on paper.
-imageio::Bitmap flattenedOntoWhite(const imageio::Bitmap& image) {
-    imageio::Bitmap flat = image;
-    for (std::size_t i = 0; i + 3 < flat.rgba.size(); i += 4) {
-        const unsigned alpha = flat.rgba[i + 3];
+void flattenOntoWhite(imageio::Bitmap& image) {
+    for (std::size_t i = 0; i + 3 < image.rgba.size(); i += 4) {
+        const unsigned alpha = image.rgba[i + 3];
         for (std::size_t c = 0; c < 3; ++c)
-            flat.rgba[i + c] = static_cast<std::uint8_t>(
-                (flat.rgba[i + c] * alpha + 255 * (255 - alpha) + 127) / 255);
-        flat.rgba[i + 3] = 255;
+            image.rgba[i + c] = static_cast<std::uint8_t>(
+                (image.rgba[i + c] * alpha + 255 * (255 - alpha) + 127) / 255);
+        image.rgba[i + 3] = 255;
     }
-    flat.alphaInfo = imageio::AlphaInfo::noneSkipLast;
-    return flat;
+    image.alphaInfo = imageio::AlphaInfo::noneSkipLast;
 }
 
-}  // namespace
+bool needsFlattening(const imageio::Bitmap& image, ImageFormat format) {
+    return format == ImageFormat::jpeg && imageio::hasAlphaChannel(image.alphaInfo);
+}
 
-void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& image,
-                           ImageFormat format, const QualitySettings& qualities,
-                           const imageio::ImageMetadata& metadata) {
-    const bool flatten = format == ImageFormat::jpeg && imageio::hasAlphaChannel(image.alphaInfo);
+// Runs the built-in encoder: its failures become FileSystemError, and nothing stays behind.
+void runBuiltInEncoder(const QString& destination, const std::function<void()>& encode) {
     try {
-        imageio::encodeImage(flatten ? flattenedOntoWhite(image) : image, format,
-                             encoderQuality(format, qualities.quality(format)), destination,
-                             metadata);
+        encode();
     } catch (const imageio::ImageIOError& error) {
         QFile::remove(destination);
         throw FileSystemError(error.code() == imageio::ImageIOError::unsupportedFormat
@@ -40,6 +38,32 @@ void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& im
                                   : FileSystemError::writeUnknown,
                               QString::fromUtf8(error.what()));
     }
+}
+
+}  // namespace
+
+void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& image,
+                           ImageFormat format, const QualitySettings& qualities,
+                           const imageio::ImageMetadata& metadata) {
+    // Only a transparent image is copied (flattened): a photo's raster is the largest block here.
+    if (needsFlattening(image, format))
+        return writeImageWithImageIO(destination, imageio::Bitmap(image), format, qualities,
+                                     metadata);
+    runBuiltInEncoder(destination, [&] {
+        imageio::encodeImage(image, format, encoderQuality(format, qualities.quality(format)),
+                             destination, metadata);
+    });
+}
+
+void writeImageWithImageIO(const QString& destination, imageio::Bitmap&& image, ImageFormat format,
+                           const QualitySettings& qualities,
+                           const imageio::ImageMetadata& metadata) {
+    if (needsFlattening(image, format)) flattenOntoWhite(image);
+    runBuiltInEncoder(destination, [&] {
+        imageio::encodeImage(std::move(image), format,
+                             encoderQuality(format, qualities.quality(format)), destination,
+                             metadata);
+    });
 }
 
 }  // namespace velt

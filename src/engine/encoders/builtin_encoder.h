@@ -18,4 +18,10 @@ void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& im
                            ImageFormat format, const QualitySettings& qualities,
                            const imageio::ImageMetadata& metadata = {});
 
+// As above, the raster handed over: flattened in place for JPEG, freed by HEIC and AVIF once the
+// encoder holds its own copy of the pixels.
+void writeImageWithImageIO(const QString& destination, imageio::Bitmap&& image, ImageFormat format,
+                           const QualitySettings& qualities,
+                           const imageio::ImageMetadata& metadata = {});
+
 }  // namespace velt

@@ -1,6 +1,7 @@
 #include "engine/encoders/encoder_support.h"
 
 #include "engine/core/errors.h"
+#include "engine/core/image_safety.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/install/file_operations.h"
 #include "engine/install/safe_install.h"
@@ -18,6 +19,13 @@ namespace velt {
 
 ToolLocator systemToolLocator() {
     return [](const QString& name) { return toolURL(name); };
+}
+
+void finishCandidate(const CandidateFinish& finish, const QString& file, const ImagePlan& plan) {
+    if (finish)
+        finish(file);
+    else
+        validateEncodedImage(file, expectedOutputSize(plan.image));
 }
 
 QString workDirectory(const EncodingContext& context, const QString& destination) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "engine/core/encoding_context.h"
+#include "engine/core/image_plan.h"
 #include "engine/encoders/temporary_files.h"
 
 #include <QByteArray>
@@ -21,6 +22,13 @@ namespace velt {
 // that a tool installed on the machine can be hidden.
 using ToolLocator = std::function<std::optional<QString>(const QString& name)>;
 ToolLocator systemToolLocator();
+
+// What each result of a path goes through before it may be kept: the caller's last touches (the
+// source's metadata) and the one decode that proves the file whole. Throws to drop the result.
+using CandidateFinish = std::function<void(const QString& file)>;
+
+// `finish` on `file`; without one, the decode alone (validateEncodedImage at the plan's size).
+void finishCandidate(const CandidateFinish& finish, const QString& file, const ImagePlan& plan);
 
 // One run of an encoder: the file it is to write and its exact argument list.
 struct EncoderCandidate {

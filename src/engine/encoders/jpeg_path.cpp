@@ -10,11 +10,6 @@
 
 namespace velt {
 
-QString jpegIntermediateURL(const QString& directory, const QString& base) {
-    return temporarySibling(directory, base, QStringLiteral("-jpeg-source-"),
-                            QStringLiteral("ppm"));
-}
-
 std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QString& directory,
                                              const QString& inputURL,
                                              const std::optional<QString>& icc,
@@ -31,30 +26,31 @@ std::vector<EncoderCandidate> jpegCandidates(const QString& baseName, const QStr
     return {candidate};
 }
 
-void writeJPEGImage(EncodingContext& context, const QString& destination, const ImagePlan& plan,
-                    const ToolLocator& locateTool) {
+void writeJPEGImage(EncodingContext& context, const QString& destination, ImagePlan& plan,
+                    const ToolLocator& locateTool, const CandidateFinish& finish) {
     const std::optional<QString> cjpeg = locateTool(QStringLiteral("cjpeg"));
     if (!cjpeg)
         throw FileSystemError(FileSystemError::writeUnsupportedScheme,
                               QStringLiteral("The JPEG encoder \"cjpeg\" is not installed"));
 
+    checkRenderable(plan.image);  // before anything is written
     const ToolLimits limits =
         toolLimitsFor(static_cast<std::int64_t>(plan.image.width) * plan.image.height);
     const QString directory = workDirectory(context, destination);
     const QString base = baseNameOf(destination);
     TemporaryFiles cleanup;
-    const QString intermediate = cleanup.add(jpegIntermediateURL(directory, base));
-    removeQuietly(intermediate);
-    // JPEG has no alpha: the intermediate is flattened onto white.
-    writePNMImage(context.lifecycle, intermediate, plan.image, false, plan.colorSpace);
     const std::optional<QString> profile =
         writeProfileSideFile(directory, base, plan.iccData, cleanup);
 
-    const QStringList results = runCandidates(
-        jpegCandidates(base, directory, intermediate, profile, context.config.qualities.jpeg),
-        cleanup, [&](const EncoderCandidate& candidate) {
-            runTool(*cjpeg, candidate.arguments, context.lifecycle, limits);
-            validateEncodedImage(candidate.url, expectedOutputSize(plan.image));
+    const auto candidates =
+        jpegCandidates(base, directory, jpegStandardInput, profile, context.config.qualities.jpeg);
+    const QStringList results =
+        runCandidates(candidates, cleanup, [&](const EncoderCandidate& candidate) {
+            // JPEG has no alpha: the raster goes in flattened onto white.
+            runTool(*cjpeg, candidate.arguments, context.lifecycle, limits,
+                    pnmChunks(plan.image, false));
+            if (&candidate == &candidates.back()) imageio::releasePixels(plan.image);
+            finishCandidate(finish, candidate.url, plan);
             return candidate.url;
         });
     installSmallest(results, destination);

@@ -67,7 +67,7 @@ QStringList pngquantArguments(int qualitySetting, const QString& input, const QS
 }
 
 void writePNGImage(EncodingContext& context, const QString& sourceURL, const QString& destination,
-                   const ImagePlan& plan, const ToolLocator& locateTool) {
+                   ImagePlan& plan, const ToolLocator& locateTool, const CandidateFinish& finish) {
     const QString directory = workDirectory(context, destination);
     const QString base = baseNameOf(destination);
     const auto sibling = [&](const char* infix) {
@@ -76,6 +76,7 @@ void writePNGImage(EncodingContext& context, const QString& sourceURL, const QSt
     TemporaryFiles cleanup;
     const QString baseline = cleanup.add(sibling("-png-source-"));
     writeBaseline(context, sourceURL, baseline, plan);
+    imageio::releasePixels(plan.image);
     QStringList candidates = {baseline};
 
     const std::int64_t pixels = static_cast<std::int64_t>(plan.image.width) * plan.image.height;
@@ -126,7 +127,7 @@ void writePNGImage(EncodingContext& context, const QString& sourceURL, const QSt
                               QStringLiteral("No PNG candidate for ") + destination);
     moveOverDestination(smallestFile(candidates), destination);
     // Whichever candidate won, the file that may replace an original must decode.
-    validateEncodedImage(destination, expectedOutputSize(plan.image));
+    finishCandidate(finish, destination, plan);
 }
 
 }  // namespace velt

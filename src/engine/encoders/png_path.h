@@ -28,8 +28,11 @@ QStringList pngquantArguments(int qualitySetting, const QString& input, const QS
 // candidates when found; ties keep the earlier of baseline, lossless, quantized. A failed
 // optimizer only drops its candidate ("pngquant" failures are logged at debug level as
 // "Optional PNG optimization failed: " + the error). Throws the baseline's copy or encode error,
-// FolderCompressorControlError::cancelled on a stop, and size read and copy errors.
+// FolderCompressorControlError::cancelled on a stop, and size read and copy errors. The file that
+// wins goes through `finish` (finishCandidate()) at the destination. The raster's pixels are
+// released once the baseline is written (plan.image keeps its size): the optimizers work on files.
 void writePNGImage(EncodingContext& context, const QString& sourceURL, const QString& destination,
-                   const ImagePlan& plan, const ToolLocator& locateTool = systemToolLocator());
+                   ImagePlan& plan, const ToolLocator& locateTool = systemToolLocator(),
+                   const CandidateFinish& finish = {});
 
 }  // namespace velt

@@ -68,8 +68,8 @@ std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QStr
     return {candidate};
 }
 
-void writeWebPImage(EncodingContext& context, const QString& destination, const ImagePlan& plan,
-                    const ToolLocator& locateTool) {
+void writeWebPImage(EncodingContext& context, const QString& destination, ImagePlan& plan,
+                    const ToolLocator& locateTool, const CandidateFinish& finish) {
     const std::optional<QString> cwebp = locateTool(QStringLiteral("cwebp"));
     if (!cwebp)
         throw FileSystemError(FileSystemError::writeUnsupportedScheme,
@@ -84,6 +84,7 @@ void writeWebPImage(EncodingContext& context, const QString& destination, const 
     const QString intermediate = cleanup.add(webPIntermediateURL(directory, base, hasAlpha));
     removeQuietly(intermediate);
     writePNMImage(context.lifecycle, intermediate, plan.image, hasAlpha, plan.colorSpace);
+    imageio::releasePixels(plan.image);
     const std::optional<QString> profile =
         writeProfileSideFile(directory, base, plan.iccData, cleanup);
 
@@ -95,7 +96,7 @@ void writeWebPImage(EncodingContext& context, const QString& destination, const 
             const std::optional<QString> webpmux =
                 profile ? locateTool(QStringLiteral("webpmux")) : std::nullopt;
             if (!webpmux) {
-                validateEncodedImage(candidate.url, expectedOutputSize(plan.image));
+                finishCandidate(finish, candidate.url, plan);
                 return candidate.url;
             }
             const QString embedded = cleanup.add(temporarySibling(
@@ -104,7 +105,7 @@ void writeWebPImage(EncodingContext& context, const QString& destination, const 
                     {QStringLiteral("-set"), QStringLiteral("icc"), *profile, candidate.url,
                      QStringLiteral("-o"), embedded},
                     context.lifecycle, limits);
-            validateEncodedImage(embedded, expectedOutputSize(plan.image));
+            finishCandidate(finish, embedded, plan);
             return embedded;
         });
     installSmallest(results, destination);

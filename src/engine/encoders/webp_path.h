@@ -34,8 +34,11 @@ std::vector<EncoderCandidate> webPCandidates(const QString& baseName, const QStr
 // ImageSafetyError for an image too large to render, FolderCompressorControlError::cancelled on
 // a stop, FileSystemError(writeUnknown) when no candidate yields a decodable WebP, and the
 // FileSystemError of a failed profile write, size read or copy. Without "webpmux" the WebP is
-// written without the profile.
-void writeWebPImage(EncodingContext& context, const QString& destination, const ImagePlan& plan,
-                    const ToolLocator& locateTool = systemToolLocator());
+// written without the profile. Each result goes through `finish` (finishCandidate()). The
+// raster's pixels are released once the intermediate is written (plan.image keeps its size):
+// they are not held beside cwebp's own planes.
+void writeWebPImage(EncodingContext& context, const QString& destination, ImagePlan& plan,
+                    const ToolLocator& locateTool = systemToolLocator(),
+                    const CandidateFinish& finish = {});
 
 }  // namespace velt

@@ -43,19 +43,19 @@ imageio::PhotoMetadata sourceMetadata(const QString& source, MetadataPolicy poli
     return metadata;
 }
 
-void writeMetadataInto(const QString& destination, const QString& source, const ImagePlan& plan) {
-    if (plan.metadata.isEmpty() || plan.target == ImageFormat::heic ||
-        plan.target == ImageFormat::avif)
-        return;
-    QByteArray image;
-    try {
-        image = imageio::withMetadata(readAll(destination), plan.target, plan.metadata);
-    } catch (const imageio::MetadataError& error) {
-        logDropped(source, QString::fromUtf8(error.what()));
-        return;
+void finishEncodedImage(const QString& file, const QString& source, const ImagePlan& plan) {
+    std::optional<QString> dropped;
+    if (!plan.metadata.isEmpty() && plan.target != ImageFormat::heic &&
+        plan.target != ImageFormat::avif) {
+        try {
+            writeAll(file, imageio::withMetadata(readAll(file), plan.target, plan.metadata));
+        } catch (const imageio::MetadataError& error) {
+            dropped = QString::fromUtf8(error.what());
+        }
     }
-    writeAll(destination, image);
-    validateEncodedImage(destination, expectedOutputSize(plan.image));
+    validateEncodedImage(file, expectedOutputSize(plan.image));
+    // Only an output that is kept can have lost its metadata; a broken one says nothing of that.
+    if (dropped) logDropped(source, *dropped);
 }
 
 }  // namespace velt

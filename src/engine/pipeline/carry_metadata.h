@@ -18,10 +18,12 @@ struct ImagePlan;
 // strip, for a source without metadata and for one whose metadata is damaged: logged).
 imageio::PhotoMetadata sourceMetadata(const QString& source, MetadataPolicy policy);
 
-// Writes the plan's metadata into the encoded JPEG, PNG or WebP temporary file `destination` and
-// proves that it still decodes to the expected size (HEIC and AVIF received theirs from the
-// encoder). When the metadata cannot be written the file stays as the encoder left it (logged).
-// Throws FileSystemError when the file cannot be read or written, or no longer decodes.
-void writeMetadataInto(const QString& destination, const QString& source, const ImagePlan& plan);
+// The last step of every encoded temporary `file` before it may be kept: the plan's metadata goes
+// into a JPEG, PNG or WebP (HEIC and AVIF received theirs from the encoder), then the one decode
+// that proves the file whole at the plan's size. When the metadata cannot be written the file
+// stays as the encoder left it (logged, once the file is proven). Throws what
+// validateEncodedImage throws (the file is then removed) and FileSystemError when the file cannot
+// be read or written.
+void finishEncodedImage(const QString& file, const QString& source, const ImagePlan& plan);
 
 }  // namespace velt

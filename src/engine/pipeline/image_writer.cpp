@@ -1,30 +1,34 @@
 #include "engine/pipeline/image_writer.h"
 
-#include "engine/core/image_safety.h"
 #include "engine/encoders/builtin_encoder.h"
 #include "engine/encoders/jpeg_path.h"
 #include "engine/encoders/png_path.h"
-#include "engine/encoders/quality_scale.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/encoders/webp_path.h"
 #include "engine/pipeline/carry_metadata.h"
 
-namespace velt {
-namespace {
+#include <utility>
 
-// The encoding path of the plan's target; each one leaves a decodable file of the right size.
-void encodeWithPathOfTarget(EngineContext& context, const QString& sourceURL,
-                            const QString& destination, const ImagePlan& plan) {
+namespace velt {
+
+void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
+                ImagePlan& plan) {
+    context.checkpoint();
+    // Every output is decoded once, after its metadata is in: a tool path's candidates here, the
+    // built-in encoder's file below.
+    const CandidateFinish finish = [&](const QString& file) {
+        finishEncodedImage(file, sourceURL, plan);
+    };
     switch (plan.target) {
         case ImageFormat::webp:
-            writeWebPImage(context, destination, plan);
+            writeWebPImage(context, destination, plan, systemToolLocator(), finish);
             return;
         case ImageFormat::png:
-            writePNGImage(context, sourceURL, destination, plan);
+            writePNGImage(context, sourceURL, destination, plan, systemToolLocator(), finish);
             return;
         case ImageFormat::jpeg:
             if (toolURL(QStringLiteral("cjpeg"))) {
-                writeJPEGImage(context, destination, plan);
+                writeJPEGImage(context, destination, plan, systemToolLocator(), finish);
                 return;
             }
             break;
@@ -32,21 +36,15 @@ void encodeWithPathOfTarget(EngineContext& context, const QString& sourceURL,
         case ImageFormat::heic:
             break;
     }
-    writeImageWithImageIO(destination, plan.image, plan.target, context.config.qualities,
+    // The pixels go to the encoder, which frees them once it holds its own copy (HEIC, AVIF);
+    // the plan keeps the image's size, which the output is checked against.
+    imageio::Bitmap raster = std::move(plan.image);
+    plan.image = {raster.width, raster.height, {}, raster.alphaInfo, raster.colorSpace};
+    writeImageWithImageIO(destination, std::move(raster), plan.target, context.config.qualities,
                           plan.metadata);
     // The tool paths check for a stop themselves; the built-in encoder cannot be interrupted.
     context.checkpoint();
-    // The tool paths decode what they wrote; the built-in encoders' output is checked here.
-    validateEncodedImage(destination, expectedOutputSize(plan.image));
-}
-
-}  // namespace
-
-void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
-                const ImagePlan& plan) {
-    context.checkpoint();
-    encodeWithPathOfTarget(context, sourceURL, destination, plan);
-    writeMetadataInto(destination, sourceURL, plan);
+    finish(destination);
 }
 
 }  // namespace velt

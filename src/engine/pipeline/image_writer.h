@@ -11,10 +11,12 @@
 namespace velt {
 
 // Encodes the plan into `destination` (a temporary file): WebP through "cwebp", PNG through the
-// PNG path, JPEG through "cjpeg" when found, everything else with the built-in encoder; then the
-// plan's metadata goes in. Throws
-// FolderCompressorControlError::cancelled when a stop was requested before or right after.
+// PNG path, JPEG through "cjpeg" when found, everything else with the built-in encoder. The
+// plan's metadata goes in before the output is proven, by one decode, to be whole at the plan's
+// size. Throws FolderCompressorControlError::cancelled when a stop was requested before or right
+// after, and FileSystemError when no valid output could be made. The built-in encoder takes the
+// plan's pixels over: afterwards plan.image keeps its size and format but no pixels.
 void writeImage(EngineContext& context, const QString& sourceURL, const QString& destination,
-                const ImagePlan& plan);
+                ImagePlan& plan);
 
 }  // namespace velt

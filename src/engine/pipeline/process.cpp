@@ -251,7 +251,7 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     if (size <= 0) return leaveEmptyFile(context, file);
 
     context.setProgress(15);
-    const ImagePlan plan = makePlan(context.config, file);
+    ImagePlan plan = makePlan(context.config, file);
     context.checkpoint();
 
     context.setProgress(35);
