@@ -1,5 +1,7 @@
-// How the C library hands memory back during a batch run.
+// How the C library hands memory back during a batch run, and how much memory a batch may use.
 #pragma once
+
+#include <cstdint>
 
 namespace velt {
 
@@ -9,5 +11,9 @@ namespace velt {
 // decoding them. Peak memory is unchanged (the largest file's); it is returned at exit.
 // Does nothing where the C library has no such tuning.
 void keepFreedMemoryForReuse();
+
+// The memory the system can give to new work without swapping (MemAvailable of /proc/meminfo), in
+// bytes; 0 when it cannot be read.
+std::int64_t availableMemoryBytes();
 
 }  // namespace velt

@@ -4,6 +4,7 @@
 #include "engine/install/recovery.h"
 #include "engine/watcher/candidates.h"
 #include "engine/watcher/folder_compressor.h"
+#include "engine/watcher/memory_budget.h"
 #include "engine/watcher/skip_rules.h"
 #include "model/file_url.h"
 
@@ -106,6 +107,13 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
 
 void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int jobs,
                                      const std::function<void(BatchFileResult)>& record) {
+    // Several photos encoding at once must fit in memory together.
+    const AppConfig& config = context_.config;
+    MemoryBudget budget(batchMemory_ ? batchMemory_->budget : batchMemoryBudget());
+    const auto estimate = [&](const QString& file) {
+        return batchMemory_ ? batchMemory_->estimate(file) : estimatedEncodeBytes(config, file);
+    };
+    const auto cancelled = [this] { return lifecycle_.isCancellationRequested(); };
     std::atomic<std::size_t> next = 0;
     const auto work = [&] {
         EngineContext worker(lifecycle_, callbacks, context_.processedRegistry);
@@ -116,6 +124,8 @@ void FolderCompressor::runInParallel(const std::vector<QStringList>& groups, int
         for (std::size_t group = next++; group < groups.size(); group = next++) {
             for (const QString& file : groups[group]) {
                 if (lifecycle_.isCancellationRequested()) return;
+                const MemoryBudget::Reservation memory = budget.reserve(estimate(file), cancelled);
+                if (!memory) return;
                 record(runCandidate(worker, file));
                 worker.setProgress(100);
             }

@@ -26,6 +26,7 @@
 #include <QTimer>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace velt {
@@ -75,8 +76,10 @@ class FolderCompressor {
     // files the batch looks at (with several jobs, from the worker that finished the file, one
     // call at a time). `jobs` workers process files at the same time, each through the same
     // pipeline and safety rules; sources sharing a base name go to one worker, one after
-    // another. With more than one job the callbacks are called from the workers' threads.
-    // With `redo` the folder is compressed again (see compressAgain).
+    // another. With more than one job the callbacks are called from the workers' threads, and a
+    // file starts only when its estimated memory fits beside the files in progress (a file too
+    // large for the whole budget runs alone). With `redo` the folder is compressed again (see
+    // compressAgain).
     using BatchProgress = std::function<void(const BatchFileResult&, int done, int total)>;
     std::vector<BatchFileResult> runOnce(const AppConfig& config, const QString& folder,
                                          const BatchProgress& onFileDone = nullptr, int jobs = 1,
@@ -98,6 +101,13 @@ class FolderCompressor {
     // Without file events the engine lists the folder on every tick, as on a file system that
     // has none.
     void setFileEventsForTesting(bool enabled) { fileEventsEnabled_ = enabled; }
+    // A batch's memory: its budget in bytes and each file's estimate, instead of the system's
+    // available memory and estimatedEncodeBytes().
+    struct BatchMemory {
+        std::int64_t budget = 0;
+        std::function<std::int64_t(const QString& file)> estimate;
+    };
+    void setBatchMemoryForTesting(BatchMemory memory) { batchMemory_ = std::move(memory); }
 
   private:
     void startPolling();
@@ -141,6 +151,7 @@ class FolderCompressor {
     ScanPlanner planner_;                   // queue-owned
     bool redoRequested_ = false;            // queue-owned; until a pass of compressAgain has ended
     bool fileEventsEnabled_ = true;
+    std::optional<BatchMemory> batchMemory_;
 };
 
 }  // namespace velt

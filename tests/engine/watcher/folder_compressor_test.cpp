@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 #include <QFile>
+#include <condition_variable>
 #include <fstream>
+#include <mutex>
 
 namespace velt {
 namespace {
@@ -202,7 +204,9 @@ TEST(FolderCompressorStop, StopEndsARunningToolPromptly) {
             ~RemoveTemp() { QFile::remove(path); }
         } guard{temp};
         testing::writeFile(temp, "partial");
-        runTool(hang, {u"-outfile"_s, temp, file}, context.lifecycle);
+        // Its input, which it never reads, holds the feeding thread until the stop.
+        runTool(hang, {u"-outfile"_s, temp, u"/dev/stdin"_s}, context.lifecycle, {},
+                testing::piecesOf(QByteArray(8'000'000, 'x')));
         return {};
     });
     rig.start();
@@ -221,6 +225,30 @@ TEST(FolderCompressorStop, StopEndsARunningToolPromptly) {
     EXPECT_EQ(rig.stats().back().errors, 0);
     const QStringList left = QDir(rig.folder.path()).entryList(QDir::Files | QDir::Hidden);
     EXPECT_EQ(left, QStringList{u"big photo.jpg"_s});
+}
+
+// A batch starts a file only when its memory fits beside the files in progress: two that need 60
+// of a budget of 100 go one after another whatever the number of jobs, with 130 together. Each
+// file waits (up to a bound) for a partner, so a gate that lets both in shows it at once.
+TEST(FolderCompressorBatch, FilesRunTogetherOnlyWhenTheirMemoryFits) {
+    for (const auto& [budget, together] : {std::pair{100, 1}, std::pair{130, 2}}) {
+        std::mutex mutex;
+        std::condition_variable partner;
+        int inside = 0, most = 0;
+        EngineRig rig([&](EngineContext& context, const QString& file) {
+            std::unique_lock lock(mutex);
+            most = std::max(most, ++inside);
+            partner.notify_all();
+            partner.wait_for(lock, 1s, [&] { return inside > 1; });
+            --inside;
+            return EngineRig::settle(context, file);
+        });
+        for (const QString& name : {u"a.jpg"_s, u"b.jpg"_s})
+            testing::writeFile(rig.file(name), "x");
+        rig.engine->setBatchMemoryForTesting({budget, [](const QString&) { return 60; }});
+        EXPECT_EQ(rig.engine->runOnce(AppConfig(), rig.folder.path(), nullptr, 2).size(), 2u);
+        EXPECT_EQ(most, together) << budget;
+    }
 }
 
 TEST(FolderCompressorStop, StopFromInsideACallbackDoesNotDeadlock) {

@@ -1,0 +1,75 @@
+#include "engine/watcher/memory_budget.h"
+
+#include "engine/pipeline/can_write.h"
+#include "engine/pipeline/output_naming.h"
+#include "imageio/image_io.h"
+#include "platform/batch_memory.h"
+
+#include <chrono>
+
+namespace velt {
+namespace {
+
+// Peak memory per pixel of the raster an encode to each format holds, the tool's own process
+// included; measured on a 20 MP photo (raster 82 MB) with `bench/run.sh memory`, rounded up.
+std::int64_t peakBytesPerPixel(ImageFormat target) {
+    switch (target) {
+        case ImageFormat::jpeg:
+            return 13;  // the raster and the output check, cjpeg's coefficient buffer beside
+        case ImageFormat::png:
+            return 12;  // the raster, libpng's rows, a quantizer on its own copy
+        case ImageFormat::webp:
+            return 14;  // the raster, cwebp's YUV planes and analysis
+        case ImageFormat::heic:
+            return 19;  // libheif's planes and x265's frame data
+        case ImageFormat::avif:
+            return 24;  // libheif's planes and aom's frame buffers
+    }
+    return 24;
+}
+
+}  // namespace
+
+MemoryBudget::Reservation MemoryBudget::reserve(std::int64_t bytes,
+                                                const std::function<bool()>& cancelled) {
+    std::unique_lock lock(mutex_);
+    while (budget_ > 0 && holders_ > 0 && held_ + bytes > budget_) {
+        if (cancelled()) return {};
+        released_.wait_for(lock, std::chrono::milliseconds(100));
+    }
+    held_ += bytes;
+    ++holders_;
+    return Reservation(this, bytes);
+}
+
+void MemoryBudget::release(std::int64_t bytes) {
+    {
+        const std::lock_guard lock(mutex_);
+        held_ -= bytes;
+        --holders_;
+    }
+    released_.notify_all();
+}
+
+std::int64_t estimatedEncodeBytes(const AppConfig& config, const QString& file) {
+    imageio::ImageProperties properties;
+    try {
+        properties = imageio::readProperties(file);
+    } catch (const imageio::ImageIOError&) {
+        return 0;
+    }
+    // The automatic strategy keeps a writable format; otherwise it may choose AVIF, the most
+    // demanding, which is what is reserved for it.
+    const ImageFormat automatic =
+        canWrite(properties.format) ? properties.format : ImageFormat::avif;
+    const ImageFormat target = targetFormat(config.formatStrategy, automatic);
+    return static_cast<std::int64_t>(properties.width) * properties.height *
+           peakBytesPerPixel(target);
+}
+
+std::int64_t batchMemoryBudget() {
+    // A margin for everything else the machine runs meanwhile.
+    return availableMemoryBytes() / 10 * 8;
+}
+
+}  // namespace velt
