@@ -11,7 +11,8 @@
 //                                           the given encoder parameters over the product's;
 //                                           prints "BYTES CPU_SECONDS" of the encoding alone
 //   bench_tool psnr A B                     PSNR of B against A (RGB on white), in dB
-//   bench_tool ssim A B                     mean SSIM of B against A on luma (on white)
+//   bench_tool ssim A B...                  mean SSIM of each B against A (on white), one line
+//                                           each: "LUMA RGB", on luma and the mean over R, G, B
 //   bench_tool size IN                      "WIDTH HEIGHT" of the upright image
 #include "imageio/encoders.h"
 #include "imageio/image_io.h"
@@ -26,6 +27,8 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 using namespace velt;
 using imageio::Bitmap;
@@ -148,7 +151,7 @@ double cpuSeconds() {
 }
 
 // Encodes with the product's libheif settings, each NAME=VALUE argument replacing or adding one.
-void encodeHeif(const Bitmap& bitmap, const char* path, int quality, char** settings, int count) {
+void encodeHeif(Bitmap bitmap, const char* path, int quality, char** settings, int count) {
     const auto format =
         imageFormatFromFileExtension(QFileInfo(QString::fromLocal8Bit(path)).suffix());
     if (format != ImageFormat::heic && format != ImageFormat::avif)
@@ -164,7 +167,7 @@ void encodeHeif(const Bitmap& bitmap, const char* path, int quality, char** sett
     }
     const double started = cpuSeconds();
     const QByteArray bytes =
-        imageio::detail::encodeHEIF(bitmap, *format, quality, {}, {}, parameters);
+        imageio::detail::encodeHEIF(std::move(bitmap), *format, quality, {}, {}, parameters);
     const double used = cpuSeconds() - started;
     QFile file(QString::fromLocal8Bit(path));
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
@@ -184,61 +187,107 @@ double psnr(const Bitmap& a, const Bitmap& b) {
     return mse == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 / mse);
 }
 
-// Luma (BT.601 weights) of the picture on white, row by row.
-std::vector<double> luma(const Bitmap& bitmap) {
-    std::vector<double> y(static_cast<std::size_t>(bitmap.width) * bitmap.height);
-    for (std::size_t i = 0; i < y.size(); ++i) {
+// One plane of the picture on white: luma (BT.601 weights) or one of R, G, B.
+enum class Plane { luma, red, green, blue };
+std::vector<float> plane(const Bitmap& bitmap, Plane which) {
+    std::vector<float> out(static_cast<std::size_t>(bitmap.width) * bitmap.height);
+    for (std::size_t i = 0; i < out.size(); ++i) {
         const std::uint8_t* p = &bitmap.rgba[i * 4];
-        y[i] = 0.299 * onWhite(p, 0) + 0.587 * onWhite(p, 1) + 0.114 * onWhite(p, 2);
+        out[i] = static_cast<float>(which == Plane::luma
+                                        ? 0.299 * onWhite(p, 0) + 0.587 * onWhite(p, 1) +
+                                              0.114 * onWhite(p, 2)
+                                        : onWhite(p, static_cast<int>(which) - 1));
     }
-    return y;
+    return out;
 }
 
-// Mean SSIM of b against a on luma: 11×11 Gaussian windows (σ 1.5) wherever a whole window fits,
-// C1 = (0.01·255)², C2 = (0.03·255)². -1 when the sizes differ or the picture is smaller than a
-// window.
-double ssim(const Bitmap& a, const Bitmap& b) {
-    constexpr int size = 11;
+// The 11×11 Gaussian window (σ 1.5) of SSIM, applied as two passes of 11 taps; the output has
+// a value wherever a whole window fits ((width − 10) × (height − 10)).
+constexpr int ssimWindow = 11;
+std::vector<float> blurred(const std::vector<float>& in, int width, int height) {
+    static const std::vector<float> taps = [] {
+        std::vector<float> w(ssimWindow);
+        double total = 0;
+        for (int i = 0; i < ssimWindow; ++i) total += w[i] = std::exp(-(i - 5) * (i - 5) / 4.5);
+        for (float& v : w) v = static_cast<float>(v / total);
+        return w;
+    }();
+    const int outWidth = width - ssimWindow + 1, outHeight = height - ssimWindow + 1;
+    std::vector<float> rows(static_cast<std::size_t>(outWidth) * height);
+    for (int r = 0; r < height; ++r) {
+        const float* line = &in[static_cast<std::size_t>(r) * width];
+        float* out = &rows[static_cast<std::size_t>(r) * outWidth];
+        for (int c = 0; c < outWidth; ++c) {
+            float sum = 0;
+            for (int k = 0; k < ssimWindow; ++k) sum += taps[k] * line[c + k];
+            out[c] = sum;
+        }
+    }
+    std::vector<float> out(static_cast<std::size_t>(outWidth) * outHeight, 0);
+    for (int r = 0; r < outHeight; ++r)
+        for (int k = 0; k < ssimWindow; ++k) {
+            const float* line = &rows[static_cast<std::size_t>(r + k) * outWidth];
+            float* target = &out[static_cast<std::size_t>(r) * outWidth];
+            for (int c = 0; c < outWidth; ++c) target[c] += taps[k] * line[c];
+        }
+    return out;
+}
+
+std::vector<float> product(const std::vector<float>& a, const std::vector<float>& b) {
+    std::vector<float> out(a.size());
+    for (std::size_t i = 0; i < a.size(); ++i) out[i] = a[i] * b[i];
+    return out;
+}
+
+// A reference plane with its local means and mean squares, computed once for many candidates.
+struct ReferencePlane {
+    std::vector<float> pixels, mean, meanSquare;
+};
+
+ReferencePlane reference(const Bitmap& bitmap, Plane which) {
+    ReferencePlane ref;
+    ref.pixels = plane(bitmap, which);
+    ref.mean = blurred(ref.pixels, bitmap.width, bitmap.height);
+    ref.meanSquare = blurred(product(ref.pixels, ref.pixels), bitmap.width, bitmap.height);
+    return ref;
+}
+
+// Mean SSIM of a candidate plane against the reference: C1 = (0.01·255)², C2 = (0.03·255)².
+double ssimOfPlane(const ReferencePlane& x, const std::vector<float>& y, int width, int height) {
     constexpr double c1 = (0.01 * 255) * (0.01 * 255), c2 = (0.03 * 255) * (0.03 * 255);
-    if (a.width != b.width || a.height != b.height || a.width < size || a.height < size) return -1;
-    double window[size];
-    double total = 0;
-    for (int i = 0; i < size; ++i)
-        total += window[i] = std::exp(-(i - 5) * (i - 5) / (2 * 1.5 * 1.5));
-    for (double& w : window) w /= total;
-    const std::vector<double> x = luma(a), y = luma(b);
-    const int width = a.width, height = a.height, outWidth = width - size + 1;
-    // Horizontal pass of x, y, x², y² and xy, then the vertical pass one output pixel at a time.
-    std::vector<double> rows[5];
-    for (auto& row : rows) row.assign(static_cast<std::size_t>(outWidth) * height, 0);
-    for (int r = 0; r < height; ++r)
-        for (int c = 0; c < outWidth; ++c) {
-            double sums[5] = {};
-            for (int k = 0; k < size; ++k) {
-                const std::size_t i = static_cast<std::size_t>(r) * width + c + k;
-                const double w = window[k];
-                sums[0] += w * x[i];
-                sums[1] += w * y[i];
-                sums[2] += w * x[i] * x[i];
-                sums[3] += w * y[i] * y[i];
-                sums[4] += w * x[i] * y[i];
-            }
-            for (int m = 0; m < 5; ++m)
-                rows[m][static_cast<std::size_t>(r) * outWidth + c] = sums[m];
-        }
+    const std::vector<float> my = blurred(y, width, height);
+    const std::vector<float> yy = blurred(product(y, y), width, height);
+    const std::vector<float> xy = blurred(product(x.pixels, y), width, height);
     double sum = 0;
-    for (int r = 0; r + size <= height; ++r)
-        for (int c = 0; c < outWidth; ++c) {
-            double s[5] = {};
-            for (int k = 0; k < size; ++k)
-                for (int m = 0; m < 5; ++m)
-                    s[m] += window[k] * rows[m][static_cast<std::size_t>(r + k) * outWidth + c];
-            const double mx = s[0], my = s[1];
-            const double vx = s[2] - mx * mx, vy = s[3] - my * my, cov = s[4] - mx * my;
-            sum +=
-                (2 * mx * my + c1) * (2 * cov + c2) / ((mx * mx + my * my + c1) * (vx + vy + c2));
+    for (std::size_t i = 0; i < my.size(); ++i) {
+        const double mx = x.mean[i], m = my[i];
+        const double vx = x.meanSquare[i] - mx * mx, vy = yy[i] - m * m, cov = xy[i] - mx * m;
+        sum += (2 * mx * m + c1) * (2 * cov + c2) / ((mx * mx + m * m + c1) * (vx + vy + c2));
+    }
+    return sum / static_cast<double>(my.size());
+}
+
+// Prints, for each candidate, its mean SSIM against the reference on luma and the mean of its
+// SSIMs on R, G and B (colour errors that luma alone does not see: chroma subsampling and coarse
+// chroma tables show there); "-1 -1" when the sizes differ or the picture is smaller than a
+// window.
+void printSsims(const char* referencePath, char** candidates, int count) {
+    const Bitmap a = load(referencePath);
+    const bool usable = a.width >= ssimWindow && a.height >= ssimWindow;
+    std::vector<ReferencePlane> planes;
+    for (Plane which : {Plane::luma, Plane::red, Plane::green, Plane::blue})
+        if (usable) planes.push_back(reference(a, which));
+    for (int i = 0; i < count; ++i) {
+        const Bitmap b = load(candidates[i]);
+        if (!usable || b.width != a.width || b.height != a.height) {
+            std::printf("-1 -1\n");
+            continue;
         }
-    return sum / (static_cast<double>(outWidth) * (height - size + 1));
+        double values[4];
+        for (int p = 0; p < 4; ++p)
+            values[p] = ssimOfPlane(planes[p], plane(b, static_cast<Plane>(p)), a.width, a.height);
+        std::printf("%.5f %.5f\n", values[0], (values[1] + values[2] + values[3]) / 3);
+    }
 }
 
 }  // namespace
@@ -259,8 +308,8 @@ int main(int argc, char** argv) {
             encodeHeif(load(argv[2]), argv[3], std::atoi(argv[4]), argv + 5, argc - 5);
         } else if (argc == 4 && !std::strcmp(argv[1], "psnr")) {
             std::printf("%.2f\n", psnr(load(argv[2]), load(argv[3])));
-        } else if (argc == 4 && !std::strcmp(argv[1], "ssim")) {
-            std::printf("%.5f\n", ssim(load(argv[2]), load(argv[3])));
+        } else if (argc >= 4 && !std::strcmp(argv[1], "ssim")) {
+            printSsims(argv[2], argv + 3, argc - 3);
         } else if (argc == 3 && !std::strcmp(argv[1], "size")) {
             const Bitmap bitmap = load(argv[2]);
             std::printf("%d %d\n", bitmap.width, bitmap.height);

@@ -362,6 +362,33 @@ def per_file_cost(files, base):
     return statistics.median(ours), statistics.median(floor)
 
 
+def whole_process_cost(files):
+    """CPU on one core of the whole program (start-up included) compressing each photo alone,
+    against the floor's two processes on the same photo; sums over the photos, medians of
+    ROUNDS rounds that alternate the order."""
+    ours, floor = [], []
+    for round_number in range(ROUNDS):
+        totals = {"ours": 0.0, "floor": 0.0}
+        for f in files:
+            with tempfile.TemporaryDirectory(dir=CORPUS) as tmp:
+                folder = os.path.join(tmp, "in")
+                copy_files([f], folder)
+
+                def engine():
+                    totals["ours"] += child_cpu([VELT, "--once", folder, "--format", "jpeg",
+                                                 "--jobs", "1", "--original", "keep"],
+                                                fresh_env(tmp))[0]
+
+                def chain():
+                    totals["floor"] += child_cpu(["bash", "-c", floor_chain([f], tmp)])[0]
+
+                for step in ((engine, chain) if round_number % 2 == 0 else (chain, engine)):
+                    step()
+        ours.append(totals["ours"] / len(files))
+        floor.append(totals["floor"] / len(files))
+    return statistics.median(ours), statistics.median(floor)
+
+
 class EncoderSweep:
     """Encodes the photos as the engine's encoders would, at an encoder's own quality setting,
     and measures mean SSIM (against the decoded photo) and total bytes. The input is the raster
@@ -397,7 +424,7 @@ class EncoderSweep:
                 shutil.copy(stem + ".png", out)
         else:
             run([TOOL, "heif", self.photos[index], out, str(setting)])
-        quality = float(run([TOOL, "ssim", self.photos[index], out]).stdout)
+        quality = float(run([TOOL, "ssim", self.photos[index], out]).stdout.split()[0])
         size = os.path.getsize(out)
         os.remove(out)
         return quality, size
@@ -423,6 +450,109 @@ class EncoderSweep:
             else:
                 low = middle + 1
         return low
+
+
+# Photographs of Debian's wallpaper packages (lomiri-wallpapers-16.04 and -20.04 share a folder,
+# plasma-workspace-wallpapers keeps one per picture); renders and paintings are left out.
+PEER_PACKAGES = ("lomiri-wallpapers-16.04", "lomiri-wallpapers-20.04", "plasma-workspace-wallpapers")
+NOT_PHOTOS = ("Fossa", "Painting-Colors", "greentock", "free_by", "summer_1am", "Autumn")
+
+
+def assemble_peers():
+    """The peers' corpus: every photograph of the three packages at about 3 MP, never JPEG-coded
+    at that size (area average), kept as PNG (the reference) and PPM (what cjpeg reads)."""
+    folder = os.path.join(CORPUS, "peers")
+    if os.path.isdir(folder) and os.listdir(folder):
+        return folder
+    download = os.path.join(CORPUS, "peer-debs")
+    os.makedirs(download, exist_ok=True)
+    run(["apt-get", "download", *PEER_PACKAGES], cwd=download)
+    tree = os.path.join(download, "x")
+    for deb in os.listdir(download):
+        if deb.endswith(".deb"):
+            run(["dpkg-deb", "-x", os.path.join(download, deb), tree])
+    photos = [os.path.join(tree, "usr/share/backgrounds", f)
+              for f in os.listdir(os.path.join(tree, "usr/share/backgrounds"))]
+    wallpapers = os.path.join(tree, "usr/share/wallpapers")
+    photos += [os.path.join(wallpapers, name, "contents/images/2560x1600.jpg")
+               for name in os.listdir(wallpapers)]
+    os.makedirs(folder)
+    for photo in sorted(p for p in photos if os.path.isfile(p) and p.endswith(".jpg")):
+        if any(skip in photo for skip in NOT_PHOTOS):
+            continue
+        stem = os.path.join(folder, photo.split("/")[-4] if "wallpapers" in photo
+                            else os.path.splitext(os.path.basename(photo))[0])
+        for ext in ("png", "ppm"):
+            run([TOOL, "convert", photo, f"{stem}.{ext}", "--megapixels", "3"])
+    return folder
+
+
+# JPEG encoders compared with the product's (cjpeg with the JPEG path's fixed arguments) at equal
+# SSIM: libjpeg-turbo's own options (mozjpeg's default quantisation tables by N. Robidoux, 4:4:4,
+# the float DCT, and arithmetic coding, which many viewers cannot open: shown for its size only).
+ROBIDOUX = ("16 16 16 18 25 37 56 85 16 17 20 27 34 40 53 75 16 20 24 31 43 62 91 135 18 27 31 40 "
+            "53 74 106 156 25 34 43 53 69 94 131 189 37 40 62 74 94 124 169 238 56 53 91 106 131 "
+            "169 226 311 85 75 135 156 189 238 311 418")
+PRODUCT_OPTIONS = ["-progressive", "-optimize", "-sample", "2x2"]
+PEERS = {
+    "cjpeg, Robidoux tables": ["-progressive", "-optimize", "-sample", "2x2", "-qtables", "@"],
+    "cjpeg 4:4:4": ["-progressive", "-optimize", "-sample", "1x1"],
+    "cjpeg -dct float": ["-progressive", "-optimize", "-sample", "2x2", "-dct", "float"],
+    "cjpeg -arithmetic": ["-progressive", "-arithmetic", "-sample", "2x2"],
+}
+
+
+def peers(folder):
+    """For each preset's JPEG number: the product's bytes and SSIMs there, and each peer's bytes
+    at the same mean SSIM-Y and at the same mean SSIM over R, G, B (interpolated between the two
+    qualities around it), as a ratio of the product's bytes."""
+    stems = sorted(f[:-4] for f in os.listdir(folder) if f.endswith(".ppm"))
+    tables = os.path.join(folder, "robidoux.txt")
+    with open(tables, "w") as f:
+        f.write(ROBIDOUX + "\n" + ROBIDOUX + "\n")
+    cache = {}
+
+    def measure(peer, quality):
+        if (peer, quality) not in cache:
+            def one(stem):
+                out = os.path.join(folder, f"{stem}.{abs(hash(peer))}.{quality}.jpg")
+                options = PRODUCT_OPTIONS if peer is None else PEERS[peer]
+                run(["cjpeg", "-quality", str(quality),
+                     *[tables if o == "@" else o for o in options], "-outfile", out,
+                     os.path.join(folder, stem + ".ppm")])
+                y, rgb = map(float, run([TOOL, "ssim", os.path.join(folder, stem + ".png"),
+                                         out]).stdout.split())
+                size = os.path.getsize(out)
+                os.remove(out)
+                return size, y, rgb
+            with concurrent.futures.ThreadPoolExecutor(2) as pool:
+                results = list(pool.map(one, stems))
+            cache[(peer, quality)] = (sum(r[0] for r in results),
+                                      statistics.mean(r[1] for r in results),
+                                      statistics.mean(r[2] for r in results))
+        return cache[(peer, quality)]
+
+    def bytes_at(peer, index, target):
+        """Bytes at the quality where the peer's SSIM (index 1: Y, 2: RGB) reaches `target`."""
+        low, high = 30, 98
+        while high - low > 1:
+            middle = (low + high) // 2
+            if measure(peer, middle)[index] >= target:
+                high = middle
+            else:
+                low = middle
+        a, b = measure(peer, low), measure(peer, high)
+        t = 1.0 if b[index] == a[index] else (target - a[index]) / (b[index] - a[index])
+        return a[0] + max(0.0, min(1.0, t)) * (b[0] - a[0])
+
+    rows = []
+    for preset, numbers in PRESET_QUALITIES.items():
+        size, y, rgb = measure(None, numbers["jpeg"])
+        row = [preset, numbers["jpeg"], size, y, rgb]
+        for peer in PEERS:
+            row.append((bytes_at(peer, 1, y) / size, bytes_at(peer, 2, rgb) / size))
+        rows.append(row)
+    return len(stems), rows
 
 
 def calibrate(classes, lossless):
@@ -482,7 +612,7 @@ def quality(classes):
                     out = os.path.join(folder, outputs[0])
                     after += os.path.getsize(out)
                     written += 1
-                    ssims.append(float(run([TOOL, "ssim", photo, out]).stdout))
+                    ssims.append(float(run([TOOL, "ssim", photo, out]).stdout.split()[0]))
                 mean = statistics.mean(ssims) if ssims else float("nan")
                 rows.append((preset, fmt, before, after, written, mean, cpu / megapixels))
     return len(photos), megapixels, floor, rows
@@ -592,9 +722,9 @@ def long_run():
 
 def main():
     """Arguments name the parts to run (perfile, jobs, throughput, idle, longrun, memory,
-    latency, savings, quality, calibrate); none: all but calibrate, a sweep of its own."""
+    latency, savings, quality, peers, calibrate); none: all but calibrate, a sweep of its own."""
     everything = {"perfile", "jobs", "throughput", "idle", "longrun", "memory", "latency",
-                  "savings", "quality"}
+                  "savings", "quality", "peers"}
     parts = set(sys.argv[1:]) or everything
     everything.add("calibrate")
     if parts - everything:
@@ -613,6 +743,13 @@ def main():
             if name not in os.environ.get("VELT_BENCH_SIZES", "typical 12mp 24mp").split():
                 continue
             files = [os.path.join(classes[name], f) for f in sorted(os.listdir(classes[name]))]
+            whole, whole_floor = whole_process_cost(files)
+            limit = 1.3 if name == "typical" else 1.4
+            print(f"| a {label} JPEG ({len(files)} photos), the whole --once process on one core "
+                  f"(start-up included) vs djpeg \\| cjpeg, CPU, median of {ROUNDS} | "
+                  f"{whole * 1000:.0f} ms vs {whole_floor * 1000:.0f} ms = "
+                  f"{whole / whole_floor:.2f} | ≤ {limit} | "
+                  f"{'yes' if whole / whole_floor <= limit else 'no'} |", flush=True)
             ours, floor = per_file_cost(files, base)
             ratio = ours / floor
             mp = megapixels_of(files) / len(files)
@@ -683,6 +820,18 @@ def main():
         for preset, fmt, before, after, written, mean, cpu in rows:
             print(f"| {preset} | {fmt} | {before} | {after} | {written}/{count} | {mean:.4f} | "
                   f"{cpu * 1000:.0f} | {cpu / floor:.1f} |", flush=True)
+    if "peers" in parts:
+        count, rows = peers(assemble_peers())
+        print()
+        print(f"{count} photographs of about 3 MP: the product's JPEG at each preset's number, and "
+              f"each peer's bytes at the same mean SSIM on luma / over R, G, B, as a ratio of the "
+              f"product's bytes.")
+        print()
+        print("| preset | number | bytes | SSIM-Y | SSIM-RGB | " + " | ".join(PEERS) + " |")
+        print("|---|---|---|---|---|" + "---|" * len(PEERS))
+        for preset, number, size, y, rgb, *ratios in rows:
+            print(f"| {preset} | {number} | {size} | {y:.5f} | {rgb:.5f} | "
+                  + " | ".join(f"{a:.3f} / {b:.3f}" for a, b in ratios) + " |", flush=True)
     if "calibrate" in parts:
         count, rows = calibrate(classes, assemble_lossless(photos))
         print()
