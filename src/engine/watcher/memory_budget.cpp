@@ -6,6 +6,7 @@
 #include "platform/batch_memory.h"
 
 #include <chrono>
+#include <exception>
 
 namespace velt {
 namespace {
@@ -33,12 +34,18 @@ std::int64_t peakBytesPerPixel(ImageFormat target) {
 MemoryBudget::Reservation MemoryBudget::reserve(std::int64_t bytes,
                                                 const std::function<bool()>& cancelled) {
     std::unique_lock lock(mutex_);
-    while (budget_ > 0 && holders_ > 0 && held_ + bytes > budget_) {
+    // First come, first served: a large file waiting for room is not overtaken by smaller ones
+    // that would keep the room from ever being free.
+    const std::uint64_t ticket = nextTicket_++;
+    while (ticket != serving_ || (budget_ > 0 && holders_ > 0 && held_ + bytes > budget_)) {
         if (cancelled()) return {};
         released_.wait_for(lock, std::chrono::milliseconds(100));
     }
+    ++serving_;
     held_ += bytes;
     ++holders_;
+    lock.unlock();
+    released_.notify_all();  // the next ticket may fit as well
     return Reservation(this, bytes);
 }
 
@@ -55,8 +62,8 @@ std::int64_t estimatedEncodeBytes(const AppConfig& config, const QString& file) 
     imageio::ImageProperties properties;
     try {
         properties = imageio::readProperties(file);
-    } catch (const imageio::ImageIOError&) {
-        return 0;
+    } catch (const std::exception&) {
+        return 0;  // the file fails in its own pipeline, which reports why
     }
     // The automatic strategy keeps a writable format; otherwise it may choose AVIF, the most
     // demanding, which is what is reserved for it.

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <utility>
 
 namespace velt {
 
@@ -42,8 +43,9 @@ class MemoryBudget {
         std::int64_t bytes_ = 0;
     };
 
-    // Waits until `bytes` fit beside what is held (or nothing is held) and holds them; an empty
-    // reservation when `cancelled` turns true meanwhile (looked at every 100 ms).
+    // Waits until every earlier call has been served and `bytes` fit beside what is held (or
+    // nothing is held), and holds them; an empty reservation when `cancelled` turns true
+    // meanwhile (looked at every 100 ms).
     Reservation reserve(std::int64_t bytes, const std::function<bool()>& cancelled);
 
   private:
@@ -52,8 +54,10 @@ class MemoryBudget {
     const std::int64_t budget_;
     std::mutex mutex_;
     std::condition_variable released_;
-    std::int64_t held_ = 0;  // guarded by mutex_
-    int holders_ = 0;        // guarded by mutex_
+    std::int64_t held_ = 0;         // guarded by mutex_
+    int holders_ = 0;               // guarded by mutex_
+    std::uint64_t nextTicket_ = 0;  // guarded by mutex_; the order in which reserve() was called
+    std::uint64_t serving_ = 0;     // guarded by mutex_; the ticket whose turn it is
 };
 
 // What a batch reserves for `file` encoded under `config`: its pixels, read from the header

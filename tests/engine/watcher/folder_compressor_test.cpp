@@ -228,10 +228,15 @@ TEST(FolderCompressorStop, StopEndsARunningToolPromptly) {
 }
 
 // A batch starts a file only when its memory fits beside the files in progress: two that need 60
-// of a budget of 100 go one after another whatever the number of jobs, with 130 together. Each
-// file waits (up to a bound) for a partner, so a gate that lets both in shows it at once.
+// of a budget of 100 go one after another whatever the number of jobs, with 130 together; files
+// larger than the whole budget each run alone, never refused. Each file waits (up to a bound) for
+// a partner, so a gate that lets both in shows it at once.
 TEST(FolderCompressorBatch, FilesRunTogetherOnlyWhenTheirMemoryFits) {
-    for (const auto& [budget, together] : {std::pair{100, 1}, std::pair{130, 2}}) {
+    const struct {
+        std::int64_t budget, need;
+        int together;
+    } cases[] = {{100, 60, 1}, {130, 60, 2}, {100, 250, 1}};
+    for (const auto& [budget, need, together] : cases) {
         std::mutex mutex;
         std::condition_variable partner;
         int inside = 0, most = 0;
@@ -245,9 +250,9 @@ TEST(FolderCompressorBatch, FilesRunTogetherOnlyWhenTheirMemoryFits) {
         });
         for (const QString& name : {u"a.jpg"_s, u"b.jpg"_s})
             testing::writeFile(rig.file(name), "x");
-        rig.engine->setBatchMemoryForTesting({budget, [](const QString&) { return 60; }});
+        rig.engine->setBatchMemoryForTesting({budget, [need](const QString&) { return need; }});
         EXPECT_EQ(rig.engine->runOnce(AppConfig(), rig.folder.path(), nullptr, 2).size(), 2u);
-        EXPECT_EQ(most, together) << budget;
+        EXPECT_EQ(most, together) << budget << " " << need;
     }
 }
 
