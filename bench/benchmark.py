@@ -213,22 +213,69 @@ def idle_cpu():
     return used * 60 / IDLE_SECONDS
 
 
+def peak_of(command, env):
+    """The most that `command`'s process and the tools it runs held at once, in bytes: the largest
+    sum of their resident sets (VmRSS) sampled every 20 ms, and never less than the process's own
+    peak (VmHWM), which a sample may miss."""
+    process = subprocess.Popen(command, env=env, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL)
+    peak = 0
+    while process.poll() is None:
+        total = 0
+        for pid in [process.pid] + children_of(process.pid):
+            try:
+                for line in open(f"/proc/{pid}/status"):
+                    if line.startswith("VmRSS:"):
+                        total += int(line.split()[1]) * 1024
+                    elif line.startswith("VmHWM:") and pid == process.pid:
+                        peak = max(peak, int(line.split()[1]) * 1024)
+            except OSError:
+                pass
+        peak = max(peak, total)
+        time.sleep(0.02)
+    return peak
+
+
+def children_of(pid):
+    """Every process whose parent is `pid` (any of its threads may have started it)."""
+    children = []
+    for entry in os.listdir("/proc"):
+        if entry.isdigit():
+            try:
+                with open(f"/proc/{entry}/stat") as f:
+                    # The field after the parenthesised name: state, then the parent's pid.
+                    if int(f.read().rsplit(")", 1)[1].split()[1]) == pid:
+                        children.append(int(entry))
+            except (OSError, IndexError, ValueError):
+                pass
+    return children
+
+
 def peak_memory():
     with tempfile.TemporaryDirectory() as tmp:
         folder = os.path.join(tmp, "big")
         copy_files([os.path.join(CORPUS, "48mp.jpg")], folder)
-        process = subprocess.Popen([VELT, "--once", folder, "--original", "keep"], env=fresh_env(tmp),
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        peak = 0
-        while process.poll() is None:
-            try:
-                for line in open(f"/proc/{process.pid}/status"):
-                    if line.startswith("VmHWM:"):
-                        peak = max(peak, int(line.split()[1]) * 1024)
-            except OSError:
-                pass
-            time.sleep(0.02)
+        peak = peak_of([VELT, "--once", folder, "--original", "keep"], fresh_env(tmp))
     return peak, 8000 * 6000 * 4
+
+
+# Bytes per pixel that a batch reserves per target format (engine/watcher/memory_budget.cpp).
+BATCH_ESTIMATE = {"jpeg": 12, "png": 17, "webp": 15, "heic": 20, "avif": 26}
+
+
+def peak_memory_per_format():
+    """Per target format: the peak of the program and the tool it runs at that moment, on the
+    20.4 MP photograph, in bytes, with the raster's size in bytes."""
+    source = os.path.join(CORPUS, "sized", "24mp", "Kleiber_by_Lukas_Baubkus.jpg")
+    width, height = map(int, run([TOOL, "size", source]).stdout.split())
+    rows = []
+    for fmt in BATCH_ESTIMATE:
+        with tempfile.TemporaryDirectory() as tmp:
+            folder = os.path.join(tmp, "big")
+            copy_files([source], folder)
+            rows.append((fmt, peak_of([VELT, "--once", folder, "--original", "keep", "--format",
+                                       fmt, "--jobs", "1"], fresh_env(tmp))))
+    return width * height, rows
 
 
 def arrival_latency():
@@ -796,6 +843,17 @@ def main():
         print(f"| peak memory compressing one 48 MP JPEG | {peak / 1e6:.0f} MB = "
               f"{peak / raster:.2f} × raster | ≤ 2.5 × | {'yes' if peak <= 2.5 * raster else 'no'} |",
               flush=True)
+    if "memory" in parts:
+        pixels, rows = peak_memory_per_format()
+        print()
+        print(f"| 20.4 MP photo ({pixels * 4 / 1e6:.0f} MB raster) to | peak | × raster | ≤ 3 × "
+              "| bytes per pixel | batch reserves |")
+        print("|---|---|---|---|---|---|")
+        for fmt, peak in rows:
+            print(f"| {fmt} | {peak / 1e6:.0f} MB | {peak / (4 * pixels):.2f} | "
+                  f"{'yes' if peak <= 12 * pixels else 'no'} | {peak / pixels:.1f} | "
+                  f"{BATCH_ESTIMATE[fmt]} {'(covers it)' if peak <= BATCH_ESTIMATE[fmt] * pixels else '(too low)'} |",
+                  flush=True)
     if "latency" in parts:
         latency = arrival_latency()
         print(f"| arrival to installed output, 1 MP JPEG, median of 20 | {latency:.2f} s | ≤ 2.5 s | "
