@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, assembles the corpus (first run) and prints the benchmark table.
-# Arguments pick parts: perfile jobs throughput idle memory latency savings quality, and the
-# calibrate sweep (default: all but calibrate).
+# Arguments pick parts: perfile peers jobs throughput idle longrun memory latency savings quality,
+# and the calibrate sweep (default: all but calibrate).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh
