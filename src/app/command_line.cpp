@@ -83,6 +83,12 @@ class Parser {
         if (option == QLatin1String("--headless")) return flag(option, Action::headless);
         if (option == QLatin1String("--update")) return flag(option, Action::update);
         if (option == QLatin1String("--once")) return folderOption(option, Action::once);
+        if (option == QLatin1String("--restore")) {
+            const auto value = takeValue();
+            if (!value || value->isEmpty()) return missing(option);
+            request_.restoreFile = QFileInfo(*value).absoluteFilePath();
+            return setMode(option, Action::restore);
+        }
         if (option == QLatin1String("--show-panel")) return part(option, DesktopPart::panel);
         if (option == QLatin1String("--settings")) return part(option, DesktopPart::settings);
         if (option == QLatin1String("--history")) return part(option, DesktopPart::history);
@@ -236,6 +242,7 @@ QString usageText() {
         "Usage: velt-compressor [--show-panel | --settings | --history] [--watch DIR] [SETTINGS]\n"
         "       velt-compressor --headless [--watch DIR] [SETTINGS]\n"
         "       velt-compressor --once DIR [--jobs N] [SETTINGS]\n"
+        "       velt-compressor --restore FILE\n"
         "       velt-compressor --help | --version\n"
         "\n"
         "Watches one folder and compresses every new image that lands in it.\n"
@@ -260,6 +267,11 @@ QString usageText() {
         "                    from its original (a kept one, or the verified backup of a replaced\n"
         "                    one), never from the program's own output; without it, settled\n"
         "                    photos are left as they are whatever the settings\n"
+        "  --restore FILE    undo the compression of FILE (the original's name or the output's):\n"
+        "                    a replaced original comes back from its verified backup, a kept\n"
+        "                    original's compressed copy is removed; exit 0, or 1 with one line\n"
+        "                    when there is nothing to undo, the backup does not match or the\n"
+        "                    original's name is taken by another file\n"
         "  --update          check for a newer release now; when there is one, download, verify\n"
         "                    and install it over this portable bundle and restart the program;\n"
         "                    exit 0 when up to date or handed over, 1 when the update failed\n"

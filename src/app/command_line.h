@@ -21,6 +21,7 @@ struct CommandLineRequest {
         headless,     // --headless [--watch DIR]
         once,         // --once DIR
         update,       // --update
+        restore,      // --restore FILE
     };
     // A part of the desktop program to open (--show-panel, --settings, --history): in the copy
     // already running, or in this one once it has started.
@@ -30,6 +31,7 @@ struct CommandLineRequest {
     std::optional<DesktopPart> open;
     std::optional<QString> watchDirectory;  // --watch, absolute
     QString onceDirectory;                  // --once, absolute
+    QString restoreFile;                    // --restore, absolute (it need not exist)
     std::optional<int> jobs;                // --jobs, at least 1; only with --once
     bool redo = false;                      // --redo; only with --once
     SettingsOverrides overrides;            // for this run only

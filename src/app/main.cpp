@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 #include "app/headless_runner.h"
 #include "app/once_runner.h"
+#include "app/restore_command.h"
 #include "imageio/codec_plugins.h"
 #include "platform/batch_memory.h"
 #include "platform/display_probe.h"
@@ -38,6 +39,10 @@ int main(int argc, char* argv[]) {
             velt::keepFreedMemoryForReuse();
             QCoreApplication application(argc, argv);
             return velt::runOnceCommand(request);
+        }
+        case Action::restore: {
+            QCoreApplication application(argc, argv);
+            return velt::runRestoreCommand(request);
         }
         case Action::run: {
             // A display that does not answer would abort the toolkit: headless instead.

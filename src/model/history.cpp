@@ -5,6 +5,7 @@
 #include "model/json_fields.h"
 #include "model/native_log.h"
 #include "model/paths.h"
+#include "model/undo_texts.h"
 
 #include <QRegularExpression>
 #include <QtGlobal>
@@ -69,6 +70,8 @@ QString rawValue(CompressionHistoryStatus status) {
             return QStringLiteral("alreadyOptimal");
         case CompressionHistoryStatus::failed:
             return QStringLiteral("failed");
+        case CompressionHistoryStatus::restored:
+            return QStringLiteral("restored");
     }
     return {};
 }
@@ -76,7 +79,7 @@ QString rawValue(CompressionHistoryStatus status) {
 std::optional<CompressionHistoryStatus> historyStatusFromRawValue(const QString& raw) {
     for (auto status :
          {CompressionHistoryStatus::compressed, CompressionHistoryStatus::alreadyOptimal,
-          CompressionHistoryStatus::failed}) {
+          CompressionHistoryStatus::failed, CompressionHistoryStatus::restored}) {
         if (rawValue(status) == raw) return status;
     }
     return std::nullopt;
@@ -101,6 +104,8 @@ QString CompressionHistoryEntry::displayStatus(AppLanguage language) const {
         case CompressionHistoryStatus::failed:
             return message ? *message
                            : text(language, QStringLiteral("Ошибка"), QStringLiteral("Error"));
+        case CompressionHistoryStatus::restored:
+            return undoText(UndoText::restoredStatus, language);
     }
     return {};
 }

@@ -13,7 +13,9 @@
 
 namespace velt {
 
-enum class CompressionHistoryStatus { compressed, alreadyOptimal, failed };
+// restored: a compression undone (an original put back from its backup, or a kept original's
+// compressed copy removed).
+enum class CompressionHistoryStatus { compressed, alreadyOptimal, failed, restored };
 
 QString rawValue(CompressionHistoryStatus status);
 std::optional<CompressionHistoryStatus> historyStatusFromRawValue(const QString& raw);
@@ -30,8 +32,8 @@ struct CompressionHistoryEntry {
 
     // Original minus output, never negative; nothing when either size is unknown.
     std::optional<std::int64_t> savedBytes() const;
-    // "Сжато"/"Compressed", "Уже оптимально"/"Already optimal", or for a failure its message,
-    // else "Ошибка"/"Error".
+    // "Сжато"/"Compressed", "Уже оптимально"/"Already optimal", "Восстановлено"/"Restored", or
+    // for a failure its message, else "Ошибка"/"Error".
     QString displayStatus(AppLanguage language) const;
 
     bool operator==(const CompressionHistoryEntry&) const = default;

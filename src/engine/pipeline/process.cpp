@@ -194,7 +194,7 @@ void install(EngineContext& context, const QString& file, const QString& temp,
 // later.
 void recordInstalled(EngineContext& context, const QString& file, const QString& output,
                      std::optional<ProcessedFileRecord> before,
-                     const std::optional<QString>& backup) {
+                     const std::optional<QString>& backup, const QByteArray& backupDigest) {
     const QString sourceKey = standardizedPath(file);
     const QString outputKey = standardizedPath(output);
     if (context.config.originalPolicy == OriginalPolicy::keep || outputKey == sourceKey) {
@@ -216,6 +216,7 @@ void recordInstalled(EngineContext& context, const QString& file, const QString&
             record->outputFingerprint = contentFingerprint(output);
         }
         record->backup = backup;
+        record->backupDigest = backup ? backupDigest : QByteArray();
         context.remember(file, *record);
     }
     std::int64_t outputSize = 0;
@@ -298,7 +299,8 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     // A requested conversion is installed even when it is larger: the user asked for the format.
     auto before = context.recordOf(file, ProcessedDecision::compressed);
     install(context, file, temp, output, version);
-    recordInstalled(context, file, output, std::move(before), backupCopy);
+    recordInstalled(context, file, output, std::move(before), backupCopy,
+                    version ? version->digest : QByteArray());
     context.setProgress(100);
     return {true,
             size - outputSize,

@@ -16,6 +16,8 @@ QString rawValue(ProcessedDecision decision) {
             return QStringLiteral("leftAnimated");
         case ProcessedDecision::failed:
             return QStringLiteral("failed");
+        case ProcessedDecision::restored:
+            return QStringLiteral("restored");
     }
     return {};
 }
@@ -23,7 +25,7 @@ QString rawValue(ProcessedDecision decision) {
 std::optional<ProcessedDecision> processedDecisionFromRawValue(const QString& raw) {
     for (auto decision : {ProcessedDecision::compressed, ProcessedDecision::alreadyOptimal,
                           ProcessedDecision::existingOutputFresh, ProcessedDecision::leftAnimated,
-                          ProcessedDecision::failed}) {
+                          ProcessedDecision::failed, ProcessedDecision::restored}) {
         if (rawValue(decision) == raw) return decision;
     }
     return std::nullopt;

@@ -17,12 +17,14 @@ namespace velt {
 // existingOutputFresh: an up-to-date output it did not write now stood beside it.
 // leftAnimated: an animation, left as it is because a compressed copy keeps one frame.
 // failed: processing this version failed (see `failure`).
+// restored: the user undid its compression; left as it is until it changes.
 enum class ProcessedDecision {
     compressed,
     alreadyOptimal,
     existingOutputFresh,
     leftAnimated,
-    failed
+    failed,
+    restored
 };
 
 QString rawValue(ProcessedDecision decision);
@@ -47,6 +49,8 @@ struct ProcessedFileRecord {
     std::optional<ContentFingerprint> outputFingerprint;
     // The verified copy of the original made before it was replaced.
     std::optional<QString> backup;
+    // The SHA-256 of the original when the backup was made: what a restore checks it against.
+    QByteArray backupDigest;
     // For a failure: its description, whether the environment caused it (no space, no
     // permission, a read-only disk: tried again later) and how many attempts failed.
     QString failure;

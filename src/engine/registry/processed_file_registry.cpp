@@ -25,13 +25,13 @@ CREATE TABLE IF NOT EXISTS files (
     settings TEXT, updated INTEGER NOT NULL,
     output TEXT, output_size INTEGER, output_head INTEGER, output_tail INTEGER,
     backup TEXT, failure TEXT, environment INTEGER NOT NULL DEFAULT 0,
-    attempts INTEGER NOT NULL DEFAULT 0);
+    attempts INTEGER NOT NULL DEFAULT 0, backup_digest BLOB);
 CREATE INDEX IF NOT EXISTS files_by_output ON files (output) WHERE output IS NOT NULL;
 )";
 
 const char* const columns =
     "decision, size, head, tail, modified, created, inode, settings, updated, output, "
-    "output_size, output_head, output_tail, backup, failure, environment, attempts";
+    "output_size, output_head, output_tail, backup, failure, environment, attempts, backup_digest";
 
 // Hashes span the whole unsigned 64-bit range; SQLite keeps their bits in a signed integer.
 sqlite3_int64 fromHash(std::uint64_t hash) {
@@ -109,6 +109,11 @@ void bindRecord(sqlite3_stmt* s, const ProcessedFileRecord& r) {
     bindText(s, 16, r.failure.isEmpty() ? std::nullopt : std::optional(r.failure));
     sqlite3_bind_int(s, 17, r.environmentFailure ? 1 : 0);
     sqlite3_bind_int(s, 18, r.attempts);
+    if (r.backupDigest.isEmpty())
+        sqlite3_bind_null(s, 19);
+    else
+        sqlite3_bind_blob(s, 19, r.backupDigest.constData(),
+                          static_cast<int>(r.backupDigest.size()), SQLITE_TRANSIENT);
 }
 
 // Reads a record from columns `first`… in the order of `columns`.
@@ -137,6 +142,9 @@ std::optional<ProcessedFileRecord> readRecord(sqlite3_stmt* s, int first) {
     r.failure = columnText(s, column(14)).value_or(QString());
     r.environmentFailure = sqlite3_column_int(s, column(15)) != 0;
     r.attempts = sqlite3_column_int(s, column(16));
+    if (sqlite3_column_type(s, column(17)) == SQLITE_BLOB)
+        r.backupDigest = QByteArray(static_cast<const char*>(sqlite3_column_blob(s, column(17))),
+                                    sqlite3_column_bytes(s, column(17)));
     return r;
 }
 
@@ -185,11 +193,14 @@ bool ProcessedFileRegistry::open(const QString& path) {
         logFailure("open");
         return false;
     }
+    // A database of an earlier version has no backup hashes yet (the column exists already in
+    // any other case, and adding it again fails harmlessly).
+    sqlite3_exec(db_, "ALTER TABLE files ADD COLUMN backup_digest BLOB", nullptr, nullptr, nullptr);
     auto statements = std::make_unique<Statements>();
     const QByteArray select = QByteArrayLiteral("SELECT ") + columns;
     const QByteArray insert = QByteArrayLiteral("INSERT OR REPLACE INTO files (path, ") + columns +
                               ") VALUES (?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14,?15,?16,"
-                              "?17,?18)";
+                              "?17,?18,?19)";
     const std::pair<Statement*, QByteArray> prepared[] = {
         {&statements->find, select + " FROM files WHERE path = ?1"},
         {&statements->findByOutput,

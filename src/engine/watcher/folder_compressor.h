@@ -16,6 +16,7 @@
 #include "engine/install/scratch_folder.h"
 #include "engine/pipeline/engine_context.h"
 #include "engine/pipeline/folder_compression_result.h"
+#include "engine/pipeline/restore.h"
 #include "engine/watcher/engine_timing.h"
 #include "engine/watcher/folder_events.h"
 #include "engine/watcher/folder_lock.h"
@@ -91,6 +92,14 @@ class FolderCompressor {
     // own output. Runs as the next scan of a running engine, or of the next start; returns at
     // once.
     void compressAgain();
+
+    // Undoes the compression of `file` (see restoreFile) on the engine's queue, between two
+    // files, whether or not the engine runs; a success is reported as a history entry. `done`
+    // is called on the queue with the outcome, or with the error and no outcome.
+    using RestoreDone =
+        std::function<void(const std::optional<RestoreOutcome>&, std::exception_ptr)>;
+    void restore(const QString& file, const std::optional<QString>& watchDirectory,
+                 bool besideWhenTaken, RestoreDone done);
 
     EngineCallbacks callbacks;
 

@@ -41,6 +41,8 @@ bool settledByRegistry(EngineContext& context, const QString& file, const QStrin
 
 bool registryCanSkip(const EngineContext& context, const QString& file,
                      const ProcessedFileRecord& record) {
+    // The user undid its compression: it stays as it is until it changes.
+    if (record.decision == ProcessedDecision::restored) return true;
     if (context.config.originalPolicy == OriginalPolicy::replace) return true;
     if (record.output) return existingOutputIsFresh(context.config, file, *record.output);
     // Nothing was written for it (already optimal, an animation), or, in an older record, the
