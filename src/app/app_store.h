@@ -94,6 +94,12 @@ class AppStore : public QObject {
     // FolderCompressor::compressAgain); the engine is started when it is not running.
     void compressFolderAgain(QObject* window = nullptr);
 
+    // Undoes the compression of `file` (a history row's source or output) on the engine's queue:
+    // a replaced original back from its verified backup, a kept original's copy removed. When the
+    // original's name is taken by another file the user is asked whether to restore it beside
+    // that file; a refusal or failure is shown in one alert. The history gets the entry.
+    void restore(const QString& file, QObject* window = nullptr, bool besideWhenTaken = false);
+
     void setAutostart(bool on);
     void setShowMenuBarProgress(bool on);
     void setNotificationsEnabled(bool on);
@@ -127,6 +133,8 @@ class AppStore : public QObject {
     void updateLoginItem();
     void restartIfNeeded();
     void handleWatcherFailure(const std::exception& error);
+    void restoreFailed(std::exception_ptr error, const QString& file, QObject* window,
+                       bool besideWhenTaken);
     void showMissingFolderAlert();
     void sendNotification(const CompressionNotificationEvent& event);
     void changed();

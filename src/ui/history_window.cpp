@@ -1,6 +1,8 @@
 #include "ui/history_window.h"
 
 #include "app/app_store.h"
+#include "model/constants.h"
+#include "model/undo_texts.h"
 #include "ui/history_table_model.h"
 #include "ui/history_text.h"
 #include "ui/layout.h"
@@ -9,8 +11,10 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QPushButton>
 #include <QTableView>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace velt::ui {
@@ -58,6 +62,9 @@ HistoryViewController::HistoryViewController(AppStore& store, Presenter& present
     tableView_->horizontalHeader()->setStretchLastSection(true);
     tableView_->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     tableView_->setStyleSheet(QStringLiteral("QTableView::item { padding: 0 4px; }"));
+    tableView_->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(tableView_, &QWidget::customContextMenuRequested, this,
+            [this](const QPoint& position) { showRowMenu(position); });
     connect(tableView_, &QTableView::doubleClicked, this,
             [this](const QModelIndex& index) { openEntry(index.row()); });
     layout->addWidget(tableView_, 1);
@@ -115,6 +122,33 @@ void HistoryViewController::openEntry(int row) {
     } else if (QFileInfo::exists(entry.sourceURL)) {
         reveal_(entry.sourceURL);
     }
+}
+
+void HistoryViewController::showRowMenu(const QPoint& position) {
+    const int row = tableView_->indexAt(position).row();
+    if (row < 0 || row >= model_->rowCount()) return;
+    const CompressionHistoryEntry entry = model_->entry(row);
+    const AppLanguage language = store_.config().language;
+    const QString file =
+        entry.outputURL && QFileInfo::exists(*entry.outputURL) ? *entry.outputURL : entry.sourceURL;
+    auto* menu = new QMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    QAction* open = menu->addAction(undoText(UndoText::openFile, language), this, [this, file] {
+        presenter_.openURL(QUrl::fromLocalFile(file).toString());
+    });
+    QAction* show = menu->addAction(undoText(UndoText::showInFileManager, language), this,
+                                    [this, file] { reveal_(file); });
+    open->setEnabled(QFileInfo::exists(file));
+    show->setEnabled(QFileInfo::exists(file));
+    if (entry.status == CompressionHistoryStatus::compressed) {
+        // A kept original's output carries the marker in its name; any other replaced it.
+        const bool kept = entry.outputURL && entry.outputURL->contains(compressedFileSuffix);
+        menu->addSeparator();
+        menu->addAction(
+            undoText(kept ? UndoText::removeCompressedCopy : UndoText::restoreOriginal, language),
+            this, [this, file] { store_.restore(file, window()); });
+    }
+    menu->popup(tableView_->viewport()->mapToGlobal(position));
 }
 
 void HistoryViewController::clear() {

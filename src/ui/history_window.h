@@ -1,6 +1,8 @@
 // The history window: the store's compression history in a four-column table (file, result,
 // saved, date), a totals line, and a button that clears the list after a confirmation. A double
-// click shows the entry's file in the file manager. The window is made once and reused.
+// click shows the entry's file in the file manager; a row's context menu opens the file, shows
+// it in the file manager, or undoes its compression (restores the original, or removes the
+// compressed copy of a kept one). The window is made once and reused.
 //
 // Main thread only.
 #pragma once
@@ -14,6 +16,7 @@
 #include <optional>
 
 class QLabel;
+class QPoint;
 class QPushButton;
 class QTableView;
 
@@ -39,6 +42,8 @@ class HistoryViewController : public QWidget {
     void openEntry(int row);
     // The confirmation, then the store clears the list (never files).
     void clear();
+    // The row's menu at `position` (in the table's viewport); nothing outside the rows.
+    void showRowMenu(const QPoint& position);
 
     QTableView* tableView() const { return tableView_; }
     QLabel* titleLabel() const { return titleLabel_; }

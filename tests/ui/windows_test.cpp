@@ -1,8 +1,10 @@
 // The settings and history windows over a real store: every control writes through the store,
 // the language rebuilds everything at once, the history's cells, totals, empty state and
 // clearing, the backups flow — with screenshots of both windows in both languages.
+#include "imageio/image_io.h"
 #include "model/config_file.h"
 #include "model/constants.h"
+#include "support/test_images.h"
 #include "ui/history_table_model.h"
 #include "ui/history_text.h"
 #include "ui/history_window.h"
@@ -11,10 +13,12 @@
 #include "ui/switch_control.h"
 #include "ui_test_support.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QDir>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTableView>
@@ -128,6 +132,67 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
     EXPECT_TRUE(store_.history().empty());
     EXPECT_TRUE(QFileInfo::exists(photo));
     EXPECT_FALSE(view.clearButton()->isEnabled());
+}
+
+// The menu a right click on `row` opens, clicked through the window as the user does.
+QMenu* rowMenu(HistoryViewController& view, int row) {
+    QTableView* table = view.tableView();
+    const QPoint inViewport = table->visualRect(table->model()->index(row, 0)).center();
+    QWidget* top = view.window();
+    QTest::mouseClick(top->windowHandle(), Qt::RightButton, {},
+                      table->viewport()->mapTo(top, inViewport));
+    processEventsUntil([] { return qobject_cast<QMenu*>(QApplication::activePopupWidget()); });
+    return qobject_cast<QMenu*>(QApplication::activePopupWidget());
+}
+
+QAction* actionNamed(QMenu& menu, const QString& name) {
+    for (QAction* action : menu.actions())
+        if (action->text() == name) return action;
+    return nullptr;
+}
+
+// A photo compressed by the real engine in place of its original is undone from its row's menu:
+// the original back byte for byte, a "restored" row on top.
+TEST_F(WindowsTest, HistoryRowMenuRestoresTheOriginal) {
+    store_.useWatchDirectory(fixture_.folder.path());
+    store_.stop();
+    AppConfig config = store_.config();
+    config.originalPolicy = OriginalPolicy::replace;
+    config.formatStrategy = FormatStrategy::jpeg;
+    store_.setConfig(config);
+    const QDir dir(fixture_.folder.path());
+    imageio::encodeImage(photoLikeBitmap(160, 120), ImageFormat::png, 0,
+                         dir.filePath(QStringLiteral("photo.png")));
+    const QByteArray original = readFile(dir.filePath(QStringLiteral("photo.png")));
+    store_.compressor().runOnce(store_.engineConfig(), fixture_.folder.path());
+    ASSERT_TRUE(processEventsUntil([&] { return store_.history().size() == 1; }));
+    HistoryWindowController window(store_, presenter_, [](const QString&) {});
+    HistoryViewController& view = *window.historyViewController();
+    store_.onChange = [&] { window.render(); };
+    window.showWindow();
+
+    for (const AppLanguage language : {AppLanguage::english, AppLanguage::russian}) {
+        store_.setLanguage(language);
+        QMenu* menu = rowMenu(view, 0);
+        ASSERT_TRUE(menu);
+        const bool english = language == AppLanguage::english;
+        keepScreenshot(pixelsOf(*menu), english ? QStringLiteral("history-menu-en")
+                                                : QStringLiteral("history-menu-ru"));
+        QAction* restore = actionNamed(*menu, english ? QStringLiteral("Restore original")
+                                                      : QStringLiteral("Восстановить оригинал"));
+        ASSERT_TRUE(restore);
+        if (english) {
+            QTest::keyClick(menu, Qt::Key_Escape);
+            continue;
+        }
+        QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(restore).center());
+    }
+    ASSERT_TRUE(processEventsUntil([&] { return store_.history().size() == 2; }));
+    EXPECT_EQ(readFile(dir.filePath(QStringLiteral("photo.png"))), original);
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath(QStringLiteral("photo.jpg"))));
+    EXPECT_EQ(view.model()->data(view.model()->index(0, 1), Qt::DisplayRole).toString(),
+              QStringLiteral("Восстановлено"));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-restored-ru"));
 }
 
 // Buttons and pop-ups of the window that do not show their whole text, or stand beyond its edge.
