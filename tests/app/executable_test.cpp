@@ -46,7 +46,10 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
         {"--settings=yes", 2, "--settings takes no value", true},
         {"--headless --redo", 2, "--redo goes with --once", true},
         {"--once DIR --redo=yes", 2, "--redo takes no value", true},
+        {"--restore", 2, "missing value for --restore", true},
+        {"--once DIR --restore DIR/a.jpg", 2, "--restore cannot be combined with --once", true},
         {"--once DIR", 0, "compressed 0, already optimal 0, failed 0, saved 0 B\n", false},
+        {"--restore DIR/a.jpg", 1, "Нечего восстанавливать: «a.jpg»", false},
         {"--headless", 2, "Выберите папку для сжатия\nУкажите папку: velt-compressor --headless",
          false},
     };
@@ -120,6 +123,15 @@ TEST_F(ProgramTest, OnceReplacingLosesNoOriginal) {
     EXPECT_TRUE(kept.contains(jpeg));
     EXPECT_TRUE(kept.contains(png));
     EXPECT_EQ(entriesIn(folder_.path()), words(".velt-compressor-backups photo-2.jpg photo.jpg"));
+
+    // Undone from the command line: the PNG back as it was, and only once.
+    const auto [restored, restoredOut, restoredErr] = run("--restore DIR/photo-2.jpg");
+    EXPECT_EQ(restored, 0) << restoredErr.toStdString();
+    EXPECT_EQ(readFile(file("photo.png")), png);
+    EXPECT_EQ(entriesIn(folder_.path()), words(".velt-compressor-backups photo.jpg photo.png"));
+    const auto [again, againOut, againErr] = run("--restore DIR/photo.png");
+    EXPECT_EQ(again, 1);
+    EXPECT_EQ(againErr.count(QLatin1Char('\n')), 1) << againErr.toStdString();
 }
 
 // A replaced photo is never compressed a second time with the same settings, even when the
