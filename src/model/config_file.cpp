@@ -6,10 +6,13 @@
 #include "model/native_log.h"
 #include "model/paths.h"
 
+#include <algorithm>
+
 namespace velt {
 namespace {
 
 using json::optionalBool;
+using json::optionalInt64;
 using json::optionalString;
 
 std::optional<QualitySettings> decodeQualities(const nlohmann::json& object,
@@ -63,6 +66,11 @@ AppConfig decodeObject(const nlohmann::json& object) {
     if (const auto raw = optionalString(object, "metadataPolicy"))
         config.metadataPolicy =
             metadataPolicyFromRawValue(*raw).value_or(MetadataPolicy::keepWithoutLocation);
+    // Any other number of days keeps backups forever: nothing is removed on a guess.
+    if (const auto days = optionalInt64(object, "backupRetentionDays");
+        days &&
+        std::ranges::find(backupRetentionChoices, *days) != std::end(backupRetentionChoices))
+        config.backupRetentionDays = static_cast<int>(*days);
     return config;
 }
 
@@ -103,6 +111,7 @@ QByteArray encodeAppConfig(const AppConfig& config) {
     object["qualities"] = qualities(config.qualities);
     if (config.customQualities) object["customQualities"] = qualities(*config.customQualities);
     object["metadataPolicy"] = toStd(rawValue(config.metadataPolicy));
+    object["backupRetentionDays"] = config.backupRetentionDays;
     return QByteArray::fromStdString(
         object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }

@@ -198,7 +198,8 @@ bool AppConfig::requiresCompressorRestart(const AppConfig& other) const {
     return standardized(watchDirectory) != standardized(other.watchDirectory) ||
            watchDirectoryBookmark != other.watchDirectoryBookmark || preset != other.preset ||
            formatStrategy != other.formatStrategy || originalPolicy != other.originalPolicy ||
-           qualities != other.qualities || metadataPolicy != other.metadataPolicy;
+           qualities != other.qualities || metadataPolicy != other.metadataPolicy ||
+           backupRetentionDays != other.backupRetentionDays;
 }
 
 }  // namespace velt

@@ -67,6 +67,9 @@ QString title(MetadataPolicy policy, AppLanguage language = AppLanguage::russian
 // What the settings window offers, in this order: keepWithoutLocation, keepAll, strip.
 std::vector<MetadataPolicy> metadataPolicyMenuCases();
 
+// How long backups are kept, in days; 0 is forever. What the settings window offers, in order.
+inline constexpr int backupRetentionChoices[] = {0, 7, 30, 90};
+
 struct AppConfig {
     bool enabled = true;
     bool autostart = false;
@@ -85,6 +88,9 @@ struct AppConfig {
     // brings them back.
     std::optional<QualitySettings> customQualities;
     MetadataPolicy metadataPolicy = MetadataPolicy::keepWithoutLocation;
+    // Day folders of backups older than this many days are removed (only what the program
+    // wrote there); 0 keeps them forever. One of backupRetentionChoices.
+    int backupRetentionDays = 0;
 
     // Maps the legacy jpegCompatible preset to balanced (qualities kept) and drops the legacy
     // output folder.
@@ -92,7 +98,8 @@ struct AppConfig {
 
     // Whether a running engine must be restarted to work with `other` instead of this record:
     // only the watched folder (standardised path), its bookmark, the preset, the format
-    // strategy, the original policy, the qualities and the metadata policy matter.
+    // strategy, the original policy, the qualities, the metadata policy and how long backups are
+    // kept matter.
     bool requiresCompressorRestart(const AppConfig& other) const;
 
     bool operator==(const AppConfig&) const = default;

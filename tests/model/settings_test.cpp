@@ -62,6 +62,8 @@ TEST(SettingsDecoding, Table) {
         {R"({"originalPolicy":"outputFolder"})", AppConfig()},
         {R"({"metadataPolicy":"keepAll"})",
          with([](AppConfig& c) { c.metadataPolicy = MetadataPolicy::keepAll; })},
+        {R"({"backupRetentionDays":30})", with([](AppConfig& c) { c.backupRetentionDays = 30; })},
+        {R"({"backupRetentionDays":14})", AppConfig()},
         {R"({"metadataPolicy":"keepSome","language":"english"})",
          with([](AppConfig& c) { c.language = AppLanguage::english; })},
         {R"({"watchDirectory":"file:///home/u/My%20Photos/","watchDirectoryBookmark":"AAEC",)"
@@ -100,7 +102,7 @@ TEST(SettingsEncoding, FieldOrderOmittedOptionalsAndPolicyText) {
               R"("showMenuBarProgress":true,"notificationsEnabled":true,"language":"russian",)"
               R"("preset":"balanced","formatStrategy":"automatic","originalPolicy":"backup",)"
               R"("qualities":{"jpeg":76,"png":82,"webp":78,"avif":50,"heic":72},)"
-              R"("metadataPolicy":"keepWithoutLocation"})");
+              R"("metadataPolicy":"keepWithoutLocation","backupRetentionDays":0})");
 }
 
 TEST(SettingsEncoding, RoundTripsEveryField) {
@@ -119,6 +121,7 @@ TEST(SettingsEncoding, RoundTripsEveryField) {
     config.qualities = {10, 20, 30, 40, 50};
     config.customQualities = QualitySettings{11, 21, 31, 41, 51};
     config.metadataPolicy = MetadataPolicy::strip;
+    config.backupRetentionDays = 90;
     const QByteArray encoded = encodeAppConfig(config);
     EXPECT_TRUE(encoded.contains("\"watchDirectory\":\"file:///home/u/"));
     EXPECT_TRUE(encoded.contains("a.b.c/\""));  // folders end in a slash
