@@ -287,6 +287,8 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
             context.callbacks.onBeforeDestructiveInstallForTesting(file);
         requireSourceUnchanged(file, *version);
         backupCopy = backup(file, *version, context.watchDirectory);
+        context.processedRegistry->rememberBackup(standardizedPath(*backupCopy),
+                                                  version->signature.size);
         context.checkpoint();
     }
     requireOutputNameStillOurs(context, file, output);

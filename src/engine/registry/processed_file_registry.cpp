@@ -26,6 +26,7 @@ CREATE TABLE IF NOT EXISTS files (
     output TEXT, output_size INTEGER, output_head INTEGER, output_tail INTEGER,
     backup TEXT, failure TEXT, environment INTEGER NOT NULL DEFAULT 0,
     attempts INTEGER NOT NULL DEFAULT 0, backup_digest BLOB);
+CREATE TABLE IF NOT EXISTS backups (path TEXT PRIMARY KEY, size INTEGER NOT NULL) WITHOUT ROWID;
 CREATE INDEX IF NOT EXISTS files_by_output ON files (output) WHERE output IS NOT NULL;
 )";
 
@@ -152,6 +153,7 @@ std::optional<ProcessedFileRecord> readRecord(sqlite3_stmt* s, int first) {
 
 struct ProcessedFileRegistry::Statements {
     Statement find, findByOutput, remember, forget, forgetOutput, count;
+    Statement rememberBackup, backupSize, forgetBackup;
 };
 
 ProcessedFileRegistry::ProcessedFileRegistry(const QString& path) {
@@ -211,6 +213,10 @@ bool ProcessedFileRegistry::open(const QString& path) {
          "UPDATE files SET output = NULL, output_size = NULL, output_head = NULL, "
          "output_tail = NULL WHERE path = ?1"},
         {&statements->count, "SELECT count(*) FROM files"},
+        {&statements->rememberBackup,
+         "INSERT OR REPLACE INTO backups (path, size) VALUES (?1, ?2)"},
+        {&statements->backupSize, "SELECT size FROM backups WHERE path = ?1"},
+        {&statements->forgetBackup, "DELETE FROM backups WHERE path = ?1"},
     };
     for (const auto& [statement, sql] : prepared) {
         if (sqlite3_prepare_v3(db_, sql.constData(), -1, SQLITE_PREPARE_PERSISTENT,
@@ -293,6 +299,32 @@ std::int64_t ProcessedFileRegistry::count() const {
     if (!statements_) return 0;
     sqlite3_stmt* s = *statements_->count;
     return sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : 0;
+}
+
+void ProcessedFileRegistry::rememberBackup(const QString& path, std::int64_t size) {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return;
+    sqlite3_stmt* s = *statements_->rememberBackup;
+    bindText(s, 1, path);
+    sqlite3_bind_int64(s, 2, size);
+    if (sqlite3_step(s) != SQLITE_DONE) logFailure("write");
+}
+
+std::optional<std::int64_t> ProcessedFileRegistry::backupSize(const QString& path) const {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return std::nullopt;
+    sqlite3_stmt* s = *statements_->backupSize;
+    bindText(s, 1, path);
+    if (sqlite3_step(s) != SQLITE_ROW) return std::nullopt;
+    return sqlite3_column_int64(s, 0);
+}
+
+void ProcessedFileRegistry::forgetBackup(const QString& path) {
+    const std::lock_guard lock(mutex_);
+    if (!statements_) return;
+    sqlite3_stmt* s = *statements_->forgetBackup;
+    bindText(s, 1, path);
+    if (sqlite3_step(s) != SQLITE_DONE) logFailure("write");
 }
 
 }  // namespace velt

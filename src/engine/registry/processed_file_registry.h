@@ -50,6 +50,12 @@ class ProcessedFileRegistry {
     void forgetOutput(const QString& source);
     std::int64_t count() const;
 
+    // The backup copies the engine wrote, each with its size: the only files that removing old
+    // backups may ever touch.
+    void rememberBackup(const QString& path, std::int64_t size);
+    std::optional<std::int64_t> backupSize(const QString& path) const;
+    void forgetBackup(const QString& path);
+
   private:
     struct Statements;
     bool open(const QString& path);

@@ -59,6 +59,7 @@ void FolderCompressor::start(const AppConfig& config, const QString& watchDirect
             events_ = std::make_unique<FolderEvents>(*context_.watchDirectory, queue_.context());
         planner_.reset();
         startPolling();
+        startBackupUpkeep();
         scheduleScan();
     });
     lifecycle_.markRunning();
@@ -88,6 +89,8 @@ void FolderCompressor::stopTimers() {
     workItem_ = nullptr;
     delete timer_;
     timer_ = nullptr;
+    delete upkeepTimer_;
+    upkeepTimer_ = nullptr;
 }
 
 void FolderCompressor::startPolling() {

@@ -120,6 +120,8 @@ class FolderCompressor {
 
   private:
     void startPolling();
+    // Removes backups older than the settings keep them, now and then once a day.
+    void startBackupUpkeep();
     void scheduleScan();
     // Whether a poll tick needs a scan (see ScanPlanner).
     bool scanIsDue();
@@ -155,6 +157,7 @@ class FolderCompressor {
     ScratchFolder scratch_;       // intermediates and encoder candidates; removed with the engine
     QTimer* timer_ = nullptr;     // the poll timer; lives on the queue
     QTimer* workItem_ = nullptr;  // the debounced scan; lives on the queue
+    QTimer* upkeepTimer_ = nullptr;         // the daily removal of old backups; lives on the queue
     std::unique_ptr<FolderEvents> events_;  // queue-owned
     std::unique_ptr<FolderLock> lock_;      // held while running or in a batch
     ScanPlanner planner_;                   // queue-owned

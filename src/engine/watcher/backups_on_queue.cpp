@@ -1,8 +1,11 @@
-// FolderCompressor::restore: a restore runs on the engine's queue, so that it never meets a scan
-// of the same file halfway, and the engine's memory of its own writes follows it.
+// The engine's work on its backups and undoing, on its queue so that it never meets a scan of the
+// same file halfway: FolderCompressor::restore, and the removal of old backups.
 #include "engine/watcher/folder_compressor.h"
 
+#include "engine/pipeline/backup_retention.h"
 #include "model/file_url.h"
+
+#include <QTimer>
 
 namespace velt {
 
@@ -24,6 +27,20 @@ void FolderCompressor::restore(const QString& file, const std::optional<QString>
             if (done) done(std::nullopt, std::current_exception());
         }
     });
+}
+
+void FolderCompressor::startBackupUpkeep() {
+    const auto upkeep = [this] {
+        if (context_.watchDirectory)
+            removeOldBackups(*context_.processedRegistry, *context_.watchDirectory,
+                             context_.config.backupRetentionDays, QDate::currentDate());
+    };
+    upkeep();
+    delete upkeepTimer_;
+    upkeepTimer_ = new QTimer(queue_.context());
+    upkeepTimer_->setInterval(std::chrono::hours(24));
+    QObject::connect(upkeepTimer_, &QTimer::timeout, queue_.context(), upkeep);
+    upkeepTimer_->start();
 }
 
 }  // namespace velt
