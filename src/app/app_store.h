@@ -13,6 +13,7 @@
 
 #include "app/presenter.h"
 #include "app/settings_overrides.h"
+#include "engine/pipeline/backup_retention.h"
 #include "engine/watcher/folder_compressor.h"
 #include "model/history.h"
 #include "model/settings.h"
@@ -89,6 +90,8 @@ class AppStore : public QObject {
     void openWatchDirectory();
     void openBackupDirectory();
     void clearBackups(QObject* window = nullptr);
+    // The files in the watched folder's backups and their size; none without a folder.
+    BackupUsage backupUsage() const;
     // "Compress the folder again": after the user confirms, every photo in the stored folder is
     // compressed again with the settings in force, from its original (see
     // FolderCompressor::compressAgain); the engine is started when it is not running.

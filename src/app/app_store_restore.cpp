@@ -1,5 +1,5 @@
-// The store's part of undoing a compression: the request goes to the engine's queue, the answer
-// comes back to the main thread, and a refusal reaches the user in one alert.
+// The store's part of undoing a compression (the request goes to the engine's queue, the answer
+// comes back to the main thread, and a refusal reaches the user in one alert) and of the backups.
 #include "app/app_store.h"
 
 #include "engine/core/errors.h"
@@ -57,6 +57,11 @@ void AppStore::restoreFailed(std::exception_ptr error, const QString& file, QObj
         NativeLog::write(QStringLiteral("Restore failed: ") + errorDescription(failure));
         if (presenter_) presenter_->showError(errorDescription(failure), window);
     }
+}
+
+BackupUsage AppStore::backupUsage() const {
+    const auto folder = resolvedWatchDirectory();
+    return folder ? velt::backupUsage(*folder) : BackupUsage{};
 }
 
 }  // namespace velt

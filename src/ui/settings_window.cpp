@@ -3,6 +3,8 @@
 #include "app/app_store.h"
 #include "app/version.h"
 #include "model/constants.h"
+#include "model/undo_texts.h"
+#include "ui/history_text.h"
 #include "ui/layout.h"
 #include "ui/popup_helpers.h"
 #include "ui/switch_control.h"
@@ -195,6 +197,31 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
     backupButtons->addWidget(open);
     backupButtons->addWidget(clear);
     files->addRow(t("Бэкапы", "Backups"), backups);
+    retentionPopup_ = new QComboBox(contentHost_);
+    retentionPopup_->setFont(uiFont(12.5));
+    acceptWheelOnlyWithFocus(retentionPopup_);
+    retentionPopup_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    QStringList retentionTitles, retentionValues;
+    for (const int days : backupRetentionChoices) {
+        retentionTitles << (days == 0 ? undoText(UndoText::keepForever, language)
+                                      : undoText(UndoText::keepDays, language).arg(days));
+        retentionValues << QString::number(days);
+    }
+    fillPopup(retentionPopup_, retentionTitles, retentionValues,
+              QString::number(store_.config().backupRetentionDays));
+    connect(retentionPopup_, &QComboBox::activated, this, [this] {
+        const int days = selectedValue(retentionPopup_).value_or(QString()).toInt();
+        if (days == store_.config().backupRetentionDays) return;
+        AppConfig config = store_.config();
+        config.backupRetentionDays = days;
+        store_.setConfig(config);
+        showBackupUsage();
+    });
+    files->addRow(undoText(UndoText::keepBackups, language), retentionPopup_);
+    backupUsageLabel_ = new QLabel(contentHost_);
+    backupUsageLabel_->setFont(uiFont(12));
+    files->addLine(backupUsageLabel_);
+    showBackupUsage();
     QPushButton* again =
         actionButton(t("Сжать папку заново", "Compress the folder again"), contentHost_);
     connect(again, &QPushButton::clicked, this, [this] { store_.compressFolderAgain(this); });
@@ -227,6 +254,7 @@ void SettingsViewController::render() {
     notificationsSwitch_->setChecked(config.notificationsEnabled);
     selectPopup(languagePopup_, rawValue(config.language));
     selectPopup(metadataPopup_, rawValue(config.metadataPolicy));
+    selectPopup(retentionPopup_, QString::number(config.backupRetentionDays));
     updateButton_->setText(store_.updateButtonTitle());
     updateButton_->setAccessibleName(store_.updateButtonTitle());
     updateButton_->setEnabled(!store_.isUpdateBusy());
@@ -270,8 +298,16 @@ void SettingsWindowController::render() {
     fittedLanguage_ = language;
 }
 
+void SettingsViewController::showBackupUsage() {
+    const BackupUsage usage = store_.backupUsage();
+    backupUsageLabel_->setText(undoText(UndoText::backupsSize, store_.config().language)
+                                   .arg(usage.files)
+                                   .arg(historyByteCount(usage.bytes, store_.config().language)));
+}
+
 void SettingsWindowController::showWindow() {
     render();
+    view_->showBackupUsage();
     window_->show();
     window_->raise();
     window_->activateWindow();

@@ -40,6 +40,10 @@ class SettingsViewController : public QWidget {
     SwitchControl* notificationsSwitch() const { return notificationsSwitch_; }
     QComboBox* languagePopup() const { return languagePopup_; }
     QComboBox* metadataPopup() const { return metadataPopup_; }
+    QComboBox* retentionPopup() const { return retentionPopup_; }
+    QLabel* backupUsageLabel() const { return backupUsageLabel_; }
+    // Counts the backups again (a walk of the backup folder: on opening and on a change only).
+    void showBackupUsage();
     QPushButton* updateButton() const { return updateButton_; }
     // Every button of the content, by its text (the tests press them).
     QPushButton* button(const QString& text) const;
@@ -56,6 +60,8 @@ class SettingsViewController : public QWidget {
     SwitchControl* notificationsSwitch_ = nullptr;
     QComboBox* languagePopup_ = nullptr;
     QComboBox* metadataPopup_ = nullptr;
+    QComboBox* retentionPopup_ = nullptr;
+    QLabel* backupUsageLabel_ = nullptr;
     QPushButton* updateButton_ = nullptr;
 };
 

@@ -195,6 +195,30 @@ TEST_F(WindowsTest, HistoryRowMenuRestoresTheOriginal) {
     keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-restored-ru"));
 }
 
+// The backups' size and how long they are kept, in both languages; the choice is saved.
+TEST_F(WindowsTest, SettingsShowTheBackupsAndKeepThemForTheChosenDays) {
+    store_.useWatchDirectory(fixture_.folder.path());
+    const QDir day(
+        QDir(fixture_.folder.path()).filePath(backupDirName + QStringLiteral("/2026-11-01")));
+    ASSERT_TRUE(day.mkpath(QStringLiteral(".")));
+    writeFile(day.filePath(QStringLiteral("a.original.jpg")), QByteArray(1'500'000, 'a'));
+    writeFile(day.filePath(QStringLiteral("b.original.png")), QByteArray(500'000, 'b'));
+    SettingsWindowController window(store_);
+    SettingsViewController& view = *window.settingsViewController();
+    store_.onChange = [&] { window.render(); };
+    window.showWindow();
+    EXPECT_EQ(view.backupUsageLabel()->text(), QStringLiteral("Бэкапы: 2 шт., 2,0 МБ"));
+    EXPECT_EQ(view.retentionPopup()->currentText(), QStringLiteral("Всегда"));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-backups-ru"));
+    choose(view.retentionPopup(), QStringLiteral("30"));
+    EXPECT_EQ(loadAppConfig().backupRetentionDays, 30);
+    store_.setLanguage(AppLanguage::english);
+    EXPECT_EQ(view.retentionPopup()->currentText(), QStringLiteral("30 days"));
+    EXPECT_EQ(view.backupUsageLabel()->text(), QStringLiteral("Backups: 2 files, 2.0 MB"));
+    EXPECT_TRUE(showsWholeCurrentText(*view.retentionPopup()));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-backups-en"));
+}
+
 // Buttons and pop-ups of the window that do not show their whole text, or stand beyond its edge.
 QStringList clippedControls(QWidget& window, QWidget& content) {
     QStringList clipped;
