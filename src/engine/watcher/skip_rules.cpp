@@ -69,6 +69,13 @@ bool shouldSkip(EngineContext& context, const EngineTiming& timing, const QStrin
         }) == FileStates::OwnWriteCheck::ownUntouched)
         return true;
     if (files.recentlyWritten(key, *signature, now, timing.recentWriteCooldown)) return true;
+    // Compressing again leaves alone what the user restored, as long as it is unchanged.
+    if (context.redo) {
+        const auto record = context.processedRegistry->find(key);
+        if (record && record->decision == ProcessedDecision::restored &&
+            record->describes(*signature))
+            return true;
+    }
     if (!context.redo && settledByRegistry(context, file, key, *signature)) {
         files.markHandled(key, *signature);
         return true;
