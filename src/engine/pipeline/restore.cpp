@@ -161,6 +161,7 @@ RestoreOutcome putBackFromBackup(ProcessedFileRegistry& registry, Compression& c
 // aside and checked there, so no writer slips in between).
 RestoreOutcome removeKeptCopy(ProcessedFileRegistry& registry, const Compression& compression) {
     const QString& output = *compression.output;
+    if (!pathExists(output)) throw RestoreError(RestoreFailure::nothingToRestore, output);
     if (!holdsWhatWasWritten(compression)) throw RestoreError(RestoreFailure::copyChanged, output);
     if (!isRegularFile(compression.source))
         throw RestoreError(RestoreFailure::originalMissing, compression.source);

@@ -65,6 +65,7 @@ TEST(ProcessedRegistry, RecordsSurviveReopeningExactly) {
     full.output = u"/p/Фото 1_veltcompressed.webp"_s;
     full.outputFingerprint = ContentFingerprint{7, 0, ~0ULL};
     full.backup = u"/p/.velt-compressor-backups/2026-01-01/Фото 1.original.png"_s;
+    full.backupDigest = QByteArray(32, '\x9f');
     ProcessedFileRecord failed;
     failed.decision = ProcessedDecision::failed;
     failed.failure = u"No space left on device"_s;
@@ -76,12 +77,17 @@ TEST(ProcessedRegistry, RecordsSurviveReopeningExactly) {
         registry.remember(u"/p/b.jpg"_s, failed);
         registry.remember(u"/p/c.jpg"_s, record(1));
         registry.forget(u"/p/c.jpg"_s);
+        registry.rememberBackup(*full.backup, 1234);
+        registry.rememberBackup(u"/p/gone.png"_s, 5);
+        registry.forgetBackup(u"/p/gone.png"_s);
     }
     ProcessedFileRegistry reopened;
     EXPECT_EQ(reopened.count(), 2);
     EXPECT_EQ(reopened.find(u"/p/Фото 1.png"_s), full);
     EXPECT_EQ(reopened.find(u"/p/b.jpg"_s), failed);
     EXPECT_EQ(reopened.find(u"/p/c.jpg"_s), std::nullopt);
+    EXPECT_EQ(reopened.backupSize(*full.backup), 1234);
+    EXPECT_EQ(reopened.backupSize(u"/p/gone.png"_s), std::nullopt);
     const auto owner = reopened.findByOutput(*full.output);
     ASSERT_TRUE(owner);
     EXPECT_EQ(owner->first, u"/p/Фото 1.png"_s);
