@@ -76,16 +76,10 @@ HistoryViewController::~HistoryViewController() = default;
 void HistoryViewController::render() {
     const AppLanguage language = store_.config().language;
     const auto& history = store_.history();
-    titleLabel_->setText(
-        text(language, QStringLiteral("История сжатий"), QStringLiteral("Compression history")));
-    clearButton_->setText(
-        text(language, QStringLiteral("Очистить историю"), QStringLiteral("Clear history")));
+    titleLabel_->setText(text(language, Text::historyTitle));
+    clearButton_->setText(text(language, Text::historyClear));
     clearButton_->setAccessibleName(clearButton_->text());
-    emptyLabel_->setText(text(language,
-                              QStringLiteral("История пока пуста. Добавьте изображение в "
-                                             "выбранную папку — результат появится здесь."),
-                              QStringLiteral("History is empty. Add an image to the selected "
-                                             "folder and its result will appear here.")));
+    emptyLabel_->setText(text(language, Text::historyEmpty));
     summaryLabel_->setText(historySummary(history, language));
     // The store changes with every progress step; the table is rebuilt only when the list or
     // the language did, so the reader's scroll position and selection stay.
@@ -120,14 +114,8 @@ void HistoryViewController::openEntry(int row) {
 void HistoryViewController::clear() {
     const AppLanguage language = store_.config().language;
     const bool confirmed = presenter_.confirm(
-        text(language, QStringLiteral("Очистить историю?"), QStringLiteral("Clear history?")),
-        text(language,
-             QStringLiteral("Файлы и бэкапы останутся на месте. Будет удалён только список "
-                            "операций."),
-             QStringLiteral("Files and backups will stay in place. Only the activity list will "
-                            "be removed.")),
-        text(language, QStringLiteral("Очистить"), QStringLiteral("Clear")),
-        text(language, QStringLiteral("Отмена"), QStringLiteral("Cancel")), this);
+        text(language, Text::clearHistoryQuestion), text(language, Text::clearHistoryExplanation),
+        text(language, Text::buttonClear), text(language, Text::buttonCancel), this);
     if (confirmed) store_.clearHistory();
 }
 
@@ -146,8 +134,7 @@ HistoryWindowController::HistoryWindowController(AppStore& store, Presenter& pre
 HistoryWindowController::~HistoryWindowController() = default;
 
 void HistoryWindowController::render() {
-    window_->setWindowTitle(text(store_.config().language, QStringLiteral("История сжатий"),
-                                 QStringLiteral("Compression history")));
+    window_->setWindowTitle(text(store_.config().language, Text::historyTitle));
     view_->render();
 }
 

@@ -20,7 +20,7 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
     EXPECT_EQ(settings.watchDirectory, dir);
     const auto refused = parseCommandLine(words("--update --once DIR", dir));
     ASSERT_TRUE(std::holds_alternative<CommandLineError>(refused));
-    EXPECT_EQ(std::get<CommandLineError>(refused).message,
+    EXPECT_EQ(std::get<CommandLineError>(refused).message.inLanguage(AppLanguage::english),
               QStringLiteral("--once cannot be combined with --update"));
     const CommandLineRequest once = request(
         "--once=DIR --preset gentle --format webp --original=replace --quality jpeg=55 "

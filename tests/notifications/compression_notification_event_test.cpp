@@ -13,7 +13,7 @@ TEST(NotificationEvent, KeysUseTheCleanPath) {
     const QString photo = QStringLiteral("/Фото/./IMG 1.HEIC");
     EXPECT_EQ(Event::unsupportedFile(photo).dedupeKey(),
               QStringLiteral("unsupported:/Фото/IMG 1.HEIC"));
-    EXPECT_EQ(Event::processingFailed(photo, QStringLiteral("x")).dedupeKey(),
+    EXPECT_EQ(Event::processingFailed(photo, {Text::fileDamaged, {}}).dedupeKey(),
               QStringLiteral("failed:/Фото/IMG 1.HEIC"));
 }
 
@@ -23,9 +23,15 @@ TEST(NotificationEvent, MessageShorteningAtTheBoundary) {
         EXPECT_EQ(shortenedMessage(unit.repeated(120)), unit.repeated(120));
         EXPECT_EQ(shortenedMessage(unit.repeated(121)), unit.repeated(117) + QStringLiteral("..."));
     }
-    const QString m121(121, u'm');
-    EXPECT_EQ(Event::processingFailed(QStringLiteral("/a.jpg"), m121).body(AppLanguage::english),
-              QStringLiteral("“a.jpg”: ") + m121.left(117) + QStringLiteral("..."));
+    // The reason is cut in the words of the language it is shown in.
+    const Message appeared{Text::outputNameAppeared, {QString(100, u'm')}};
+    for (const AppLanguage language : {AppLanguage::english, AppLanguage::russian}) {
+        const QString full = appeared.inLanguage(language);
+        ASSERT_GE(full.size(), 121);
+        EXPECT_TRUE(Event::processingFailed(QStringLiteral("/a.jpg"), appeared)
+                        .body(language)
+                        .endsWith(QStringLiteral(": ") + full.left(117) + QStringLiteral("...")));
+    }
 }
 
 }  // namespace

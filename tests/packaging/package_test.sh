@@ -110,7 +110,8 @@ compress_once() {
   fi
   # Nothing alarming: no complaint about a missing optional tool, no error, no warning.
   [[ ! -s "$work/once.err" ]] || fail "--once wrote to standard error: $(cat "$work/once.err")"
-  if grep -qiE "oxipng|error|warn|fail(ed)? [^0]|not found" "$work/once.out"; then
+  # (in either language: a fresh user's program speaks Russian)
+  if grep -qiE "oxipng|error|warn|fail(ed)? [^0]|not found|^ошибка |с ошибкой [1-9]" "$work/once.out"; then
     fail "--once printed something alarming: $(cat "$work/once.out")"
   fi
   local pair source output

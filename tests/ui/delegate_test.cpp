@@ -78,7 +78,7 @@ TEST_F(DelegateTest, ANewerNoticeOutlivesTheOlderOnesExpiry) {
     using E = CompressionNotificationEvent;
 
     delegate.showMenuBarNotice(
-        E::processingFailed(QStringLiteral("/p/a.jpg"), QStringLiteral("x")));
+        E::processingFailed(QStringLiteral("/p/a.jpg"), {Text::fileDamaged, {}}));
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка"));
     QElapsedTimer clock;
     clock.start();
@@ -109,15 +109,17 @@ TEST_F(DelegateTest, TheTooltipSaysWhatTheProgramIsDoing) {
     EXPECT_EQ(state().value(1), QStringLiteral("Watching ") + name);
 
     delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
-        fixture_.folder.filePath(QStringLiteral("a.jpg")), QStringLiteral("not a JPEG")));
+        fixture_.folder.filePath(QStringLiteral("a.jpg")), {Text::fileTruncated, {}}));
     store.stop();
     EXPECT_EQ(state(), QStringList({QStringLiteral("VELT | Compressor"),
                                     QStringLiteral("Compression paused"),
                                     QStringLiteral("Last problem: Could not compress file — "
-                                                   "“a.jpg”: not a JPEG")}));
+                                                   "“a.jpg”: The file is cut short: the end of "
+                                                   "the image is missing (an interrupted copy or "
+                                                   "download). Copy it again.")}));
     store.recordHistory({QUuid::createUuid(), QDateTime::currentDateTime(),
                          fixture_.folder.filePath(QStringLiteral("b.jpg")), std::nullopt, 900, 400,
-                         CompressionHistoryStatus::compressed, std::nullopt});
+                         CompressionHistoryStatus::compressed, std::nullopt, std::nullopt});
     EXPECT_EQ(state().size(), 2) << "a file compressed since: the problem is over";
 }
 
@@ -146,7 +148,7 @@ TEST_F(DelegateTest, ANoticeTakesTheProgressPlaceUntilItExpires) {
     QElapsedTimer clock;
     clock.start();
     delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
-        QStringLiteral("/p/a.jpg"), QStringLiteral("x")));
+        QStringLiteral("/p/a.jpg"), {Text::fileDamaged, {}}));
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка"));
     processEventsUntil([&] { return clock.elapsed() >= 3000; }, 4);
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка")) << "progress ticks kept it";

@@ -183,15 +183,26 @@ TEST_F(PanelTest, ActionRowsReachTheStoreAndTheOwner) {
     EXPECT_TRUE(presenter_.opened[1].startsWith(QStringLiteral("https://")));
 }
 
+// A missing folder: the panel says so, naming it, in the language of the moment.
 TEST_F(PanelTest, AFailedStartIsShownInThePanel) {
     AppConfig config = store_->config();
-    config.watchDirectory = fixture_.folder.path() + QStringLiteral("/gone");
+    const QString gone = fixture_.folder.path() + QStringLiteral("/gone");
+    config.watchDirectory = gone;
     config.enabled = true;
     store_->setConfig(config);
     store_->start();
     EXPECT_FALSE(store_->isRunning());
+    panel_->present(QRect(400, 0, 24, 24));
     EXPECT_TRUE(content().errorLabel()->isVisibleTo(panel_.get()));
-    EXPECT_EQ(content().errorLabel()->text(), store_->watcherError().value_or(QString()));
+    EXPECT_EQ(content().errorLabel()->text(), QStringLiteral("Папки «") + gone +
+                                                  QStringLiteral("» нет. Подключите диск, на "
+                                                                 "котором она была, или выберите "
+                                                                 "другую папку."));
+    keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-ru"));
+    store_->setLanguage(AppLanguage::english);
+    content().render();
+    EXPECT_TRUE(content().errorLabel()->text().startsWith(QStringLiteral("The folder “") + gone));
+    keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-en"));
     EXPECT_FALSE(content().compressionSwitchRow()->control()->isChecked());
 }
 
@@ -320,7 +331,7 @@ TEST(DesktopShellTest, WithoutATrayThePanelIsAWindowAndClosingItKeepsWatching) {
     EXPECT_EQ(panel.windowType(), Qt::Window);
     EXPECT_EQ(panel.size(), panel.content()->currentContentSize()) << "no room for a tail";
     delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
-        fixture.folder.filePath(QStringLiteral("a.jpg")), QStringLiteral("x")));
+        fixture.folder.filePath(QStringLiteral("a.jpg")), {Text::fileDamaged, {}}));
     EXPECT_EQ(panel.windowTitle(), QStringLiteral("! Ошибка — VELT | Compressor"));
     const QImage pixels = pixelsOf(panel);
     EXPECT_EQ(pixels.pixelColor(panel.width() / 2, 0), panel.palette().color(QPalette::Window))
@@ -329,7 +340,7 @@ TEST(DesktopShellTest, WithoutATrayThePanelIsAWindowAndClosingItKeepsWatching) {
 
     const auto closeHints = [&] {
         return QString::fromUtf8(readFile(fixture.data.file(QStringLiteral("native.log"))))
-            .count(QStringLiteral("Notification deliver window-closed"));
+            .count(QStringLiteral("Notification to deliver key=\"window-closed\""));
     };
     for (int round = 0; round < 2; ++round) {
         shell.open(CommandLineRequest::DesktopPart::panel);

@@ -30,7 +30,8 @@ CompressionHistoryEntry entry(CompressionHistoryStatus status, const QString& so
                               std::optional<std::int64_t> output = std::nullopt,
                               std::optional<QString> message = std::nullopt) {
     const QDateTime date(QDate(2026, 11, 23), QTime(14, 5));
-    return {QUuid::createUuid(), date, source, std::nullopt, original, output, status, message};
+    return {QUuid::createUuid(), date,   source, std::nullopt, original,
+            output,              status, message, std::nullopt};
 }
 
 TEST(HistoryText, CellsByStatusAndLanguage) {
@@ -42,6 +43,8 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
     const auto failed = entry(S::failed, QStringLiteral("/p/c.webp"), std::nullopt, std::nullopt,
                               QStringLiteral("The image is too large"));
     const auto failedSilently = entry(S::failed, QStringLiteral("/p/d.avif"));
+    auto diskFull = entry(S::failed, QStringLiteral("/p/e.jpg"));
+    diskFull.reason = Message{Text::diskFull, {}};
     const auto en = AppLanguage::english;
     const auto ru = AppLanguage::russian;
     struct Row {
@@ -58,7 +61,10 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         {noSizes, "saved", ru, "—"},
         {optimal, "result", ru, "Уже оптимально"},
         {optimal, "saved", en, "—"},
-        {failed, "result", en, "The image is too large"},
+        {failed, "result", ru, "The image is too large"},  // as an older version stored it
+        {diskFull, "result", en,
+         "There is no space left on the disk. Free some space; the file is left as it is."},
+        {diskFull, "result", ru, "На диске не осталось места. Освободите место; файл оставлен как есть."},
         {failedSilently, "result", en, "Error"},
         {compressed, "date", en, "11/23/26, 2:05 PM"},
         {compressed, "date", ru, "23.11.2026, 14:05"},

@@ -33,10 +33,12 @@ void runBuiltInEncoder(const QString& destination, const std::function<void()>& 
         encode();
     } catch (const imageio::ImageIOError& error) {
         QFile::remove(destination);
-        throw FileSystemError(error.code() == imageio::ImageIOError::unsupportedFormat
-                                  ? FileSystemError::writeUnsupportedScheme
-                                  : FileSystemError::writeUnknown,
-                              QString::fromUtf8(error.what()));
+        const bool unsupported = error.code() == imageio::ImageIOError::unsupportedFormat;
+        throw FileSystemError(
+            unsupported ? FileSystemError::writeUnsupportedScheme : FileSystemError::writeUnknown,
+            QString::fromUtf8(error.what()),
+            unsupported ? Message{Text::formatNotWritable, {fileExtension(format).toUpper()}}
+                        : error.reason());
     }
 }
 
