@@ -305,18 +305,9 @@ void AppStore::compressFolderAgain(QObject* window) {
         showMissingFolderAlert();
         return;
     }
-    if (!presenter_ ||
-        !presenter_->confirm(
-            text(QStringLiteral("Сжать папку заново?"),
-                 QStringLiteral("Compress the folder again?")),
-            text(QStringLiteral("Все фото в папке будут сжаты заново с текущими настройками: из "
-                                "исходников, а заменённые — из их резервных копий. Прежние "
-                                "сжатые копии будут заменены."),
-                 QStringLiteral("Every photo in the folder will be compressed again with the "
-                                "current settings: from its original, or from the backup of a "
-                                "replaced one. The compressed copies made before are replaced.")),
-            text(QStringLiteral("Сжать заново"), QStringLiteral("Compress again")),
-            text(QStringLiteral("Отмена"), QStringLiteral("Cancel")), window))
+    if (!presenter_ || !presenter_->confirm(
+                           text(Text::compressAgainQuestion), text(Text::compressAgainExplanation),
+                           text(Text::compressAgainConfirm), text(Text::buttonCancel), window))
         return;
     NativeLog::write(QStringLiteral("Compress the folder again requested"));
     compressor_->compressAgain();
@@ -335,9 +326,9 @@ void AppStore::clearBackups(QObject* window) {
         showAlert(Text::noBackupsTitle, text(Text::backupFolderEmpty), window);
         return;
     }
-    const bool confirmed = presenter_->confirm(
-        text(Text::clearBackupsQuestion), text(Text::clearBackupsExplanation),
-        text(Text::buttonClear), text(Text::buttonCancel), window);
+    const bool confirmed =
+        presenter_->confirm(text(Text::clearBackupsQuestion), text(Text::clearBackupsExplanation),
+                            text(Text::buttonClear), text(Text::buttonCancel), window);
     if (!confirmed) return;
     std::error_code error;
     std::filesystem::remove_all(std::filesystem::path(QFile::encodeName(backups).toStdString()),

@@ -98,7 +98,7 @@ FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& f
 FolderCompressionResult leaveWithoutBackup(EngineContext& context, const QString& file) {
     rememberSignature(context, file);
     FolderCompressionResult result;
-    result.nothingDoneReason = QStringLiteral("no verified backup of its original");
+    result.nothingDoneReason = Message{Text::skippedNoBackup, {}};
     return result;
 }
 
