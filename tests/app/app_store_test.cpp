@@ -104,6 +104,24 @@ TEST_F(StoreTest, ABookmarkThatNamesNoPathFallsBackToTheStoredFolder) {
               5);
 }
 
+// The folder chooser opens on the folder in use, else on Pictures: never where the program was
+// started from.
+TEST(FolderChooser, StartsInTheFolderInUseElseInPictures) {
+    StoreFixture fixture;
+    QTemporaryDir pictures;
+    QDir().mkpath(fixture.data.file(QStringLiteral("xdg")));
+    writeFile(fixture.data.file(QStringLiteral("xdg/user-dirs.dirs")),
+              "XDG_PICTURES_DIR=\"" + pictures.path().toUtf8() + "\"\n");
+    ScriptedPresenter presenter;
+    AppStore store(&presenter);
+    store.selectWatchDirectory(nullptr);
+    AppConfig config = store.config();
+    config.watchDirectory = fixture.folder.path();
+    store.setConfig(config);
+    store.selectWatchDirectory(nullptr);
+    EXPECT_EQ(presenter.chooserStartFolders, QStringList({pictures.path(), fixture.folder.path()}));
+}
+
 TEST(ProtectedFolders, PathsInsideAUserFolderAreProtected) {
     const QStringList folders = {QStringLiteral("/home/ann/Pictures"),
                                  QStringLiteral("/home/ann/Downloads")};

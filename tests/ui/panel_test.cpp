@@ -181,6 +181,16 @@ TEST_F(PanelTest, ActionRowsReachTheStoreAndTheOwner) {
     ASSERT_EQ(presenter_.opened.size(), 2);
     EXPECT_EQ(presenter_.opened[0], fixture_.folder.path());
     EXPECT_TRUE(presenter_.opened[1].startsWith(QStringLiteral("https://")));
+    // With no file manager to show it, Open folder answers with an alert naming the path.
+    presenter_.noFileBrowser = true;
+    const std::size_t dialogs = presenter_.dialogs.size();
+    panel_->present(QRect(400, 0, 24, 24));
+    QTest::mouseClick(content().actionRows().front(), Qt::LeftButton);
+    ASSERT_TRUE(processEventsUntil([&] { return presenter_.dialogs.size() > dialogs; }));
+    EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("Не удалось открыть «") +
+                                            fixture_.folder.path().section(u'/', -1) +
+                                            QStringLiteral("»"));
+    EXPECT_TRUE(presenter_.dialogs.back().informativeText.endsWith(fixture_.folder.path()));
 }
 
 // A missing folder: the panel says so, naming it, in the language of the moment.

@@ -3,10 +3,12 @@
 // clearing, the backups flow — with screenshots of both windows in both languages.
 #include "model/config_file.h"
 #include "model/constants.h"
+#include "ui/file_reveal.h"
 #include "ui/history_table_model.h"
 #include "ui/history_text.h"
 #include "ui/history_window.h"
 #include "ui/popup_helpers.h"
+#include "ui/qt_translations.h"
 #include "ui/settings_window.h"
 #include "ui/switch_control.h"
 #include "ui_test_support.h"
@@ -15,6 +17,7 @@
 #include <QDir>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTableView>
@@ -30,8 +33,8 @@ CompressionHistoryEntry entry(CompressionHistoryStatus status, const QString& so
                               std::optional<std::int64_t> output = std::nullopt,
                               std::optional<QString> message = std::nullopt) {
     const QDateTime date(QDate(2026, 11, 23), QTime(14, 5));
-    return {QUuid::createUuid(), date,   source, std::nullopt, original,
-            output,              status, message, std::nullopt};
+    return {QUuid::createUuid(), date, source, std::nullopt, original, output, status, message,
+            std::nullopt};
 }
 
 TEST(HistoryText, CellsByStatusAndLanguage) {
@@ -64,7 +67,8 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         {failed, "result", ru, "The image is too large"},  // as an older version stored it
         {diskFull, "result", en,
          "There is no space left on the disk. Free some space; the file is left as it is."},
-        {diskFull, "result", ru, "На диске не осталось места. Освободите место; файл оставлен как есть."},
+        {diskFull, "result", ru,
+         "На диске не осталось места. Освободите место; файл оставлен как есть."},
         {failedSilently, "result", en, "Error"},
         {compressed, "date", en, "11/23/26, 2:05 PM"},
         {compressed, "date", ru, "23.11.2026, 14:05"},
@@ -109,25 +113,32 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
     writeFile(photo, "jpeg");
     auto kept = entry(CompressionHistoryStatus::compressed, photo, 2'000'000, 500'000);
     kept.outputURL = photo + QStringLiteral(".gone.webp");
-    store_.recordHistory(entry(CompressionHistoryStatus::failed, QStringLiteral("/nowhere/x.png")));
-    store_.recordHistory(kept);
+    // Two failures, a file cut short and a full disk, read in the language of the moment.
+    auto cutShort = entry(CompressionHistoryStatus::failed, QStringLiteral("/nowhere/x.png"));
+    cutShort.reason = Message{Text::fileTruncated, {}};
+    auto diskFull = entry(CompressionHistoryStatus::failed, QStringLiteral("/nowhere/y.jpg"));
+    diskFull.reason = Message{Text::diskFull, {}};
+    for (const auto& recorded : {cutShort, diskFull, kept}) store_.recordHistory(recorded);
     EXPECT_TRUE(view.tableView()->isVisible());
     EXPECT_TRUE(view.clearButton()->isEnabled());
-    EXPECT_EQ(view.model()->rowCount(), 2);
-    EXPECT_EQ(view.summaryLabel()->text(), QStringLiteral("Операций: 2 · Сэкономлено: 1,5 МБ"));
+    EXPECT_EQ(view.model()->rowCount(), 3);
+    EXPECT_EQ(view.summaryLabel()->text(), QStringLiteral("Операций: 3 · Сэкономлено: 1,5 МБ"));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-failures-ru"));
     view.openEntry(0);
-    view.openEntry(1);  // its file is gone: nothing happens
+    view.openEntry(2);  // its file is gone: nothing happens
     EXPECT_EQ(revealed, QStringList{photo});
 
     store_.setLanguage(AppLanguage::english);
     EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Compression history"));
     EXPECT_EQ(view.model()->headerData(2, Qt::Horizontal, Qt::DisplayRole).toString(),
               QStringLiteral("Saved"));
-    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-en"));
+    EXPECT_EQ(view.model()->data(view.model()->index(1, 1), Qt::DisplayRole).toString(),
+              text(AppLanguage::english, Text::diskFull));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-failures-en"));
 
     // Cancelling keeps the list; confirming clears it and leaves every file.
     QTest::mouseClick(view.clearButton(), Qt::LeftButton);
-    EXPECT_EQ(store_.history().size(), 2u);
+    EXPECT_EQ(store_.history().size(), 3u);
     EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("Clear history?"));
     presenter_.confirmAnswers = {true};
     QTest::mouseClick(view.clearButton(), Qt::LeftButton);
@@ -281,6 +292,30 @@ TEST(SettingsText, DisplayVersionDropsOnlyATrailingDoubleZero) {
     EXPECT_EQ(displayVersion(QStringLiteral("2.1.0")), QStringLiteral("2.1.0"));
     EXPECT_EQ(displayVersion(QStringLiteral("10.0.0")), QStringLiteral("10.0"));
     EXPECT_EQ(displayVersion(QString()), QStringLiteral("1.0"));
+}
+
+// Qt's own words (standard buttons, the folder dialog) follow the interface language: Russian from
+// Debian's translations, English again once the language is switched back.
+TEST(QtWords, StandardButtonsSpeakTheInterfaceLanguage) {
+    ui::QtTranslations translations;
+    for (const auto& [language, cancel] : {std::pair{AppLanguage::russian, "Отмена"},
+                                           {AppLanguage::english, "Cancel"},
+                                           {AppLanguage::russian, "Отмена"}}) {
+        translations.follow(language);
+        QMessageBox box;
+        box.setStandardButtons(QMessageBox::Cancel);
+        EXPECT_EQ(box.button(QMessageBox::Cancel)->text(), QString::fromUtf8(cancel));
+    }
+}
+
+// Where neither the file manager service nor xdg-open answers, the caller hears of it.
+TEST(FileReveal, WithoutAFileManagerTheCallerIsTold) {
+    QTemporaryDir emptyPath;
+    ScopedEnvironment path("PATH", emptyPath.path().toUtf8());
+    ScopedEnvironment noBus("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+    bool told = false;
+    ui::showInFileManager(emptyPath.path(), [&] { told = true; });
+    EXPECT_TRUE(processEventsUntil([&] { return told; }));
 }
 
 }  // namespace
