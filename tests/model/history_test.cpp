@@ -53,9 +53,10 @@ TEST(History, RoundTripAtWholeSeconds) {
     EXPECT_TRUE(text.contains("file:///home/u/%D0%A4%D0%BE%D1%82%D0%BE/IMG%201.HEIC"));
     EXPECT_FALSE(text.contains("outputBytes\":null"));
     // The reason by its code, and its English words for readers that know only "message".
-    EXPECT_TRUE(text.contains(R"x("message":"The image is too large to process safely (8000×7000))x"
-                              R"x(: over 50 megapixels. The file is left as it is.",)x"
-                              R"x("messageCode":"imageTooLarge","messageArguments":["8000","7000"])x"))
+    EXPECT_TRUE(
+        text.contains(R"x("message":"The image is too large to process safely (8000×7000))x"
+                      R"x(: over 50 megapixels. The file is left as it is.",)x"
+                      R"x("messageCode":"imageTooLarge","messageArguments":["8000","7000"])x"))
         << text.toStdString();
 
     const CompressionHistory loaded = loadHistory();
@@ -71,26 +72,24 @@ TEST(History, RoundTripAtWholeSeconds) {
 // it is one of the texts that version wrote, and as it was stored otherwise; an unknown code falls
 // back to the stored words too.
 TEST(History, StoredResultsReadInTheInterfaceLanguage) {
-    const QByteArray text =
+    const QByteArray file =
         R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","date":"2026-03-05T14:07:31Z",)"
         R"("sourceURL":"file:///a.jpg","status":"failed",%1}])";
-    const std::pair<const char*, const char*> stored[] = {
+    const auto ru = AppLanguage::russian;
+    const std::pair<const char*, QString> stored[] = {
         {R"("message":"The image is too large to process safely (9000×7000).")",
-         "Изображение слишком велико для безопасной обработки (9000×7000): больше 50 мегапикселей. "
-         "Файл оставлен как есть."},
+         text(ru, Text::imageTooLarge, {QStringLiteral("9000"), QStringLiteral("7000")})},
         {R"("message":"The file “a.jpg” couldn’t be opened because it isn’t in the correct format.")",
-         "Файл повреждён: изображение в нём не читается. Проверьте, открывается ли он в "
-         "просмотрщике."},
+         text(ru, Text::fileDamaged)},
         {R"("message":"The tool cjpeg failed with exit status 1")",
-         "The tool cjpeg failed with exit status 1"},
-        {R"("message":"Old words","messageCode":"renamedSinceThen")", "Old words"},
-        {R"("messageCode":"diskFull","messageArguments":[])",
-         "На диске не осталось места. Освободите место; файл оставлен как есть."},
+         QStringLiteral("The tool cjpeg failed with exit status 1")},
+        {R"("message":"Old words","messageCode":"renamedSinceThen")", QStringLiteral("Old words")},
+        {R"("messageCode":"diskFull","messageArguments":[])", text(ru, Text::diskFull)},
     };
     for (const auto& [fields, shown] : stored) {
-        const auto history = decodeHistory(QByteArray(text).replace("%1", fields));
+        const auto history = decodeHistory(QByteArray(file).replace("%1", fields));
         ASSERT_TRUE(history && history->size() == 1) << fields;
-        EXPECT_EQ(history->front().displayStatus(AppLanguage::russian), QString::fromUtf8(shown));
+        EXPECT_EQ(history->front().displayStatus(ru), shown);
     }
 }
 

@@ -91,9 +91,8 @@ TEST(NotificationManager, CooldownDeliveryAndLogLines) {
     ASSERT_EQ(backend.delivered.size(), 4u);  // in the user's language, named by key and time
     const NotificationRequest& first = backend.delivered.front();
     EXPECT_EQ(QStringList({first.identifier, first.title, first.body}).join(u'|'),
-              QStringLiteral("velt.failed:/x.1700000000|Не удалось сжать файл|«x»: Файл обрезан: "
-                             "конца изображения нет (копирование или загрузка прервались). "
-                             "Скопируйте файл заново."));
+              QStringLiteral("velt.failed:/x.1700000000|Не удалось сжать файл|«x»: ") +
+                  text(AppLanguage::russian, Text::fileTruncated));
 }
 
 }  // namespace

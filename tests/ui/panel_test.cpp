@@ -204,14 +204,13 @@ TEST_F(PanelTest, AFailedStartIsShownInThePanel) {
     EXPECT_FALSE(store_->isRunning());
     panel_->present(QRect(400, 0, 24, 24));
     EXPECT_TRUE(content().errorLabel()->isVisibleTo(panel_.get()));
-    EXPECT_EQ(content().errorLabel()->text(), QStringLiteral("Папки «") + gone +
-                                                  QStringLiteral("» нет. Подключите диск, на "
-                                                                 "котором она была, или выберите "
-                                                                 "другую папку."));
+    EXPECT_EQ(content().errorLabel()->text(),
+              text(AppLanguage::russian, Text::folderMissing, {gone}));
     keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-ru"));
     store_->setLanguage(AppLanguage::english);
     content().render();
-    EXPECT_TRUE(content().errorLabel()->text().startsWith(QStringLiteral("The folder “") + gone));
+    EXPECT_EQ(content().errorLabel()->text(),
+              text(AppLanguage::english, Text::folderMissing, {gone}));
     keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-en"));
     EXPECT_FALSE(content().compressionSwitchRow()->control()->isChecked());
 }

@@ -43,11 +43,7 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         entry(S::compressed, QStringLiteral("/p/IMG_1.HEIC"), 2'400'000, 830'000);
     const auto noSizes = entry(S::compressed, QStringLiteral("/p/a.png"));
     const auto optimal = entry(S::alreadyOptimal, QStringLiteral("/p/b.jpg"), 5000, 1000);
-    const auto failed = entry(S::failed, QStringLiteral("/p/c.webp"), std::nullopt, std::nullopt,
-                              QStringLiteral("The image is too large"));
     const auto failedSilently = entry(S::failed, QStringLiteral("/p/d.avif"));
-    auto diskFull = entry(S::failed, QStringLiteral("/p/e.jpg"));
-    diskFull.reason = Message{Text::diskFull, {}};
     const auto en = AppLanguage::english;
     const auto ru = AppLanguage::russian;
     struct Row {
@@ -64,11 +60,6 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         {noSizes, "saved", ru, "—"},
         {optimal, "result", ru, "Уже оптимально"},
         {optimal, "saved", en, "—"},
-        {failed, "result", ru, "The image is too large"},  // as an older version stored it
-        {diskFull, "result", en,
-         "There is no space left on the disk. Free some space; the file is left as it is."},
-        {diskFull, "result", ru,
-         "На диске не осталось места. Освободите место; файл оставлен как есть."},
         {failedSilently, "result", en, "Error"},
         {compressed, "date", en, "11/23/26, 2:05 PM"},
         {compressed, "date", ru, "23.11.2026, 14:05"},

@@ -158,8 +158,6 @@ TEST_F(PipelineTest, BrokenInputFailsTellsWhyAndTouchesNothing) {
     hugePNG += QByteArray::fromHex("000186a0000186a00806000000");  // 100000×100000 RGBA
     hugePNG += QByteArray::fromHex("a8520bc8");                    // a valid header, no pixel data
     const QByteArray jpeg = testing::readFile(photoJPEG(u"ok.jpg"_s));
-    imageio::encodeImage(testing::photoLikeBitmap(64, 48), ImageFormat::png, 0, file(u"ok.png"_s));
-    const QByteArray png = testing::readFile(file(u"ok.png"_s));
     QByteArray damagedMarker = jpeg;
     damagedMarker[3] = '\x02';  // the first segment's length now runs past the data
     const struct {
@@ -170,10 +168,7 @@ TEST_F(PipelineTest, BrokenInputFailsTellsWhyAndTouchesNothing) {
     } cases[] = {
         {"zero.jpg", QByteArray(), false, std::nullopt},
         {"random.jpg", QByteArray(5000, '\x5a'), false, Text::fileDamaged},
-        {"random.png", QByteArray::fromHex("0102030405060708") + QByteArray(300, '\x11'), false,
-         Text::fileDamaged},
         {"cut.jpg", jpeg.left(jpeg.size() / 3), false, Text::fileTruncated},
-        {"cut.png", png.left(png.size() * 2 / 3), false, Text::fileTruncated},
         {"arriving.jpg", jpeg.left(jpeg.size() / 3), true, Text::fileStillBeingWritten},
         {"damaged.jpg", damagedMarker, false, Text::fileDamaged},
         {"huge.png", hugePNG, false, Text::imageTooLarge},
@@ -198,10 +193,8 @@ TEST_F(PipelineTest, BrokenInputFailsTellsWhyAndTouchesNothing) {
         EXPECT_EQ(reason ? std::optional(reason->id) : std::nullopt, c.reason) << c.name;
         EXPECT_EQ(testing::readFile(path), c.bytes) << c.name;
     }
-    EXPECT_EQ(reasonOf(ImageSafetyError::limitExceeded(100000, 100000)).inLanguage(
-                  AppLanguage::english),
-              u"The image is too large to process safely (100000×100000): over 50 megapixels. "
-              u"The file is left as it is."_s);
+    EXPECT_EQ(reasonOf(ImageSafetyError::limitExceeded(100000, 99999)).arguments,
+              QStringList({u"100000"_s, u"99999"_s}));
 }
 
 TEST(RasterLimits, Table) {
