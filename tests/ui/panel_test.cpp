@@ -147,29 +147,6 @@ TEST_F(PanelTest, PopupsWriteTheSettingsCustomExpandsAndTheWheelNeedsTheFocus) {
     EXPECT_EQ(webp->value(), custom.webp);
 }
 
-TEST_F(PanelTest, TheLanguageRetitlesEveryRowAndRefillsThePopupsKeepingTheirChoice) {
-    store_->useWatchDirectory(fixture_.folder.path());
-    choose(content().formatRow()->popup(), QStringLiteral("png"));
-    const QStringList russian = visibleTexts();
-    EXPECT_TRUE(russian.contains(QStringLiteral("Сжимать автоматически")));
-    EXPECT_EQ(content().presetRow()->popup()->currentText(),
-              title(CompressionPreset::balanced, AppLanguage::russian));
-
-    // Every title there was is there again, none of them left in Russian.
-    store_->setLanguage(AppLanguage::english);
-    const QStringList english = visibleTexts();
-    EXPECT_EQ(english.size(), russian.size());
-    EXPECT_TRUE(english.contains(QStringLiteral("Compress automatically")));
-    for (const QString& text : english)
-        EXPECT_FALSE(text.contains(QRegularExpression(QStringLiteral("[А-Яа-я]"))))
-            << text.toStdString();
-    EXPECT_EQ(selectedValue(content().formatRow()->popup()), QStringLiteral("png"));
-    EXPECT_EQ(content().presetRow()->popup()->currentText(),
-              title(CompressionPreset::balanced, AppLanguage::english));
-    panel_->present(QRect(400, 0, 24, 24));
-    keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-menu-en"));
-}
-
 TEST_F(PanelTest, ActionRowsReachTheStoreAndTheOwner) {
     store_->useWatchDirectory(fixture_.folder.path());
     panel_->present(QRect(400, 0, 24, 24));
@@ -187,14 +164,14 @@ TEST_F(PanelTest, ActionRowsReachTheStoreAndTheOwner) {
     panel_->present(QRect(400, 0, 24, 24));
     QTest::mouseClick(content().actionRows().front(), Qt::LeftButton);
     ASSERT_TRUE(processEventsUntil([&] { return presenter_.dialogs.size() > dialogs; }));
-    EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("Не удалось открыть «") +
-                                            fixture_.folder.path().section(u'/', -1) +
-                                            QStringLiteral("»"));
+    EXPECT_EQ(presenter_.lastMessage(), text(AppLanguage::russian, Text::openFailedTitle,
+                                             {fixture_.folder.path().section(u'/', -1)}));
     EXPECT_TRUE(presenter_.dialogs.back().informativeText.endsWith(fixture_.folder.path()));
 }
 
-// A missing folder: the panel says so, naming it, in the language of the moment.
-TEST_F(PanelTest, AFailedStartIsShownInThePanel) {
+// A missing folder: the panel says so, naming it. The language re-titles every row and the error
+// line, none left in Russian, and refills the pop-ups keeping their choice.
+TEST_F(PanelTest, AFailedStartAndEveryRowFollowTheLanguage) {
     AppConfig config = store_->config();
     const QString gone = fixture_.folder.path() + QStringLiteral("/gone");
     config.watchDirectory = gone;
@@ -202,17 +179,27 @@ TEST_F(PanelTest, AFailedStartIsShownInThePanel) {
     store_->setConfig(config);
     store_->start();
     EXPECT_FALSE(store_->isRunning());
+    EXPECT_FALSE(content().compressionSwitchRow()->control()->isChecked());
+    choose(content().formatRow()->popup(), QStringLiteral("png"));
     panel_->present(QRect(400, 0, 24, 24));
     EXPECT_TRUE(content().errorLabel()->isVisibleTo(panel_.get()));
     EXPECT_EQ(content().errorLabel()->text(),
               text(AppLanguage::russian, Text::folderMissing, {gone}));
+    const qsizetype russian = visibleTexts().size();
     keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-ru"));
+
     store_->setLanguage(AppLanguage::english);
-    content().render();
     EXPECT_EQ(content().errorLabel()->text(),
               text(AppLanguage::english, Text::folderMissing, {gone}));
+    const QStringList english = visibleTexts();
+    EXPECT_EQ(english.size(), russian);
+    for (const QString& shown : english)
+        EXPECT_FALSE(shown.contains(QRegularExpression(QStringLiteral("\\p{Cyrillic}"))))
+            << shown.toStdString();
+    EXPECT_EQ(selectedValue(content().formatRow()->popup()), QStringLiteral("png"));
+    EXPECT_EQ(content().presetRow()->popup()->currentText(),
+              title(CompressionPreset::balanced, AppLanguage::english));
     keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-en"));
-    EXPECT_FALSE(content().compressionSwitchRow()->control()->isChecked());
 }
 
 // The tail's apex is the outline's topmost point, under the icon's centre; near a screen edge
