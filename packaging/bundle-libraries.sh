@@ -6,7 +6,8 @@
 #     libexec/velt-compressor/bin/, which the program searches before the system's;
 #   - Qt's plugins the program needs go into lib/qt6/plugins/ (xcb and wayland platforms, shell
 #     and decoration plugins, input methods, SVG, TLS), found through bin/qt.conf, and libheif's
-#     codec plugins, where it has them, into lib/libheif/plugins/;
+#     codec plugins, where it has them, into lib/libheif/plugins/; Qt's Russian translation into
+#     share/qt6/translations/;
 #   - every shared library these need, and the ones loaded by name at run time (libssl), goes
 #     into lib/; every executable and library finds lib/ through a run path relative to itself
 #     ($ORIGIN), so the folder works wherever it is unpacked;
@@ -134,10 +135,20 @@ for file in "${elves[@]}"; do
   patchelf --set-rpath "$runpath" "$file"
 done
 
+# Qt's own words in Russian (its dialogs and standard buttons; Debian's qt6-translations-l10n),
+# where the build machine has them.
+qt_translations=/usr/share/qt6/translations
+if [[ -f $qt_translations/qtbase_ru.qm ]]; then
+  mkdir -p "$root/share/qt6/translations"
+  cp "$qt_translations/qtbase_ru.qm" "$root/share/qt6/translations/"
+  copied+=("$qt_translations/qtbase_ru.qm")
+fi
+
 cat >"$root/bin/qt.conf" <<'EOF'
 [Paths]
 Prefix = ..
 Plugins = lib/qt6/plugins
+Translations = share/qt6/translations
 EOF
 
 # The licences of what came from Debian's packages.
