@@ -17,6 +17,8 @@
 namespace velt::testing {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 // Records what the delegate asks of the desktop.
 class RecordingShell : public StatusBarShell {
   public:
@@ -32,16 +34,6 @@ class RecordingShell : public StatusBarShell {
     void refreshPanel() override {}
     void showPanel() override { ++panelsShown; }
 };
-
-// An unsupported file's notice names its type; the other notices' titles are fixed words.
-TEST(MenuBarNotice, AnUnsupportedFileIsNamedByItsExtension) {
-    using E = CompressionNotificationEvent;
-    const auto title = &AppDelegate::menuBarNoticeTitle;
-    EXPECT_EQ(title(E::unsupportedFile(QStringLiteral("/p/scan.tiff")), AppLanguage::russian),
-              QStringLiteral(" ! TIFF"));
-    EXPECT_EQ(title(E::unsupportedFile(QStringLiteral("/p/README")), AppLanguage::english),
-              QStringLiteral(" ! FILE"));
-}
 
 class DelegateTest : public ::testing::Test {
   protected:
@@ -85,6 +77,10 @@ TEST_F(DelegateTest, ANewerNoticeOutlivesTheOlderOnesExpiry) {
     processEventsUntil([&] { return clock.elapsed() >= 2000; }, 3);
     delegate.showMenuBarNotice(E::alreadyOptimal(QStringLiteral("/p/b.jpg")));
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ✓ Оптимально"));
+    // An unsupported file's notice names its type; the others' titles are fixed words.
+    const auto title = &AppDelegate::menuBarNoticeTitle;
+    EXPECT_EQ(title(E::unsupportedFile(u"/p/scan.tiff"_s), AppLanguage::russian), u" ! TIFF"_s);
+    EXPECT_EQ(title(E::unsupportedFile(u"/p/README"_s), AppLanguage::english), u" ! FILE"_s);
     // The first notice's expiry (4 s after it) passes; the second one stays.
     processEventsUntil([&] { return clock.elapsed() >= 4500; }, 4);
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ✓ Оптимально"));

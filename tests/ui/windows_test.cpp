@@ -31,10 +31,10 @@ using namespace velt::ui;
 CompressionHistoryEntry entry(CompressionHistoryStatus status, const QString& source,
                               std::optional<std::int64_t> original = std::nullopt,
                               std::optional<std::int64_t> output = std::nullopt,
-                              std::optional<QString> message = std::nullopt) {
+                              std::optional<Message> reason = std::nullopt) {
     const QDateTime date(QDate(2026, 11, 23), QTime(14, 5));
-    return {QUuid::createUuid(), date, source, std::nullopt, original, output, status, message,
-            std::nullopt};
+    return {QUuid::createUuid(), date,  source, std::nullopt, original, output, status,
+            std::nullopt,        reason};
 }
 
 TEST(HistoryText, CellsByStatusAndLanguage) {
@@ -105,11 +105,13 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
     auto kept = entry(CompressionHistoryStatus::compressed, photo, 2'000'000, 500'000);
     kept.outputURL = photo + QStringLiteral(".gone.webp");
     // Two failures, a file cut short and a full disk, read in the language of the moment.
-    auto cutShort = entry(CompressionHistoryStatus::failed, QStringLiteral("/nowhere/x.png"));
-    cutShort.reason = Message{Text::fileTruncated, {}};
-    auto diskFull = entry(CompressionHistoryStatus::failed, QStringLiteral("/nowhere/y.jpg"));
-    diskFull.reason = Message{Text::diskFull, {}};
-    for (const auto& recorded : {cutShort, diskFull, kept}) store_.recordHistory(recorded);
+    const auto failed = [](const char* name, Text reason) {
+        return entry(CompressionHistoryStatus::failed, QString::fromUtf8(name), {}, {},
+                     {{reason, {}}});
+    };
+    for (const auto& recorded : {failed("/nowhere/x.png", Text::fileTruncated),
+                                 failed("/nowhere/y.jpg", Text::diskFull), kept})
+        store_.recordHistory(recorded);
     EXPECT_TRUE(view.tableView()->isVisible());
     EXPECT_TRUE(view.clearButton()->isEnabled());
     EXPECT_EQ(view.model()->rowCount(), 3);
@@ -279,22 +281,18 @@ TEST(SettingsUpdateButton, FollowsTheUpdaterThroughACheck) {
 }
 
 TEST(SettingsText, DisplayVersionDropsOnlyATrailingDoubleZero) {
-    EXPECT_EQ(displayVersion(QStringLiteral("3.0.0")), QStringLiteral("3.0"));
-    EXPECT_EQ(displayVersion(QStringLiteral("2.1.0")), QStringLiteral("2.1.0"));
-    EXPECT_EQ(displayVersion(QStringLiteral("10.0.0")), QStringLiteral("10.0"));
-    EXPECT_EQ(displayVersion(QString()), QStringLiteral("1.0"));
+    for (const auto& [full, shown] :
+         {std::pair{"3.0.0", "3.0"}, {"2.1.0", "2.1.0"}, {"10.0.0", "10.0"}, {"", "1.0"}})
+        EXPECT_EQ(displayVersion(QString::fromUtf8(full)), QString::fromUtf8(shown));
 }
 
 // Qt's own words (standard buttons, the folder dialog) follow the interface language: Russian from
 // Debian's translations, English again once the language is switched back.
 TEST(QtWords, StandardButtonsSpeakTheInterfaceLanguage) {
     ui::QtTranslations translations;
-    for (const auto& [language, cancel] : {std::pair{AppLanguage::russian, "Отмена"},
-                                           {AppLanguage::english, "Cancel"},
-                                           {AppLanguage::russian, "Отмена"}}) {
-        translations.follow(language);
-        QMessageBox box;
-        box.setStandardButtons(QMessageBox::Cancel);
+    for (const char* cancel : {"Отмена", "Cancel", "Отмена"}) {
+        translations.follow(*cancel == 'C' ? AppLanguage::english : AppLanguage::russian);
+        QMessageBox box(QMessageBox::NoIcon, {}, {}, QMessageBox::Cancel);
         EXPECT_EQ(box.button(QMessageBox::Cancel)->text(), QString::fromUtf8(cancel));
     }
 }
