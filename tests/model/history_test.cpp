@@ -54,10 +54,9 @@ TEST(History, RoundTripAtWholeSeconds) {
     EXPECT_FALSE(text.contains("outputBytes\":null"));
     // The reason by its code, and its English words for readers that know only "message".
     EXPECT_TRUE(
-        text.contains(R"x("message":"The image is too large to process safely (8000×7000))x"
-                      R"x(: over 50 megapixels. The file is left as it is.",)x"
-                      R"x("messageCode":"imageTooLarge","messageArguments":["8000","7000"])x"))
-        << text.toStdString();
+        text.contains(R"x("message":"The image is too large to process safely (8000×7000))x"));
+    EXPECT_TRUE(
+        text.contains(R"x("messageCode":"imageTooLarge","messageArguments":["8000","7000"])x"));
 
     const CompressionHistory loaded = loadHistory();
     ASSERT_EQ(loaded.size(), 2u);
