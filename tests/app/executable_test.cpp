@@ -3,6 +3,7 @@
 
 #include "imageio/image_io.h"
 #include "model/config_file.h"
+#include "model/text_catalogue.h"
 
 #include <QDirIterator>
 #include <QRegularExpression>
@@ -100,37 +101,34 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
                              "balanced, gentle, maximum, custom)\nSee velt-compressor --help\n"));
 }
 
-TEST_F(ProgramTest, OnceFailsOnABrokenJpegAndLeavesItAsItWas) {
-    const QByteArray broken = QByteArray("\xFF\xD8\xFF\xE0") + QByteArray(4096, '\x5A');
-    writeFile(file("broken.jpg"), broken);
-    const auto [exitCode, out, err] = run("--once DIR");
-    EXPECT_EQ(exitCode, 1) << err.toStdString();
-    EXPECT_EQ(out, QStringLiteral("ошибка         broken.jpg: Файл повреждён: изображение в нём не "
-                                  "читается. Проверьте, открывается ли он в просмотрщике.\n"
-                                  "сжато 0, уже оптимальных 0, с ошибкой 1, сэкономлено 0 Б\n"));
-    // No temporary or backup file is left, and a batch does not choose the folder.
-    EXPECT_EQ(entriesIn(folder_.path()), words("broken.jpg"));
-    EXPECT_EQ(readFile(file("broken.jpg")), broken);
-    EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("native-config.json"))));
-}
-
-// A new user's first batch: a PNG converted to JPEG beside the user's own JPEG of the same name.
-TEST_F(ProgramTest, OnceReplacingLosesNoOriginal) {
+// A new user's first batch: a PNG converted to JPEG beside the user's own JPEG of the same name,
+// and a broken JPEG, which fails the run, is named in the user's words and stays as it was.
+TEST_F(ProgramTest, OnceReplacingLosesNoOriginalAndLeavesABrokenFileAsItWas) {
     const auto photo = [](int seed) { return stripedPicture(160, 120, seed); };
     imageio::encodeImage(photo(7), ImageFormat::jpeg, 98, file("photo.jpg"));
     imageio::encodeImage(photo(13), ImageFormat::png, 0, file("photo.png"));
+    const QByteArray broken = QByteArray("\xFF\xD8\xFF\xE0") + QByteArray(4096, '\x5A');
+    writeFile(file("broken.jpg"), broken);
     const QByteArray jpeg = readFile(file("photo.jpg"));
     const QByteArray png = readFile(file("photo.png"));
     const auto [exitCode, out, err] = run("--once DIR --original replace --format jpeg");
-    EXPECT_EQ(exitCode, 0) << out.toStdString() << err.toStdString();
+    EXPECT_EQ(exitCode, 1) << out.toStdString() << err.toStdString();
+    EXPECT_TRUE(out.contains(QStringLiteral("ошибка         broken.jpg: ") +
+                             text(AppLanguage::russian, Text::fileDamaged) + u'\n') &&
+                out.contains(QStringLiteral(", с ошибкой 1, ")))
+        << out.toStdString();
 
-    // Every original is at its place or, byte for byte, in the backup folder.
+    // Every original is at its place or, byte for byte, in the backup folder; no temporary file
+    // is left, and a batch does not choose the folder.
     QList<QByteArray> kept;
     QDirIterator it(folder_.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
     while (it.hasNext()) kept << readFile(it.next());
     EXPECT_TRUE(kept.contains(jpeg));
     EXPECT_TRUE(kept.contains(png));
-    EXPECT_EQ(entriesIn(folder_.path()), words(".velt-compressor-backups photo-2.jpg photo.jpg"));
+    EXPECT_EQ(readFile(file("broken.jpg")), broken);
+    EXPECT_EQ(entriesIn(folder_.path()),
+              words(".velt-compressor-backups broken.jpg photo-2.jpg photo.jpg"));
+    EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("native-config.json"))));
 }
 
 // A replaced photo is never compressed a second time with the same settings, even when the
