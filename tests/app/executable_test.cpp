@@ -15,7 +15,6 @@ namespace {
 // The command line speaks the saved language whatever LANG says: Russian until English is chosen.
 TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) {
     environment_.insert(QStringLiteral("LANG"), QStringLiteral("en_US.UTF-8"));
-    environment_.insert(QStringLiteral("LANGUAGE"), QStringLiteral("en"));
     const struct {
         const char* arguments;  // DIR is the empty test folder
         int exitCode;

@@ -83,7 +83,6 @@ TEST(History, StoredResultsReadInTheInterfaceLanguage) {
         {R"("message":"The tool cjpeg failed with exit status 1")",
          QStringLiteral("The tool cjpeg failed with exit status 1")},
         {R"("message":"Old words","messageCode":"renamedSinceThen")", QStringLiteral("Old words")},
-        {R"("messageCode":"diskFull","messageArguments":[])", text(ru, Text::diskFull)},
     };
     for (const auto& [fields, shown] : stored) {
         const auto history = decodeHistory(QByteArray(file).replace("%1", fields));

@@ -57,7 +57,6 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         {compressed, "result", ru, "2,4 МБ → 830 КБ"},
         {compressed, "saved", en, "1.6 MB"},
         {noSizes, "result", en, "Compressed"},
-        {noSizes, "saved", ru, "—"},
         {optimal, "result", ru, "Уже оптимально"},
         {optimal, "saved", en, "—"},
         {failedSilently, "result", en, "Error"},
@@ -227,6 +226,9 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndSurviveFiftyLanguageSwitches)
     EXPECT_EQ(selectedValue(view.metadataPopup()), QStringLiteral("strip"));
     keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-en"));
 
+    // The folder chooser opens on the folder in use.
+    QTest::mouseClick(view.button(QStringLiteral("Change")), Qt::LeftButton);
+    EXPECT_EQ(presenter_.chooserStartFolders, QStringList{fixture_.folder.path()});
     // Backups: no folder yet → told so; then "Clear" asks, and only "yes" removes the folder.
     QTest::mouseClick(view.button(QStringLiteral("Open")), Qt::LeftButton);
     EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("There are no backups"));
