@@ -80,8 +80,6 @@ TEST(History, StoredResultsReadInTheInterfaceLanguage) {
          text(ru, Text::imageTooLarge, {QStringLiteral("9000"), QStringLiteral("7000")})},
         {R"("message":"The file “a.jpg” couldn’t be opened because it isn’t in the correct format.")",
          text(ru, Text::fileDamaged)},
-        {R"("message":"The tool cjpeg failed with exit status 1")",
-         QStringLiteral("The tool cjpeg failed with exit status 1")},
         {R"("message":"Old words","messageCode":"renamedSinceThen")", QStringLiteral("Old words")},
     };
     for (const auto& [fields, shown] : stored) {

@@ -113,7 +113,6 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
         store_.recordHistory(recorded);
     EXPECT_TRUE(view.tableView()->isVisible());
     EXPECT_TRUE(view.clearButton()->isEnabled());
-    EXPECT_EQ(view.model()->rowCount(), 3);
     EXPECT_EQ(view.summaryLabel()->text(), QStringLiteral("Операций: 3 · Сэкономлено: 1,5 МБ"));
     keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-failures-ru"));
     view.openEntry(0);
