@@ -87,7 +87,8 @@ dynamic_elves() {
   local file
   for file in "$@"; do
     [[ -f "$file" && ! -L "$file" ]] || continue
-    readelf -d "$file" 2>/dev/null | grep -q "(NEEDED)" && printf '%s\n' "$file"
+    # Not grep -q: its early exit can end readelf with SIGPIPE and drop the file under pipefail.
+    readelf -d "$file" 2>/dev/null | grep "(NEEDED)" >/dev/null && printf '%s\n' "$file"
   done
   return 0
 }
@@ -100,7 +101,8 @@ mapfile -t elves < <(dynamic_elves "$root/bin/velt-compressor" "$root"/libexec/v
   "$tools"/* $(plugin_files))
 declare -A wanted=()
 for name in "${loaded_by_name[@]}"; do
-  path=$(ldconfig -p | awk -v n="$name" '$1 == n && /x86-64/ { print $NF; exit }')
+  # awk reads to the end: leaving early would kill ldconfig with SIGPIPE, fatal under pipefail.
+  path=$(ldconfig -p | awk -v n="$name" '$1 == n && /x86-64/ && !found { print $NF; found = 1 }')
   [[ -n "$path" ]] || fail "$name is missing"
   wanted[$name]=$path
 done
