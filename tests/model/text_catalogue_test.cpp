@@ -10,7 +10,7 @@
 namespace velt {
 namespace {
 
-QSet<QString> placeholders(QStringView text) {
+QSet<QString> placeholders(const QString& text) {
     static const QRegularExpression pattern(QStringLiteral("%[1-9]"));
     QSet<QString> found;
     for (const auto& match : pattern.globalMatch(text)) found << match.captured();
@@ -27,11 +27,13 @@ TEST(TextCatalogue, EveryTextExistsInBothLanguages) {
         const std::string id = code(pair.id).toStdString();
         EXPECT_FALSE(pair.russian.isEmpty() || pair.english.isEmpty()) << id;
         EXPECT_NE(pair.russian, pair.english) << id;
-        EXPECT_FALSE(cyrillic.match(pair.english).hasMatch()) << id << ": English with Cyrillic";
-        EXPECT_TRUE(cyrillic.match(pair.russian).hasMatch() ||
-                    !letter.match(pair.russian).hasMatch())
+        EXPECT_FALSE(cyrillic.match(pair.english.toString()).hasMatch())
+            << id << ": English with Cyrillic";
+        EXPECT_TRUE(cyrillic.match(pair.russian.toString()).hasMatch() ||
+                    !letter.match(pair.russian.toString()).hasMatch())
             << id << ": Russian without Cyrillic";
-        EXPECT_EQ(placeholders(pair.russian), placeholders(pair.english)) << id;
+        EXPECT_EQ(placeholders(pair.russian.toString()), placeholders(pair.english.toString()))
+            << id;
     }
     // Arguments are filled in one pass: one that holds "%2" stays as it is.
     EXPECT_EQ(text(AppLanguage::english, Text::usageCannotCombine,
