@@ -5,6 +5,7 @@
 #include "model/config_file.h"
 #include "platform/batch_memory.h"
 #include "platform/display_probe.h"
+#include "platform/utf8_locale.h"
 #include "ui/desktop_shell.h"
 
 #include <QCoreApplication>
@@ -12,6 +13,7 @@
 #include <cstdio>
 
 int main(int argc, char* argv[]) {
+    velt::useUtf8Locale();
     velt::imageio::useBundledCodecPlugins();
     QStringList arguments;
     for (int i = 1; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
