@@ -122,6 +122,10 @@ def fresh_env(tmp):
     env["VELT_CONFIG_DIR"] = os.path.join(tmp, "config")
     env["VELT_LOG_DIR"] = os.path.join(tmp, "config")
     env.pop("VELT_TOOL_DIR", None)
+    # The program speaks Russian unless English is chosen; the lines read here are English.
+    os.makedirs(env["VELT_CONFIG_DIR"], exist_ok=True)
+    with open(os.path.join(env["VELT_CONFIG_DIR"], "native-config.json"), "w") as config:
+        config.write('{"language":"english"}')
     return env
 
 

@@ -6,7 +6,8 @@
 #     libexec/velt-compressor/bin/, which the program searches before the system's;
 #   - Qt's plugins the program needs go into lib/qt6/plugins/ (xcb and wayland platforms, shell
 #     and decoration plugins, input methods, SVG, TLS), found through bin/qt.conf, and libheif's
-#     codec plugins, where it has them, into lib/libheif/plugins/;
+#     codec plugins, where it has them, into lib/libheif/plugins/; Qt's Russian translation into
+#     share/qt6/translations/;
 #   - every shared library these need, and the ones loaded by name at run time (libssl), goes
 #     into lib/; every executable and library finds lib/ through a run path relative to itself
 #     ($ORIGIN), so the folder works wherever it is unpacked;
@@ -86,7 +87,8 @@ dynamic_elves() {
   local file
   for file in "$@"; do
     [[ -f "$file" && ! -L "$file" ]] || continue
-    readelf -d "$file" 2>/dev/null | grep -q "(NEEDED)" && printf '%s\n' "$file"
+    # Not grep -q: its early exit can end readelf with SIGPIPE and drop the file under pipefail.
+    readelf -d "$file" 2>/dev/null | grep "(NEEDED)" >/dev/null && printf '%s\n' "$file"
   done
   return 0
 }
@@ -99,7 +101,8 @@ mapfile -t elves < <(dynamic_elves "$root/bin/velt-compressor" "$root"/libexec/v
   "$tools"/* $(plugin_files))
 declare -A wanted=()
 for name in "${loaded_by_name[@]}"; do
-  path=$(ldconfig -p | awk -v n="$name" '$1 == n && /x86-64/ { print $NF; exit }')
+  # awk reads to the end: leaving early would kill ldconfig with SIGPIPE, fatal under pipefail.
+  path=$(ldconfig -p | awk -v n="$name" '$1 == n && /x86-64/ && !found { print $NF; found = 1 }')
   [[ -n "$path" ]] || fail "$name is missing"
   wanted[$name]=$path
 done
@@ -134,10 +137,20 @@ for file in "${elves[@]}"; do
   patchelf --set-rpath "$runpath" "$file"
 done
 
+# Qt's own words in Russian (its dialogs and standard buttons; Debian's qt6-translations-l10n),
+# where the build machine has them.
+qt_translations=/usr/share/qt6/translations
+if [[ -f $qt_translations/qtbase_ru.qm ]]; then
+  mkdir -p "$root/share/qt6/translations"
+  cp "$qt_translations/qtbase_ru.qm" "$root/share/qt6/translations/"
+  copied+=("$qt_translations/qtbase_ru.qm")
+fi
+
 cat >"$root/bin/qt.conf" <<'EOF'
 [Paths]
 Prefix = ..
 Plugins = lib/qt6/plugins
+Translations = share/qt6/translations
 EOF
 
 # The licences of what came from Debian's packages.

@@ -36,6 +36,8 @@ packages=(
   dpkg-dev lintian desktop-file-utils appstream man-db
   # the portable bundle's libraries find each other through relative run paths
   patchelf
+  # Qt's own dialogs and buttons in Russian (the program loads them for a Russian interface)
+  qt6-translations-l10n
 )
 # Debian 13's libheif encodes HEIC and AVIF through plugins that it only recommends.
 if [[ "$(. /etc/os-release && echo "${VERSION_CODENAME:-}")" != bookworm ]]; then

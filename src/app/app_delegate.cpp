@@ -60,27 +60,25 @@ void AppDelegate::updateStatusItem() {
 
 QString AppDelegate::statusToolTip() const {
     const AppConfig& config = store_->config();
-    const auto t = [&config](const char* russian, const char* english) {
-        return text(config.language, QString::fromUtf8(russian), QString::fromUtf8(english));
-    };
+    const AppLanguage language = config.language;
     QStringList lines{appName};
     const CompressionStats& stats = store_->stats();
     if (!config.watchDirectory) {
-        lines << t("Папка для сжатия не выбрана", "No compression folder chosen");
+        lines << text(language, Text::tooltipNoFolder);
     } else if (store_->watcherError()) {
-        lines << *store_->watcherError();
+        lines << store_->watcherError()->inLanguage(language);
     } else if (!store_->isRunning()) {
-        lines << t("Сжатие приостановлено", "Compression paused");
+        lines << text(language, Text::tooltipPaused);
     } else if (stats.active >= 1) {
-        const QString percent = QString::number(stats.progress.value_or(0));
-        lines << t("Сжатие: ", "Compressing: ") + percent + t(" %", "%");
+        lines << text(language, Text::tooltipCompressing,
+                      {QString::number(stats.progress.value_or(0))});
     } else {
-        lines << t("Слежу за папкой ", "Watching ") + QFileInfo(*config.watchDirectory).fileName();
+        lines << text(language, Text::tooltipWatching,
+                      {QFileInfo(*config.watchDirectory).fileName()});
     }
     if (lastProblem_)
-        lines << t("Последняя проблема: ", "Last problem: ") +
-                     lastProblem_->title(config.language) + QStringLiteral(" — ") +
-                     lastProblem_->body(config.language);
+        lines << text(language, Text::tooltipLastProblem,
+                      {lastProblem_->title(language), lastProblem_->body(language)});
     return lines.join(QLatin1Char('\n'));
 }
 
@@ -120,13 +118,13 @@ QString AppDelegate::menuBarNoticeTitle(const CompressionNotificationEvent& even
                    (extension.isEmpty() ? QStringLiteral("FILE") : extension);
         }
         case Kind::processingFailed:
-            return text(language, QStringLiteral(" ! Ошибка"), QStringLiteral(" ! Error"));
+            return text(language, Text::noticeError);
         case Kind::watcherFailed:
-            return text(language, QStringLiteral(" ! Папка"), QStringLiteral(" ! Folder"));
+            return text(language, Text::noticeFolder);
         case Kind::alreadyOptimal:
-            return text(language, QStringLiteral(" ✓ Оптимально"), QStringLiteral(" ✓ Optimal"));
+            return text(language, Text::noticeOptimal);
         case Kind::animatedImage:
-            return text(language, QStringLiteral(" ▶ Анимация"), QStringLiteral(" ▶ Animated"));
+            return text(language, Text::noticeAnimated);
     }
     return {};
 }

@@ -14,6 +14,7 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QStandardPaths>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -99,8 +100,13 @@ void AppStore::wireEngine() {
     };
 }
 
-QString AppStore::text(const QString& russian, const QString& english) const {
-    return velt::text(config_.language, russian, english);
+QString AppStore::text(Text id, const QStringList& arguments) const {
+    return velt::text(config_.language, id, arguments);
+}
+
+void AppStore::showAlert(Text message, const QString& informativeText, QObject* window) {
+    if (presenter_)
+        presenter_->showAlert(text(message), informativeText, text(Text::buttonOK), window);
 }
 
 void AppStore::changed() {
@@ -152,15 +158,13 @@ void AppStore::updateLoginItem() {
 void AppStore::start() {
     const auto folder = resolvedWatchDirectory();
     if (!folder) {
-        watcherError_ = text(QStringLiteral("Выберите папку для сжатия"),
-                             QStringLiteral("Choose a compression folder"));
+        watcherError_ = Message{Text::watcherNoFolder, {}};
         changed();
         return;
     }
     if (storedDirectoryNeedsFreshSelection(*folder)) {
         NativeLog::write(QStringLiteral("Start skipped: folder needs system selection ") + *folder);
-        watcherError_ = text(QStringLiteral("Нужно заново выбрать папку и подтвердить доступ"),
-                             QStringLiteral("Choose the folder again to grant access"));
+        watcherError_ = Message{Text::watcherNeedsSelection, {}};
         changed();
         return;
     }
@@ -223,11 +227,10 @@ void AppStore::restartIfNeeded() {
 
 void AppStore::handleWatcherFailure(const std::exception& error) {
     watcherFolderBusy_ = dynamic_cast<const FolderBusyError*>(&error) != nullptr;
-    const QString description = errorDescription(error);
-    NativeLog::write(QStringLiteral("Watcher failed ") + description);
-    watcherError_ = description;
+    NativeLog::write(QStringLiteral("Watcher failed ") + errorDescription(error));
+    watcherError_ = reasonOf(error);
     stats_.errors += 1;
-    const auto event = CompressionNotificationEvent::watcherFailed(description);
+    const auto event = CompressionNotificationEvent::watcherFailed(*watcherError_);
     if (onNotice) onNotice(event);
     if (event.allowsSystemNotification()) sendNotification(event);
     changed();
@@ -236,9 +239,12 @@ void AppStore::handleWatcherFailure(const std::exception& error) {
 void AppStore::selectWatchDirectory(QObject* window) {
     NativeLog::write(QStringLiteral("Select watch directory requested"));
     if (!presenter_) return;
-    const auto chosen = presenter_->chooseFolder(text(QStringLiteral("Выбрать папку для сжатия"),
-                                                      QStringLiteral("Choose compression folder")),
-                                                 window);
+    // The dialog starts where the user is likely to look: the folder in use, else Pictures.
+    QString start = resolvedWatchDirectory().value_or(QString());
+    if (start.isEmpty() || !QFileInfo(start).isDir())
+        start = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
+    if (!QFileInfo(start).isDir()) start = QDir::homePath();
+    const auto chosen = presenter_->chooseFolder(text(Text::chooseFolderTitle), start, window);
     NativeLog::write(QStringLiteral("Select watch directory response=") +
                      QString::number(chosen ? 1 : 0));
     if (chosen) useWatchDirectory(*chosen);
@@ -258,20 +264,26 @@ void AppStore::useWatchDirectory(const QString& path) {
 void AppStore::openWatchDirectory() {
     const auto folder = resolvedWatchDirectory();
     if (folder && QFileInfo(*folder).isDir()) {
-        if (presenter_) presenter_->openFolder(*folder);
+        showInFileBrowser(*folder);
         return;
     }
     showMissingFolderAlert();
 }
 
-void AppStore::showMissingFolderAlert() {
+void AppStore::showInFileBrowser(const QString& path) {
     if (!presenter_) return;
-    presenter_->showAlert(
-        text(QStringLiteral("Папка для сжатия не выбрана"),
-             QStringLiteral("No compression folder selected")),
-        text(QStringLiteral("Сначала выберите рабочую папку в меню VELT | Compressor."),
-             QStringLiteral("Choose a working folder from the VELT | Compressor menu first.")),
-        text(QStringLiteral("Понятно"), QStringLiteral("OK")), nullptr);
+    const QPointer<AppStore> weak(this);
+    presenter_->showInFileBrowser(path, [weak, path] {
+        if (!weak) return;
+        NativeLog::write(QStringLiteral("Nothing could show ") + path);
+        weak->presenter_->showAlert(weak->text(Text::openFailedTitle, {QFileInfo(path).fileName()}),
+                                    weak->text(Text::openFailedExplanation, {path}),
+                                    weak->text(Text::buttonOK), nullptr);
+    });
+}
+
+void AppStore::showMissingFolderAlert() {
+    showAlert(Text::missingFolderTitle, text(Text::missingFolderExplanation, {appName}));
 }
 
 void AppStore::openBackupDirectory() {
@@ -281,17 +293,11 @@ void AppStore::openBackupDirectory() {
         return;
     }
     const QString backups = QDir(*folder).filePath(backupDirName);
-    if (!presenter_) return;
     if (QFileInfo(backups).isDir()) {
-        presenter_->openFolder(backups);
+        showInFileBrowser(backups);
         return;
     }
-    presenter_->showAlert(
-        text(QStringLiteral("Бэкапов пока нет"), QStringLiteral("There are no backups")),
-        text(
-            QStringLiteral("Резервные копии появятся здесь после сжатия с сохранением исходников."),
-            QStringLiteral("Backups will appear here after compression with originals kept.")),
-        text(QStringLiteral("Понятно"), QStringLiteral("OK")), nullptr);
+    showAlert(Text::noBackupsTitle, text(Text::noBackupsExplanation));
 }
 
 void AppStore::compressFolderAgain(QObject* window) {
@@ -299,18 +305,9 @@ void AppStore::compressFolderAgain(QObject* window) {
         showMissingFolderAlert();
         return;
     }
-    if (!presenter_ ||
-        !presenter_->confirm(
-            text(QStringLiteral("Сжать папку заново?"),
-                 QStringLiteral("Compress the folder again?")),
-            text(QStringLiteral("Все фото в папке будут сжаты заново с текущими настройками: из "
-                                "исходников, а заменённые — из их резервных копий. Прежние "
-                                "сжатые копии будут заменены."),
-                 QStringLiteral("Every photo in the folder will be compressed again with the "
-                                "current settings: from its original, or from the backup of a "
-                                "replaced one. The compressed copies made before are replaced.")),
-            text(QStringLiteral("Сжать заново"), QStringLiteral("Compress again")),
-            text(QStringLiteral("Отмена"), QStringLiteral("Cancel")), window))
+    if (!presenter_ || !presenter_->confirm(
+                           text(Text::compressAgainQuestion), text(Text::compressAgainExplanation),
+                           text(Text::compressAgainConfirm), text(Text::buttonCancel), window))
         return;
     NativeLog::write(QStringLiteral("Compress the folder again requested"));
     compressor_->compressAgain();
@@ -326,30 +323,22 @@ void AppStore::clearBackups(QObject* window) {
     if (!presenter_) return;
     const QString backups = QDir(*folder).filePath(backupDirName);
     if (!QFileInfo::exists(backups)) {
-        presenter_->showAlert(
-            text(QStringLiteral("Бэкапов пока нет"), QStringLiteral("There are no backups")),
-            text(QStringLiteral("Папка с резервными копиями уже пуста."),
-                 QStringLiteral("The backup folder is already empty.")),
-            text(QStringLiteral("Понятно"), QStringLiteral("OK")), window);
+        showAlert(Text::noBackupsTitle, text(Text::backupFolderEmpty), window);
         return;
     }
-    const bool confirmed = presenter_->confirm(
-        text(QStringLiteral("Очистить все бэкапы?"), QStringLiteral("Clear all backups?")),
-        text(QStringLiteral("Резервные копии исходников будут удалены без возможности "
-                            "восстановления."),
-             QStringLiteral("Original-file backups will be permanently deleted.")),
-        text(QStringLiteral("Очистить"), QStringLiteral("Clear")),
-        text(QStringLiteral("Отмена"), QStringLiteral("Cancel")), window);
+    const bool confirmed =
+        presenter_->confirm(text(Text::clearBackupsQuestion), text(Text::clearBackupsExplanation),
+                            text(Text::buttonClear), text(Text::buttonCancel), window);
     if (!confirmed) return;
     std::error_code error;
     std::filesystem::remove_all(std::filesystem::path(QFile::encodeName(backups).toStdString()),
                                 error);
     if (error) {
+        // The C library's English text, whatever the locale: the log is English.
         NativeLog::write(QStringLiteral("Clear backups failed: ") +
-                         QString::fromStdString(error.message()));
-        presenter_->showError(QStringLiteral("“") + backupDirName +
-                                  QStringLiteral("” couldn’t be removed: ") +
-                                  QString::fromLocal8Bit(error.message().c_str()),
+                         QString::fromUtf8(::strerrordesc_np(error.value())));
+        presenter_->showAlert(text(Text::clearBackupsFailed, {backupDirName}),
+                              text(Text::clearBackupsFailedExplanation), text(Text::buttonOK),
                               window);
     }
 }

@@ -52,7 +52,8 @@ class AppStore : public QObject {
     FolderCompressor& compressor() { return *compressor_; }
     NotificationManager& notificationManager() { return *notificationManager_; }
     const CompressionHistory& history() const { return history_; }
-    const std::optional<QString>& watcherError() const { return watcherError_; }
+    // Why watching could not start, shown in the panel in the language of the moment.
+    const std::optional<Message>& watcherError() const { return watcherError_; }
     // Whether the last start failed because another process's engine holds the folder.
     bool watcherFolderBusy() const { return watcherFolderBusy_; }
     const AppConfig& config() const { return config_; }
@@ -89,6 +90,8 @@ class AppStore : public QObject {
     void useWatchDirectory(const QString& path);
     void openWatchDirectory();
     void openBackupDirectory();
+    // Shows a file or folder in the file browser; an alert naming it when nothing could.
+    void showInFileBrowser(const QString& path);
     void clearBackups(QObject* window = nullptr);
     // The files in the watched folder's backups and their size; none without a folder.
     BackupUsage backupUsage() const;
@@ -141,7 +144,8 @@ class AppStore : public QObject {
     void showMissingFolderAlert();
     void sendNotification(const CompressionNotificationEvent& event);
     void changed();
-    QString text(const QString& russian, const QString& english) const;
+    QString text(Text id, const QStringList& arguments = {}) const;
+    void showAlert(Text message, const QString& informativeText, QObject* window = nullptr);
 
     Presenter* presenter_;
     CompressionStats stats_;
@@ -149,7 +153,7 @@ class AppStore : public QObject {
     std::unique_ptr<NotificationManager> notificationManager_;
     std::unique_ptr<AppUpdater> updater_;
     CompressionHistory history_;
-    std::optional<QString> watcherError_;
+    std::optional<Message> watcherError_;
     bool watcherFolderBusy_ = false;
     AppConfig config_;
     SettingsOverrides overrides_;

@@ -5,7 +5,6 @@
 #include "engine/core/errors.h"
 #include "engine/pipeline/restore.h"
 #include "model/native_log.h"
-#include "model/undo_texts.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -33,7 +32,6 @@ void AppStore::restore(const QString& file, QObject* window, bool besideWhenTake
 
 void AppStore::restoreFailed(std::exception_ptr error, const QString& file, QObject* window,
                              bool besideWhenTaken) {
-    const AppLanguage language = config_.language;
     try {
         std::rethrow_exception(error);
     } catch (const RestoreError& refusal) {
@@ -41,21 +39,18 @@ void AppStore::restoreFailed(std::exception_ptr error, const QString& file, QObj
                          QString::fromStdString(refusal.what()));
         if (!presenter_) return;
         if (refusal.failure() == RestoreFailure::nameTaken && !besideWhenTaken) {
-            const QString info = undoText(UndoText::nameTakenInfo, language)
-                                     .arg(QFileInfo(refusal.file()).fileName(),
-                                          QFileInfo(restoredBesideName(refusal.file())).fileName());
-            if (presenter_->confirm(undoText(UndoText::nameTakenTitle, language), info,
-                                    undoText(UndoText::restoreAsCopy, language),
-                                    undoText(UndoText::cancel, language), window))
+            const QString info = text(Text::restoreNameTakenInfo,
+                                      {QFileInfo(refusal.file()).fileName(),
+                                       QFileInfo(restoredBesideName(refusal.file())).fileName()});
+            if (presenter_->confirm(text(Text::restoreNameTakenTitle), info,
+                                    text(Text::restoreBeside), text(Text::buttonCancel), window))
                 restore(file, window, true);
             return;
         }
-        presenter_->showAlert(undoText(UndoText::restoreFailedTitle, language),
-                              restoreFailureText(refusal.failure(), refusal.file(), language),
-                              text(QStringLiteral("Понятно"), QStringLiteral("OK")), window);
+        showAlert(Text::restoreFailedTitle, refusal.reason().inLanguage(config_.language), window);
     } catch (const std::exception& failure) {
         NativeLog::write(QStringLiteral("Restore failed: ") + errorDescription(failure));
-        if (presenter_) presenter_->showError(errorDescription(failure), window);
+        showAlert(Text::restoreFailedTitle, reasonOf(failure).inLanguage(config_.language), window);
     }
 }
 

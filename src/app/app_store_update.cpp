@@ -2,6 +2,7 @@
 // and the hand-over that ends the process.
 #include "app/app_store.h"
 
+#include "model/constants.h"
 #include "model/native_log.h"
 
 #include <QCoreApplication>
@@ -26,16 +27,16 @@ void AppStore::wireUpdater() {
 QString AppStore::updateButtonTitle() const {
     switch (updater_->state()) {
         case AppUpdaterState::checking:
-            return text(QStringLiteral("Проверка…"), QStringLiteral("Checking…"));
+            return text(Text::updateChecking);
         case AppUpdaterState::downloading:
-            return text(QStringLiteral("Скачивание…"), QStringLiteral("Downloading…"));
+            return text(Text::updateDownloading);
         case AppUpdaterState::installing:
-            return text(QStringLiteral("Перезапуск…"), QStringLiteral("Restarting…"));
+            return text(Text::updateRestarting);
         case AppUpdaterState::idle:
         case AppUpdaterState::failed:
             break;
     }
-    return text(QStringLiteral("Проверить"), QStringLiteral("Check"));
+    return text(Text::updateCheck);
 }
 
 void AppStore::openWebsite() {
@@ -54,29 +55,17 @@ void AppStore::checkUpdates(QObject* window) {
         const auto& checked = std::get<AppUpdateCheckResult>(result);
         if (const auto* manifest = std::get_if<AppUpdateManifest>(&checked))
             return weak->offerUpdate(*manifest, origin);
-        if (!weak->presenter_) return;
         const QString version = std::get<UpToDate>(checked).installedVersion;
-        weak->presenter_->showAlert(
-            weak->text(QStringLiteral("Обновлений нет"), QStringLiteral("You're up to date")),
-            weak->text(QStringLiteral("Установлена последняя версия VELT | Compressor (") +
-                           version + QStringLiteral(")."),
-                       QStringLiteral("The latest version of VELT | Compressor is installed (") +
-                           version + QStringLiteral(").")),
-            weak->text(QStringLiteral("Понятно"), QStringLiteral("OK")), origin);
+        weak->showAlert(Text::upToDateTitle,
+                        weak->text(Text::upToDateExplanation, {appName, version}), origin);
     });
 }
 
 void AppStore::offerUpdate(const AppUpdateManifest& manifest, QObject* window) {
     if (!presenter_) return;
     const bool accepted = presenter_->confirm(
-        text(QStringLiteral("Доступно обновление ") + manifest.version,
-             QStringLiteral("Update ") + manifest.version + QStringLiteral(" is available")),
-        text(QStringLiteral("Обновление скачается и установится автоматически. Приложение "
-                            "перезапустится."),
-             QStringLiteral("The update will download and install automatically. The app will "
-                            "restart.")),
-        text(QStringLiteral("Обновить сейчас"), QStringLiteral("Update now")),
-        text(QStringLiteral("Позже"), QStringLiteral("Later")), window);
+        text(Text::updateAvailableTitle, {manifest.version}), text(Text::updateAvailableExplanation),
+        text(Text::updateNow), text(Text::updateLater), window);
     if (accepted) downloadAndInstall(manifest, window);
 }
 
@@ -114,11 +103,7 @@ void AppStore::install(QObject* window) {
 
 void AppStore::showUpdateError(const UpdateFailure& failure, QObject* window) {
     NativeLog::write(QStringLiteral("Update error: ") + failure.description);
-    if (!presenter_) return;
-    presenter_->showAlert(text(QStringLiteral("Не удалось обновить приложение"),
-                               QStringLiteral("Could not update the app")),
-                          failure.userMessage(config_.language),
-                          text(QStringLiteral("Понятно"), QStringLiteral("OK")), window);
+    showAlert(Text::updateFailedTitle, failure.userMessage(config_.language), window);
 }
 
 }  // namespace velt

@@ -95,21 +95,19 @@ class Parser {
         if (option == QLatin1String("--watch")) return folderOption(option, std::nullopt);
         if (option == QLatin1String("--preset"))
             return choice(option, presetFromText, request_.overrides.preset,
-                          QStringLiteral("balanced, gentle, maximum or custom"));
+                          QStringLiteral("balanced, gentle, maximum, custom"));
         if (option == QLatin1String("--format"))
             return choice(option, formatFromText, request_.overrides.formatStrategy,
-                          QStringLiteral("automatic, jpeg, png, webp, avif or heic"));
+                          QStringLiteral("automatic, jpeg, png, webp, avif, heic"));
         if (option == QLatin1String("--original"))
             return choice(option, originalFromText, request_.overrides.originalPolicy,
-                          QStringLiteral("keep or replace"));
+                          QStringLiteral("keep, replace"));
         if (option == QLatin1String("--metadata"))
             return choice(option, metadataPolicyFromRawValue, request_.overrides.metadataPolicy,
-                          QStringLiteral("keepWithoutLocation, keepAll or strip"));
+                          QStringLiteral("keepWithoutLocation, keepAll, strip"));
         if (option == QLatin1String("--redo")) {
             request_.redo = true;
-            return inlineValue_
-                       ? std::optional(CommandLineError{option + QStringLiteral(" takes no value")})
-                       : std::nullopt;
+            return inlineValue_ ? std::optional(takesNoValue(option)) : std::nullopt;
         }
         if (option == QLatin1String("--jobs")) {
             const auto value = takeValue();
@@ -117,7 +115,7 @@ class Parser {
             bool isNumber = false;
             const int jobs = value->toInt(&isNumber);
             if (!isNumber || jobs < 1 || jobs > 256)
-                return bad(option, *value, QStringLiteral("a whole number from 1 to 256"));
+                return CommandLineError{{Text::usageBadJobs, {*value}}};
             request_.jobs = jobs;
             return std::nullopt;
         }
@@ -125,29 +123,25 @@ class Parser {
             const auto value = takeValue();
             if (!value) return missing(option);
             if (!parseQuality(*value, request_.overrides.qualities))
-                return bad(option, *value,
-                           QStringLiteral("FORMAT=N, FORMAT one of jpeg, png, webp, avif, heic "
-                                          "and N from 0 to 100"));
+                return CommandLineError{{Text::usageBadQuality, {*value}}};
             return std::nullopt;
         }
-        return CommandLineError{QStringLiteral("unknown option: ") + option};
+        return CommandLineError{{Text::usageUnknownOption, {option}}};
     }
 
     using Action = CommandLineRequest::Action;
     using DesktopPart = CommandLineRequest::DesktopPart;
 
     std::optional<CommandLineError> part(const QString& option, DesktopPart part) {
-        if (inlineValue_) return CommandLineError{option + QStringLiteral(" takes no value")};
-        if (request_.open && *request_.open != part)
-            return CommandLineError{option + QStringLiteral(" cannot be combined with ") +
-                                    partOption_};
+        if (inlineValue_) return takesNoValue(option);
+        if (request_.open && *request_.open != part) return cannotCombine(option, partOption_);
         request_.open = part;
         partOption_ = option;
         return std::nullopt;
     }
 
     std::optional<CommandLineError> flag(const QString& option, Action action) {
-        if (inlineValue_) return CommandLineError{option + QStringLiteral(" takes no value")};
+        if (inlineValue_) return takesNoValue(option);
         if (action == Action::showVersion) {
             version_ = true;
             return std::nullopt;
@@ -156,9 +150,7 @@ class Parser {
     }
 
     std::optional<CommandLineError> setMode(const QString& option, Action action) {
-        if (mode_ && *mode_ != action)
-            return CommandLineError{option + QStringLiteral(" cannot be combined with ") +
-                                    modeOption_};
+        if (mode_ && *mode_ != action) return cannotCombine(option, modeOption_);
         mode_ = action;
         modeOption_ = option;
         return std::nullopt;
@@ -170,7 +162,7 @@ class Parser {
         const auto value = takeValue();
         if (!value) return missing(option);
         const auto folder = existingFolder(*value);
-        if (!folder) return CommandLineError{QStringLiteral("folder not found: ") + *value};
+        if (!folder) return CommandLineError{{Text::usageFolderNotFound, {*value}}};
         if (mode) {
             if (auto error = setMode(option, *mode)) return error;
             request_.onceDirectory = *folder;
@@ -198,24 +190,28 @@ class Parser {
     }
 
     static CommandLineError missing(const QString& option) {
-        return {QStringLiteral("missing value for ") + option};
+        return {{Text::usageMissingValue, {option}}};
     }
     static CommandLineError bad(const QString& option, const QString& value,
                                 const QString& expected) {
-        return {QStringLiteral("bad value for ") + option + QStringLiteral(": \"") + value +
-                QStringLiteral("\" (expected ") + expected + QStringLiteral(")")};
+        return {{Text::usageBadValue, {option, value, expected}}};
+    }
+    static CommandLineError takesNoValue(const QString& option) {
+        return {{Text::usageTakesNoValue, {option}}};
+    }
+    static CommandLineError cannotCombine(const QString& option, const QString& other) {
+        return {{Text::usageCannotCombine, {option, other}}};
     }
 
     Result finish() {
+        const QString once = QStringLiteral("--once");
         if (request_.watchDirectory && mode_ == Action::once)
-            return CommandLineError{QStringLiteral("--watch cannot be combined with --once")};
+            return cannotCombine(QStringLiteral("--watch"), once);
         if (request_.jobs && mode_ != Action::once)
-            return CommandLineError{QStringLiteral("--jobs goes with --once")};
-        if (request_.open && mode_)
-            return CommandLineError{partOption_ + QStringLiteral(" cannot be combined with ") +
-                                    modeOption_};
+            return CommandLineError{{Text::usageGoesWith, {QStringLiteral("--jobs"), once}}};
+        if (request_.open && mode_) return cannotCombine(partOption_, modeOption_);
         if (request_.redo && mode_ != Action::once)
-            return CommandLineError{QStringLiteral("--redo goes with --once")};
+            return CommandLineError{{Text::usageGoesWith, {QStringLiteral("--redo"), once}}};
         request_.action = mode_.value_or(Action::run);
         if (version_) request_.action = Action::showVersion;
         return request_;
@@ -237,71 +233,8 @@ Result parseCommandLine(const QStringList& arguments) {
     return Parser(arguments).parse();
 }
 
-QString usageText() {
-    return QStringLiteral(
-        "Usage: velt-compressor [--show-panel | --settings | --history] [--watch DIR] [SETTINGS]\n"
-        "       velt-compressor --headless [--watch DIR] [SETTINGS]\n"
-        "       velt-compressor --once DIR [--jobs N] [SETTINGS]\n"
-        "       velt-compressor --restore FILE\n"
-        "       velt-compressor --help | --version\n"
-        "\n"
-        "Watches one folder and compresses every new image that lands in it.\n"
-        "\n"
-        "Modes:\n"
-        "  (no mode)         the desktop program: an icon in the system tray with its panel (a\n"
-        "                    window where there is no tray, and on Wayland); a second launch\n"
-        "                    shows the panel of the first; without a display that answers it\n"
-        "                    runs headless\n"
-        "  --show-panel      open the panel of the running program (or start it and open it)\n"
-        "  --settings        open its settings window instead\n"
-        "  --history         open its history window instead\n"
-        "  --headless        watch the saved folder until SIGINT, SIGTERM or SIGHUP, then stop\n"
-        "                    and exit 0; notices are written to standard error, one per line\n"
-        "  --watch DIR       watch DIR instead, and save it as the chosen folder (the running\n"
-        "                    desktop program switches to it)\n"
-        "  --once DIR        compress what is in DIR now (the saved folder is not changed), print\n"
-        "                    one line per file as it is done and a summary; exit 0, or 1 when a\n"
-        "                    file failed\n"
-        "  --jobs N          with --once: compress N files at a time (default: one per core)\n"
-        "  --redo            with --once: compress every photo in DIR again with these settings,\n"
-        "                    from its original (a kept one, or the verified backup of a replaced\n"
-        "                    one), never from the program's own output; without it, settled\n"
-        "                    photos are left as they are whatever the settings\n"
-        "  --restore FILE    undo the compression of FILE (the original's name or the output's):\n"
-        "                    a replaced original comes back from its verified backup, a kept\n"
-        "                    original's compressed copy is removed; exit 0, or 1 with one line\n"
-        "                    when there is nothing to undo, the backup does not match or the\n"
-        "                    original's name is taken by another file\n"
-        "  --update          check for a newer release now; when there is one, download, verify\n"
-        "                    and install it over this portable bundle and restart the program;\n"
-        "                    exit 0 when up to date or handed over, 1 when the update failed\n"
-        "\n"
-        "Settings for this run only (never saved):\n"
-        "  --preset P        balanced, gentle, maximum or custom (brings the preset's qualities)\n"
-        "  --format F        automatic, jpeg, png, webp, avif or heic\n"
-        "  --original O      keep (write NAME_veltcompressed beside it) or replace (a verified\n"
-        "                    backup goes to .velt-compressor-backups first)\n"
-        "  --quality F=N     quality 0-100 for jpeg, png, webp, avif or heic; repeatable,\n"
-        "                    applied after --preset\n"
-        "  --metadata M      what outputs keep of the photo's own data (EXIF, XMP, IPTC: date,\n"
-        "                    camera, lens, exposure, copyright): keepWithoutLocation (default;\n"
-        "                    GPS and location removed), keepAll or strip\n"
-        "\n"
-        "Other options:\n"
-        "  -h, --help        show this help and exit\n"
-        "  --version         print the version and exit\n"
-        "\n"
-        "A bad value, a missing folder or an unknown option exits 2 without touching anything.\n"
-        "\n"
-        "Environment:\n"
-        "  VELT_CONFIG_DIR   folder of the settings, history and registry files\n"
-        "                    (default: ~/.local/share/velt compressor)\n"
-        "  VELT_LOG_DIR      folder of native.log (default: the same folder)\n"
-        "  VELT_DEBUG_LOG    1, true or yes: also write debug lines to the log\n"
-        "  VELT_TOOL_DIR     folder searched first for cjpeg, cwebp, webpmux, pngquant, oxipng\n"
-        "  VELT_LAUNCH_SMOKE 1: start, log \"Launch smoke complete\" and exit 0 at once\n"
-        "  VELT_UPDATE_MANIFEST_URL  the release manifest to check instead of the published one\n"
-        "  SSL_CERT_FILE     certificate authorities to trust besides the system's\n");
+QString usageText(AppLanguage language) {
+    return text(language, Text::usage);
 }
 
 QString versionText() {

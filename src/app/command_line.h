@@ -5,6 +5,7 @@
 #pragma once
 
 #include "app/settings_overrides.h"
+#include "model/text_catalogue.h"
 
 #include <QString>
 #include <QStringList>
@@ -39,16 +40,16 @@ struct CommandLineRequest {
     bool operator==(const CommandLineRequest&) const = default;
 };
 
-// A one-line reason, printed before the usage; the program then exits 2.
+// A one-line reason, printed with a pointer to --help; the program then exits 2.
 struct CommandLineError {
-    QString message;
+    Message message;
 };
 
 // `arguments` excludes the program name. Options take their value as the next argument or after
 // "=" ("--preset gentle", "--preset=gentle").
 std::variant<CommandLineRequest, CommandLineError> parseCommandLine(const QStringList& arguments);
 
-QString usageText();
+QString usageText(AppLanguage language);
 QString versionText();
 
 }  // namespace velt

@@ -25,8 +25,8 @@ QString historyLine(const CompressionHistoryEntry& entry, AppLanguage language) 
     QString line = entry.displayStatus(language) + QStringLiteral(": ") + name;
     if (entry.status == CompressionHistoryStatus::compressed && entry.originalBytes &&
         entry.outputBytes)
-        line += QStringLiteral(" ") + formatBytes(*entry.originalBytes) + QStringLiteral(" → ") +
-                formatBytes(*entry.outputBytes);
+        line += QStringLiteral(" ") + formatBytes(*entry.originalBytes, language) +
+                QStringLiteral(" → ") + formatBytes(*entry.outputBytes, language);
     return line;
 }
 
@@ -51,11 +51,7 @@ bool HeadlessRunner::confirm(const QString& message, const QString&, const QStri
     return acceptUpdate_;
 }
 
-void HeadlessRunner::showError(const QString& description, QObject*) {
-    line(description);
-}
-
-void HeadlessRunner::openFolder(const QString& path) {
+void HeadlessRunner::showInFileBrowser(const QString& path, std::function<void()>) {
     line(path);
 }
 
@@ -63,8 +59,8 @@ void HeadlessRunner::openURL(const QString& url) {
     line(url);
 }
 
-std::optional<QString> HeadlessRunner::chooseFolder(const QString& title, QObject*) {
-    line(title + QStringLiteral(": velt-compressor --headless --watch DIR"));
+std::optional<QString> HeadlessRunner::chooseFolder(const QString&, const QString&, QObject*) {
+    line(text(language_, Text::headlessGiveFolder));
     return std::nullopt;
 }
 
@@ -80,6 +76,7 @@ void HeadlessRunner::reportNewHistory(const AppStore& store) {
 int HeadlessRunner::run(const CommandLineRequest& request) {
     NativeLog::write(QStringLiteral("App launched"));
     AppStore store(this);
+    language_ = store.config().language;
     store.setSessionOverrides(request.overrides);
     if (!store.history().empty()) lastReported_ = store.history().front().id;
     store.onChange = [this, &store] { reportNewHistory(store); };
@@ -110,28 +107,21 @@ int HeadlessRunner::run(const CommandLineRequest& request) {
         launch = store.startOnLaunch();
     const AppLanguage language = store.config().language;
     if (launch == AppStore::LaunchStart::switchedOff) {
-        line(text(language,
-                  QStringLiteral("Автоматическое сжатие выключено. Включить: velt-compressor "
-                                 "--headless --watch ПАПКА"),
-                  QStringLiteral("Automatic compression is switched off. To switch it on: "
-                                 "velt-compressor --headless --watch DIR")));
+        line(text(language, Text::headlessSwitchedOff));
         return 0;
     }
     if (!store.isRunning()) {
-        const QString reason = store.watcherError().value_or(QString());
+        const QString reason =
+            store.watcherError() ? store.watcherError()->inLanguage(language) : QString();
         if (!store.resolvedWatchDirectory()) {
             line(reason);
-            line(text(language,
-                      QStringLiteral("Укажите папку: velt-compressor --headless --watch ПАПКА"),
-                      QStringLiteral("Give one: velt-compressor --headless --watch DIR")));
+            line(text(language, Text::headlessGiveFolder));
             return 2;
         }
         line(QStringLiteral("velt-compressor: ") + reason);
         return store.watcherFolderBusy() ? 2 : 1;
     }
-    line(text(store.config().language, QStringLiteral("Слежу за папкой "),
-              QStringLiteral("Watching ")) +
-         *store.resolvedWatchDirectory());
+    line(text(language, Text::headlessWatching, {*store.resolvedWatchDirectory()}));
     return QCoreApplication::exec();
 }
 

@@ -9,6 +9,7 @@
 
 #include "app/command_line.h"
 #include "app/presenter.h"
+#include "model/app_language.h"
 
 #include <QTextStream>
 #include <QUuid>
@@ -32,10 +33,10 @@ class HeadlessRunner final : public Presenter {
     bool confirm(const QString& message, const QString& informativeText,
                  const QString& confirmButton, const QString& cancelButton,
                  QObject* window) override;
-    void showError(const QString& description, QObject* window) override;
-    void openFolder(const QString& path) override;
+    void showInFileBrowser(const QString& path, std::function<void()> notShown) override;
     void openURL(const QString& url) override;
-    std::optional<QString> chooseFolder(const QString& title, QObject* window) override;
+    std::optional<QString> chooseFolder(const QString& title, const QString& startFolder,
+                                        QObject* window) override;
 
   private:
     void line(const QString& text);
@@ -43,6 +44,7 @@ class HeadlessRunner final : public Presenter {
     int runUpdate(AppStore& store);
 
     QTextStream err_;
+    AppLanguage language_ = AppLanguage::russian;  // the saved one, once the store has loaded it
     QUuid lastReported_;
     bool acceptUpdate_ = false;  // --update: the offered update is taken without asking
 };

@@ -18,28 +18,56 @@
 
 namespace velt {
 
-QString batchLine(const BatchFileResult& result) {
-    const QString name = QFileInfo(result.file).fileName();
-    switch (result.outcome) {
+namespace {
+
+Text outcomeLabel(BatchFileResult::Outcome outcome) {
+    switch (outcome) {
         case BatchFileResult::Outcome::compressed:
-            return QStringLiteral("compressed       ") + name + QStringLiteral("  saved ") +
-                   formatBytes(std::max<std::int64_t>(result.savedBytes, 0));
+            return Text::onceCompressed;
         case BatchFileResult::Outcome::alreadyOptimal:
-            return QStringLiteral("already optimal  ") + name;
+            return Text::onceAlreadyOptimal;
         case BatchFileResult::Outcome::failed:
-            return QStringLiteral("failed           ") + name + QStringLiteral(": ") +
-                   result.message;
+            return Text::onceFailed;
         case BatchFileResult::Outcome::cancelled:
-            return QStringLiteral("stopped          ") + name;
+            return Text::onceStopped;
         case BatchFileResult::Outcome::skipped:
             break;
     }
-    return QStringLiteral("skipped          ") + name +
-           (result.message.isEmpty() ? QStringLiteral(" (already processed)")
-                                     : QStringLiteral(": ") + result.message);
+    return Text::onceSkipped;
 }
 
-QString batchSummary(const std::vector<BatchFileResult>& results) {
+// The labels stand in one column, as wide as the language's longest and two blanks more.
+qsizetype labelWidth(AppLanguage language) {
+    qsizetype width = 0;
+    for (const auto outcome :
+         {BatchFileResult::Outcome::compressed, BatchFileResult::Outcome::alreadyOptimal,
+          BatchFileResult::Outcome::failed, BatchFileResult::Outcome::cancelled,
+          BatchFileResult::Outcome::skipped})
+        width = std::max(width, text(language, outcomeLabel(outcome)).size());
+    return width + 2;
+}
+
+}  // namespace
+
+QString batchLine(const BatchFileResult& result, AppLanguage language) {
+    QString line = text(language, outcomeLabel(result.outcome)).leftJustified(labelWidth(language)) +
+                   QFileInfo(result.file).fileName();
+    if (result.outcome == BatchFileResult::Outcome::compressed) {
+        const QString output = result.output ? QFileInfo(*result.output).fileName() : QString();
+        if (output == QFileInfo(result.file).fileName())
+            line += QLatin1Char(' ') + text(language, Text::onceReplaced);
+        else if (!output.isEmpty())
+            line += QStringLiteral(" → ") + output;
+        line += QStringLiteral("  ") +
+                text(language, Text::onceSaved,
+                     {formatBytes(std::max<std::int64_t>(result.savedBytes, 0), language)});
+    } else if (result.reason && result.outcome != BatchFileResult::Outcome::cancelled) {
+        line += QStringLiteral(": ") + result.reason->inLanguage(language);
+    }
+    return line;
+}
+
+QString batchSummary(const std::vector<BatchFileResult>& results, AppLanguage language) {
     int compressed = 0;
     int optimal = 0;
     int failed = 0;
@@ -61,11 +89,9 @@ QString batchSummary(const std::vector<BatchFileResult>& results) {
                 break;
         }
     }
-    return QStringLiteral("compressed %1, already optimal %2, failed %3, saved %4")
-        .arg(compressed)
-        .arg(optimal)
-        .arg(failed)
-        .arg(formatBytes(saved));
+    return text(language, Text::onceSummary,
+                {QString::number(compressed), QString::number(optimal), QString::number(failed),
+                 formatBytes(saved, language)});
 }
 
 int runOnceCommand(const CommandLineRequest& request) {
@@ -75,10 +101,11 @@ int runOnceCommand(const CommandLineRequest& request) {
         return 0;
     }
     const AppConfig config = request.overrides.appliedTo(loadAppConfig());
+    const AppLanguage language = config.language;
     NativeLog::write(QStringLiteral("Once run ") + request.onceDirectory);
     FolderCompressor engine;
     std::vector<BatchFileResult> results;
-    std::optional<QString> failure;
+    std::optional<Message> failure;
     bool folderBusy = false;
     std::atomic<bool> interrupted = false;
 
@@ -89,15 +116,14 @@ int runOnceCommand(const CommandLineRequest& request) {
     const auto onFileDone = [&](const BatchFileResult& result, int done, int total) {
         if (result.outcome == BatchFileResult::Outcome::compressed)
             savedSoFar += std::max<std::int64_t>(result.savedBytes, 0);
-        QByteArray text = (batchLine(result) + QLatin1Char('\n')).toUtf8();
+        QByteArray line = (batchLine(result, language) + QLatin1Char('\n')).toUtf8();
         if (terminal)
-            text = "\r\x1b[K" + text +
-                   QStringLiteral("%1/%2, %3 saved")
-                       .arg(done)
-                       .arg(total)
-                       .arg(formatBytes(savedSoFar))
+            line = "\r\x1b[K" + line +
+                   text(language, Text::onceProgress,
+                        {QString::number(done), QString::number(total),
+                         formatBytes(savedSoFar, language)})
                        .toUtf8();
-        std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), stdout);
+        std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
         std::fflush(stdout);
     };
 
@@ -108,7 +134,8 @@ int runOnceCommand(const CommandLineRequest& request) {
                 engine.runOnce(config, request.onceDirectory, onFileDone,
                                request.jobs.value_or(QThread::idealThreadCount()), request.redo);
         } catch (const std::exception& error) {
-            failure = errorDescription(error);
+            NativeLog::write(QStringLiteral("Once run failed: ") + errorDescription(error));
+            failure = reasonOf(error);
             folderBusy = dynamic_cast<const FolderBusyError*>(&error) != nullptr;
         }
         QMetaObject::invokeMethod(
@@ -125,15 +152,17 @@ int runOnceCommand(const CommandLineRequest& request) {
 
     QTextStream out(stdout);
     if (failure) {
-        QTextStream(stderr) << "velt-compressor: " << *failure << Qt::endl;
+        QTextStream(stderr) << "velt-compressor: " << failure->inLanguage(language) << Qt::endl;
         return folderBusy ? 2 : 1;
     }
     if (terminal) out << "\r\x1b[K";
     bool anyFailed = false;
     for (const BatchFileResult& result : results)
         anyFailed = anyFailed || result.outcome == BatchFileResult::Outcome::failed;
-    out << batchSummary(results) << Qt::endl;
-    if (interrupted) QTextStream(stderr) << "velt-compressor: interrupted" << Qt::endl;
+    out << batchSummary(results, language) << Qt::endl;
+    if (interrupted)
+        QTextStream(stderr) << "velt-compressor: " << text(language, Text::onceInterrupted)
+                            << Qt::endl;
     return anyFailed || interrupted ? 1 : 0;
 }
 

@@ -1,5 +1,6 @@
 // --once DIR: compresses what is in DIR now with the saved settings (and this run's overrides),
-// prints one line per file and a summary to standard output. The saved folder is not changed.
+// prints one line per file and a summary to standard output, in the saved interface language.
+// The saved folder is not changed.
 //
 // Main thread only. REQUIRES: a QCoreApplication exists.
 #pragma once
@@ -16,8 +17,9 @@ namespace velt {
 int runOnceCommand(const CommandLineRequest& request);
 
 // "compressed N, already optimal N, failed N, saved X".
-QString batchSummary(const std::vector<BatchFileResult>& results);
-// One file's line: its outcome and name, with the bytes saved or the failure.
-QString batchLine(const BatchFileResult& result);
+QString batchSummary(const std::vector<BatchFileResult>& results, AppLanguage language);
+// One file's line: its outcome and name, with the file written and the bytes saved, or why it
+// failed or was skipped.
+QString batchLine(const BatchFileResult& result, AppLanguage language);
 
 }  // namespace velt

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <QString>
+#include <functional>
 #include <optional>
 
 class QObject;
@@ -29,18 +30,18 @@ class Presenter {
                          const QString& confirmButton, const QString& cancelButton,
                          QObject* window) = 0;
 
-    // The platform's alert for a failed operation.
-    virtual void showError(const QString& description, QObject* window) = 0;
-
-    // Shows `path` (an existing folder) in the file browser.
-    virtual void openFolder(const QString& path) = 0;
+    // Shows `path` in the file browser: a folder opened, a file selected in its folder. Calls
+    // `notShown` later, on the main thread, when nothing on the system could show it (no file
+    // manager installed).
+    virtual void showInFileBrowser(const QString& path, std::function<void()> notShown) = 0;
 
     // Opens a web page in the user's browser.
     virtual void openURL(const QString& url) = 0;
 
-    // The folder dialog: directories only, folder creation allowed, one selection. Nothing when
-    // the user cancelled.
-    virtual std::optional<QString> chooseFolder(const QString& title, QObject* window) = 0;
+    // The folder dialog, opened in `startFolder`: directories only, folder creation allowed, one
+    // selection. Nothing when the user cancelled.
+    virtual std::optional<QString> chooseFolder(const QString& title, const QString& startFolder,
+                                                QObject* window) = 0;
 };
 
 }  // namespace velt

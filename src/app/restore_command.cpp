@@ -22,17 +22,16 @@ int runRestoreCommand(const CommandLineRequest& request) {
         CompressionHistory history = loadHistory();
         insertNewest(history, restoredHistoryEntry(outcome));
         saveHistory(history);
-        out << undoText(UndoText::restoredStatus, config.language) << ": " << outcome.original
+        out << text(config.language, Text::historyStatusRestored) << ": " << outcome.original
             << '\n';
         return 0;
     } catch (const RestoreError& error) {
         NativeLog::write(QStringLiteral("Restore refused: ") +
                          QString::fromStdString(error.what()));
-        err << "velt-compressor: "
-            << restoreFailureText(error.failure(), error.file(), config.language) << '\n';
+        err << "velt-compressor: " << error.reason().inLanguage(config.language) << '\n';
     } catch (const std::exception& error) {
         NativeLog::write(QStringLiteral("Restore failed: ") + errorDescription(error));
-        err << "velt-compressor: " << errorDescription(error) << '\n';
+        err << "velt-compressor: " << reasonOf(error).inLanguage(config.language) << '\n';
     }
     return 1;
 }

@@ -40,8 +40,12 @@ const std::uint8_t* bytesOf(const QByteArray& data) {
 }
 
 void check(const heif_error& error) {
-    if (error.code != heif_error_Ok)
-        throwHeifError(error.message ? error.message : "unknown error");
+    if (error.code == heif_error_Ok) return;
+    const char* why = error.message ? error.message : "unknown error";
+    if (error.subcode == heif_suberror_End_of_data)
+        throwTruncated(
+            QStringLiteral("The HEIF image ends early (%1).").arg(QString::fromUtf8(why)));
+    throwHeifError(why);
 }
 
 Context newContext() {

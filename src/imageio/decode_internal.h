@@ -16,6 +16,8 @@
 namespace velt::imageio::detail {
 
 [[noreturn]] void throwCorrupt(const QString& what);
+// The data ends before the image does: a cut copy, or one still being written.
+[[noreturn]] void throwTruncated(const QString& what);
 
 // Throws ImageIOError(tooLarge) unless 1 ≤ width, height and the RGBA raster stays within the
 // decode limits; throws corruptFile for a width or height below 1.

@@ -25,6 +25,7 @@ struct JpegErrorManager {
     jpeg_error_mgr base;  // first, so libjpeg's pointer can be cast back
     std::jmp_buf jump;
     char message[JMSG_LENGTH_MAX];
+    int code;  // libjpeg's message code of the failure
 };
 
 struct JpegDecoder {
@@ -47,7 +48,9 @@ struct JpegDecoder {
 }
 
 void onError(j_common_ptr info) {
-    (*info->err->format_message)(info, reinterpret_cast<JpegErrorManager*>(info->err)->message);
+    auto* error = reinterpret_cast<JpegErrorManager*>(info->err);
+    (*info->err->format_message)(info, error->message);
+    error->code = info->err->msg_code;
     jumpOut(info);
 }
 
@@ -142,6 +145,9 @@ void checkPlausibleSize(const JpegDecoder& decoder, qsizetype fileBytes) {
 
 [[noreturn]] void throwJpegError(const JpegDecoder& decoder) {
     const char* reason = decoder.error.message[0] ? decoder.error.message : "damaged data";
+    if (decoder.error.code == JWRN_JPEG_EOF)
+        throwTruncated(QStringLiteral("The JPEG image ends early (%1).")
+                           .arg(QString::fromLocal8Bit(reason)));
     throwCorrupt(QStringLiteral("The file is not a readable JPEG image (%1).")
                      .arg(QString::fromLocal8Bit(reason)));
 }

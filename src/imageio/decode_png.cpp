@@ -24,6 +24,7 @@ struct PngDecoder {
     const unsigned char* data = nullptr;
     std::size_t size = 0;
     std::size_t position = 0;
+    bool endedEarly = false;  // the data ran out before libpng was done
     // From the header (filled by fencedReadInfo).
     png_uint_32 width = 0;
     png_uint_32 height = 0;
@@ -51,7 +52,10 @@ void onWarning(png_structp, png_const_charp) {}
 
 void onRead(png_structp png, png_bytep out, png_size_t count) {
     auto* decoder = static_cast<PngDecoder*>(png_get_io_ptr(png));
-    if (count > decoder->size - decoder->position) png_error(png, "the file ends early");
+    if (count > decoder->size - decoder->position) {
+        decoder->endedEarly = true;
+        png_error(png, "the file ends early");
+    }
     std::memcpy(out, decoder->data + decoder->position, count);
     decoder->position += count;
 }
@@ -108,6 +112,7 @@ bool fencedReadImage(PngDecoder* decoder, png_bytepp rows) {
 
 [[noreturn]] void throwPngError(const PngDecoder& decoder) {
     const char* reason = decoder.message[0] ? decoder.message : "damaged data";
+    if (decoder.endedEarly) throwTruncated(QStringLiteral("The PNG image ends early."));
     throwCorrupt(QStringLiteral("The file is not a readable PNG image (%1).")
                      .arg(QString::fromLocal8Bit(reason)));
 }

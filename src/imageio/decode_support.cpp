@@ -5,10 +5,34 @@
 
 #include <QFile>
 
+namespace velt::imageio {
+
+Message ImageIOError::reason() const {
+    if (reason_) return *reason_;
+    switch (code_) {
+        case corruptFile:
+        case tooLarge:  // thrown with the refused size as its reason
+            break;
+        case truncated:
+            return {Text::fileTruncated, {}};
+        case unsupportedFormat:
+            return {Text::formatUnsupported, {}};
+        case writeFailed:
+            return {Text::encodingFailed, {}};
+    }
+    return {Text::fileDamaged, {}};
+}
+
+}  // namespace velt::imageio
+
 namespace velt::imageio::detail {
 
 void throwCorrupt(const QString& what) {
     throw ImageIOError(ImageIOError::corruptFile, what);
+}
+
+void throwTruncated(const QString& what) {
+    throw ImageIOError(ImageIOError::truncated, what);
 }
 
 void checkDecodeSize(std::int64_t width, std::int64_t height) {
@@ -18,7 +42,7 @@ void checkDecodeSize(std::int64_t width, std::int64_t height) {
         throw ImageIOError(error.kind() == ImageSafetyError::invalidDimensions
                                ? ImageIOError::corruptFile
                                : ImageIOError::tooLarge,
-                           error.errorDescription());
+                           error.errorDescription(), error.reason());
     }
 }
 

@@ -60,9 +60,16 @@ void decodeFirstAnimationFrame(const WebPData& webpData, Bitmap& bitmap) {
     std::memcpy(bitmap.rgba.data(), frame, bitmap.rgba.size());
 }
 
-}  // namespace
+// Whether the RIFF header announces more bytes than the file holds.
+bool endsEarly(const QByteArray& data) {
+    if (data.size() < 12 || !data.startsWith("RIFF")) return false;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(data.constData());
+    const std::uint64_t declared = 8u + (bytes[4] | bytes[5] << 8 | bytes[6] << 16 |
+                                         static_cast<std::uint64_t>(bytes[7]) << 24);
+    return static_cast<std::uint64_t>(data.size()) < declared;
+}
 
-Bitmap decodeWebp(const QByteArray& data) {
+Bitmap decodeWebpData(const QByteArray& data) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(data.constData());
     const auto size = static_cast<std::size_t>(data.size());
     WebPBitstreamFeatures features;
@@ -84,6 +91,18 @@ Bitmap decodeWebp(const QByteArray& data) {
     const QByteArray profile = iccProfile(webpData);
     bitmap.colorSpace = profile.isEmpty() ? sRGBColorSpace() : colorSpaceFromICC(profile);
     return bitmap;
+}
+
+}  // namespace
+
+Bitmap decodeWebp(const QByteArray& data) {
+    try {
+        return decodeWebpData(data);
+    } catch (const ImageIOError& error) {
+        if (error.code() == ImageIOError::corruptFile && endsEarly(data))
+            throwTruncated(QStringLiteral("The WebP image ends early."));
+        throw;
+    }
 }
 
 }  // namespace velt::imageio::detail

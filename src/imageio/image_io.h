@@ -8,6 +8,7 @@
 #include "imageio/bitmap.h"
 #include "imageio/metadata.h"
 #include "model/image_format.h"
+#include "model/reported_error.h"
 
 #include <QString>
 #include <QStringList>
@@ -16,16 +17,25 @@
 
 namespace velt::imageio {
 
-// Decoding or encoding failed; the description is readable English.
-class ImageIOError : public std::runtime_error {
+// Decoding or encoding failed; the description is readable English (for the log), the reason
+// what the user is told.
+class ImageIOError : public std::runtime_error, public ReportedError {
   public:
-    enum Code { corruptFile, unsupportedFormat, writeFailed, tooLarge };
-    ImageIOError(Code code, const QString& description)
-        : std::runtime_error(description.toStdString()), code_(code) {}
+    enum Code {
+        corruptFile,        // the data cannot be decoded
+        truncated,          // the data ends before the image does
+        unsupportedFormat,  // not a format (or variant) this layer reads or writes
+        writeFailed,
+        tooLarge,  // beyond the decode limits
+    };
+    ImageIOError(Code code, const QString& description, std::optional<Message> reason = {})
+        : std::runtime_error(description.toStdString()), code_(code), reason_(std::move(reason)) {}
     Code code() const { return code_; }
+    Message reason() const override;
 
   private:
     Code code_;
+    std::optional<Message> reason_;
 };
 
 // The format the first bytes announce (JPEG, PNG, WebP, HEIF brands heic/heix/hevc/heim/heis/

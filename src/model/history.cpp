@@ -5,7 +5,6 @@
 #include "model/json_fields.h"
 #include "model/native_log.h"
 #include "model/paths.h"
-#include "model/undo_texts.h"
 
 #include <QRegularExpression>
 #include <QtGlobal>
@@ -19,6 +18,38 @@ QDateTime parseISO8601(const QString& text) {
         QStringLiteral(R"(^\d{4}-\d{2}-\d{2}T\d{2}:\d{2}:\d{2}(Z|[+-]\d{2}:\d{2})$)"));
     if (!pattern.match(text).hasMatch()) return {};
     return QDateTime::fromString(text, Qt::ISODate);
+}
+
+// The texts that versions before message codes stored, recognised so that they too follow the
+// interface language; any other stored text is shown as it is.
+std::optional<Message> reasonOfStoredText(const QString& message) {
+    static const QRegularExpression tooLarge(
+        QStringLiteral(R"(^The image is too large to process safely \((\d+)×(\d+)\)\.$)"));
+    static const QRegularExpression notReadable(QStringLiteral(
+        "^The file “.*” couldn’t be opened because it isn’t in the correct format\\.$"));
+    if (const auto match = tooLarge.match(message); match.hasMatch())
+        return Message{Text::imageTooLarge, {match.captured(1), match.captured(2)}};
+    if (notReadable.match(message).hasMatch()) return Message{Text::fileDamaged, {}};
+    if (message == QLatin1String("The image has invalid dimensions."))
+        return Message{Text::imageInvalidDimensions, {}};
+    return std::nullopt;
+}
+
+std::optional<Message> decodeReason(const nlohmann::json& object,
+                                    const std::optional<QString>& message) {
+    if (const auto stored = json::optionalString(object, "messageCode")) {
+        if (const auto id = textFromCode(*stored)) {
+            Message reason{*id, {}};
+            const auto arguments = object.find("messageArguments");
+            if (arguments != object.end() && arguments->is_array()) {
+                for (const auto& argument : *arguments)
+                    if (argument.is_string())
+                        reason.arguments << QString::fromStdString(argument.get<std::string>());
+            }
+            return reason;
+        }
+    }
+    return message ? reasonOfStoredText(*message) : std::nullopt;
 }
 
 QUuid parseUuid(const QString& text) {
@@ -43,6 +74,8 @@ CompressionHistoryEntry decodeEntry(const nlohmann::json& object) {
     if (!status) throw json::JsonDecodeError("unknown status");
     entry.status = *status;
     entry.message = json::optionalString(object, "message");
+    entry.reason = decodeReason(object, entry.message);
+    if (entry.reason) entry.message.reset();  // its English words, written again on save
     return entry;
 }
 
@@ -56,7 +89,15 @@ nlohmann::ordered_json encodeEntry(const CompressionHistoryEntry& entry) {
     if (entry.originalBytes) object["originalBytes"] = *entry.originalBytes;
     if (entry.outputBytes) object["outputBytes"] = *entry.outputBytes;
     object["status"] = toStd(rawValue(entry.status));
-    if (entry.message) object["message"] = toStd(*entry.message);
+    if (entry.reason) {
+        object["message"] = toStd(entry.reason->inLanguage(AppLanguage::english));
+        object["messageCode"] = toStd(code(entry.reason->id));
+        auto arguments = nlohmann::ordered_json::array();
+        for (const QString& argument : entry.reason->arguments) arguments.push_back(toStd(argument));
+        object["messageArguments"] = arguments;
+    } else if (entry.message) {
+        object["message"] = toStd(*entry.message);
+    }
     return object;
 }
 
@@ -97,15 +138,14 @@ std::optional<std::int64_t> CompressionHistoryEntry::savedBytes() const {
 QString CompressionHistoryEntry::displayStatus(AppLanguage language) const {
     switch (status) {
         case CompressionHistoryStatus::compressed:
-            return text(language, QStringLiteral("Сжато"), QStringLiteral("Compressed"));
+            return text(language, Text::historyStatusCompressed);
         case CompressionHistoryStatus::alreadyOptimal:
-            return text(language, QStringLiteral("Уже оптимально"),
-                        QStringLiteral("Already optimal"));
+            return text(language, Text::historyStatusAlreadyOptimal);
         case CompressionHistoryStatus::failed:
-            return message ? *message
-                           : text(language, QStringLiteral("Ошибка"), QStringLiteral("Error"));
+            if (reason) return reason->inLanguage(language);
+            return message ? *message : text(language, Text::historyStatusError);
         case CompressionHistoryStatus::restored:
-            return undoText(UndoText::restoredStatus, language);
+            return text(language, Text::historyStatusRestored);
     }
     return {};
 }

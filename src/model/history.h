@@ -2,7 +2,7 @@
 // "compression-history.json"; and the live statistics of the engine's current run.
 #pragma once
 
-#include "model/app_language.h"
+#include "model/text_catalogue.h"
 
 #include <QDateTime>
 #include <QString>
@@ -28,12 +28,18 @@ struct CompressionHistoryEntry {
     std::optional<std::int64_t> originalBytes;
     std::optional<std::int64_t> outputBytes;
     CompressionHistoryStatus status = CompressionHistoryStatus::failed;
+    // The text stored by a version that kept only English words ("message"): shown as it is
+    // when no code says what it means.
     std::optional<QString> message;
+    // What happened, as a catalogue code and its arguments: shown in the current language.
+    // Stored as "messageCode" and "messageArguments", with its English text as "message" for
+    // readers that know only that key.
+    std::optional<Message> reason;
 
     // Original minus output, never negative; nothing when either size is unknown.
     std::optional<std::int64_t> savedBytes() const;
     // "Сжато"/"Compressed", "Уже оптимально"/"Already optimal", "Восстановлено"/"Restored", or
-    // for a failure its message, else "Ошибка"/"Error".
+    // for a failure its reason in `language`, else its stored message, else "Ошибка"/"Error".
     QString displayStatus(AppLanguage language) const;
 
     bool operator==(const CompressionHistoryEntry&) const = default;

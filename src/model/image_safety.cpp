@@ -33,6 +33,11 @@ QString ImageSafetyError::errorDescription() const {
     return describe(kind_, width_, height_);
 }
 
+Message ImageSafetyError::reason() const {
+    if (kind_ == invalidDimensions) return {Text::imageInvalidDimensions, {}};
+    return {Text::imageTooLarge, {QString::number(width_), QString::number(height_)}};
+}
+
 std::int64_t validatedDecodedRasterByteCount(std::int64_t width, std::int64_t height) {
     if (width < 1 || height < 1) throw ImageSafetyError::dimensionsInvalid();
     std::int64_t pixels = 0;

@@ -3,6 +3,8 @@
 // refused.
 #pragma once
 
+#include "model/reported_error.h"
+
 #include <QString>
 #include <cstdint>
 #include <stdexcept>
@@ -10,7 +12,7 @@
 namespace velt {
 
 // An image refused before any pixel is decoded.
-class ImageSafetyError : public std::runtime_error {
+class ImageSafetyError : public std::runtime_error, public ReportedError {
   public:
     enum Kind { resourceLimitExceeded, invalidDimensions };
     static ImageSafetyError limitExceeded(std::int64_t width, std::int64_t height);
@@ -21,6 +23,7 @@ class ImageSafetyError : public std::runtime_error {
     std::int64_t height() const { return height_; }
     // "The image is too large to process safely (W×H)." / "The image has invalid dimensions."
     QString errorDescription() const;
+    Message reason() const override;
 
   private:
     ImageSafetyError(Kind kind, std::int64_t width, std::int64_t height);

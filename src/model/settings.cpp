@@ -1,5 +1,7 @@
 #include "model/settings.h"
 
+#include "model/text_catalogue.h"
+
 #include <QDir>
 
 namespace velt {
@@ -46,15 +48,15 @@ std::optional<CompressionPreset> compressionPresetFromRawValue(const QString& ra
 QString title(CompressionPreset preset, AppLanguage language) {
     switch (preset) {
         case CompressionPreset::balanced:
-            return text(language, QStringLiteral("Оптимально"), QStringLiteral("Optimal"));
+            return text(language, Text::presetBalanced);
         case CompressionPreset::gentle:
-            return text(language, QStringLiteral("Бережно"), QStringLiteral("Gentle"));
+            return text(language, Text::presetGentle);
         case CompressionPreset::maximum:
-            return text(language, QStringLiteral("Максимально"), QStringLiteral("Maximum"));
+            return text(language, Text::presetMaximum);
         case CompressionPreset::jpegCompatible:
             return QStringLiteral("JPEG");
         case CompressionPreset::custom:
-            return text(language, QStringLiteral("Свой"), QStringLiteral("Custom"));
+            return text(language, Text::presetCustom);
     }
     return {};
 }
@@ -110,7 +112,7 @@ FormatStrategy formatStrategyFromStoredText(const QString& text) {
 QString title(FormatStrategy strategy, AppLanguage language) {
     switch (strategy) {
         case FormatStrategy::automatic:
-            return text(language, QStringLiteral("Исходный"), QStringLiteral("Original"));
+            return text(language, Text::formatOriginal);
         case FormatStrategy::jpeg:
             return QStringLiteral("JPEG");
         case FormatStrategy::png:
@@ -145,9 +147,8 @@ OriginalPolicy originalPolicyFromStoredText(const QString& text) {
 }
 
 QString title(OriginalPolicy policy, AppLanguage language) {
-    return policy == OriginalPolicy::replace
-               ? text(language, QStringLiteral("Не сохранять"), QStringLiteral("Replace"))
-               : text(language, QStringLiteral("Сохранять"), QStringLiteral("Keep"));
+    return text(language,
+                policy == OriginalPolicy::replace ? Text::originalReplace : Text::originalKeep);
 }
 
 QString rawValue(MetadataPolicy policy) {
@@ -172,12 +173,11 @@ std::optional<MetadataPolicy> metadataPolicyFromRawValue(const QString& raw) {
 QString title(MetadataPolicy policy, AppLanguage language) {
     switch (policy) {
         case MetadataPolicy::keepWithoutLocation:
-            return text(language, QStringLiteral("Сохранять, кроме геоданных"),
-                        QStringLiteral("Keep, without location"));
+            return text(language, Text::metadataKeepWithoutLocation);
         case MetadataPolicy::keepAll:
-            return text(language, QStringLiteral("Сохранять все"), QStringLiteral("Keep all"));
+            return text(language, Text::metadataKeepAll);
         case MetadataPolicy::strip:
-            return text(language, QStringLiteral("Удалять"), QStringLiteral("Remove"));
+            return text(language, Text::metadataStrip);
     }
     return {};
 }

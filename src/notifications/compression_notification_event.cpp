@@ -15,26 +15,26 @@ QString fileName(const QString& path) {
 
 // «name» in Russian, “name” in English.
 QString quoted(AppLanguage language, const QString& name) {
-    return text(language, QStringLiteral("«") + name + QStringLiteral("»"),
-                QStringLiteral("“") + name + QStringLiteral("”"));
+    return text(language, Text::quotedName, {name});
 }
 
 }  // namespace
 
-CompressionNotificationEvent::CompressionNotificationEvent(Kind kind, QString path, QString message)
-    : kind_(kind), path_(std::move(path)), message_(std::move(message)) {}
+CompressionNotificationEvent::CompressionNotificationEvent(Kind kind, QString path,
+                                                           std::optional<Message> reason)
+    : kind_(kind), path_(std::move(path)), reason_(std::move(reason)) {}
 
 CompressionNotificationEvent CompressionNotificationEvent::unsupportedFile(const QString& path) {
     return {Kind::unsupportedFile, path, {}};
 }
 
 CompressionNotificationEvent CompressionNotificationEvent::processingFailed(
-    const QString& path, const QString& message) {
-    return {Kind::processingFailed, path, message};
+    const QString& path, const Message& reason) {
+    return {Kind::processingFailed, path, reason};
 }
 
-CompressionNotificationEvent CompressionNotificationEvent::watcherFailed(const QString& message) {
-    return {Kind::watcherFailed, {}, message};
+CompressionNotificationEvent CompressionNotificationEvent::watcherFailed(const Message& reason) {
+    return {Kind::watcherFailed, {}, reason};
 }
 
 CompressionNotificationEvent CompressionNotificationEvent::alreadyOptimal(const QString& path) {
@@ -68,45 +68,33 @@ bool CompressionNotificationEvent::allowsSystemNotification() const {
 QString CompressionNotificationEvent::title(AppLanguage language) const {
     switch (kind_) {
         case Kind::unsupportedFile:
-            return text(language, QStringLiteral("Файл не поддерживается"),
-                        QStringLiteral("Unsupported file"));
+            return text(language, Text::unsupportedFileTitle);
         case Kind::processingFailed:
-            return text(language, QStringLiteral("Не удалось сжать файл"),
-                        QStringLiteral("Could not compress file"));
+            return text(language, Text::processingFailedTitle);
         case Kind::watcherFailed:
-            return text(language, QStringLiteral("Папка недоступна"),
-                        QStringLiteral("Folder unavailable"));
+            return text(language, Text::watcherFailedTitle);
         case Kind::alreadyOptimal:
-            return text(language, QStringLiteral("Файл уже оптимален"),
-                        QStringLiteral("File already optimal"));
+            return text(language, Text::alreadyOptimalTitle);
         case Kind::animatedImage:
-            return text(language, QStringLiteral("Анимация оставлена как есть"),
-                        QStringLiteral("Animation left as it is"));
+            return text(language, Text::animatedImageTitle);
     }
     return {};
 }
 
 QString CompressionNotificationEvent::body(AppLanguage language) const {
     const QString name = quoted(language, fileName(path_));
+    const QString reason = reason_ ? shortenedMessage(reason_->inLanguage(language)) : QString();
     switch (kind_) {
         case Kind::unsupportedFile:
-            return text(language, appName + QStringLiteral(" пропустил ") + name + QLatin1Char('.'),
-                        appName + QStringLiteral(" skipped ") + name + QLatin1Char('.'));
+            return text(language, Text::unsupportedFileBody, {appName, name});
         case Kind::processingFailed:
-            return name + QStringLiteral(": ") + shortenedMessage(message_);
+            return name + QStringLiteral(": ") + reason;
         case Kind::watcherFailed:
-            return shortenedMessage(message_);
+            return reason;
         case Kind::alreadyOptimal:
-            return text(
-                language,
-                name + QStringLiteral(" оставлен без изменений: новый файл был бы тяжелее."),
-                name + QStringLiteral(" was left unchanged because the new file would be larger."));
+            return text(language, Text::alreadyOptimalBody, {name});
         case Kind::animatedImage:
-            return text(language,
-                        name + QStringLiteral(" не сжат: это анимация, а сжатая копия сохранила бы "
-                                              "только первый кадр."),
-                        name + QStringLiteral(" was not compressed: it is animated, and a "
-                                              "compressed copy would keep only its first frame."));
+            return text(language, Text::animatedImageBody, {name});
     }
     return {};
 }

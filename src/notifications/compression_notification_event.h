@@ -3,9 +3,10 @@
 // notification (at most once per dedupe key within the notification cooldown).
 #pragma once
 
-#include "model/app_language.h"
+#include "model/text_catalogue.h"
 
 #include <QString>
+#include <optional>
 
 namespace velt {
 
@@ -21,15 +22,16 @@ class CompressionNotificationEvent {
 
     static CompressionNotificationEvent unsupportedFile(const QString& path);
     static CompressionNotificationEvent processingFailed(const QString& path,
-                                                         const QString& message);
-    static CompressionNotificationEvent watcherFailed(const QString& message);
+                                                         const Message& reason);
+    static CompressionNotificationEvent watcherFailed(const Message& reason);
     static CompressionNotificationEvent alreadyOptimal(const QString& path);
     static CompressionNotificationEvent animatedImage(const QString& path);
 
     Kind kind() const { return kind_; }
     // The file concerned (empty for watcherFailed).
     const QString& path() const { return path_; }
-    const QString& message() const { return message_; }
+    // What went wrong (processingFailed and watcherFailed), put into words by body().
+    const std::optional<Message>& reason() const { return reason_; }
 
     // "unsupported:" / "failed:" / "optimal:" / "animated:" + standardised path, or "watcher".
     QString dedupeKey() const;
@@ -41,11 +43,11 @@ class CompressionNotificationEvent {
     bool operator==(const CompressionNotificationEvent&) const = default;
 
   private:
-    CompressionNotificationEvent(Kind kind, QString path, QString message);
+    CompressionNotificationEvent(Kind kind, QString path, std::optional<Message> reason);
 
     Kind kind_;
     QString path_;
-    QString message_;
+    std::optional<Message> reason_;
 };
 
 // Messages of 121 characters or more are cut to their first 117 and "..."; shorter ones whole.

@@ -75,8 +75,9 @@ bool NotificationManager::shouldSend(const QString& key) {
 
 void NotificationManager::deliver(const QString& key, const NotificationRequest& request) {
     const NotificationAuthorization authorization = backend_->authorizationStatus();
-    NativeLog::write(QStringLiteral("Notification deliver ") + key + QStringLiteral(" status=") +
-                     status(authorization));
+    // The key is quoted: "failed:/x" names a failed file, not a failed delivery.
+    NativeLog::write(QStringLiteral("Notification to deliver key=\"") + key +
+                     QStringLiteral("\" status=") + status(authorization));
     switch (authorization) {
         case NotificationAuthorization::authorized:
         case NotificationAuthorization::provisional:
@@ -95,7 +96,9 @@ void NotificationManager::deliver(const QString& key, const NotificationRequest&
             return;
         }
         case NotificationAuthorization::denied:
-            NativeLog::write(QStringLiteral("Notification denied by macOS: ") + key);
+            NativeLog::write(QStringLiteral("Notification not shown, no notification service on "
+                                            "the session bus: ") +
+                             key);
             return;
     }
 }

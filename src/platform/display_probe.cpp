@@ -63,7 +63,7 @@ bool waylandAnswers() {
     return display != nullptr;
 }
 
-QString tried() {
+QString displayNames() {
     QStringList names;
     for (const char* name : {"WAYLAND_DISPLAY", "DISPLAY"})
         if (!qEnvironmentVariableIsEmpty(name))
@@ -73,7 +73,7 @@ QString tried() {
 
 }  // namespace
 
-std::optional<DisplayChoice> reachableDisplay(QString* reason) {
+std::optional<DisplayChoice> reachableDisplay(QString* tried) {
     const QString requested = qEnvironmentVariable("QT_QPA_PLATFORM");
     const bool wayland = waylandAnswers();
     const bool x11 = x11Answers();
@@ -93,12 +93,7 @@ std::optional<DisplayChoice> reachableDisplay(QString* reason) {
     } else if (x11) {
         return DisplayChoice{QStringLiteral("xcb")};
     }
-    if (reason) {
-        const QString names = tried();
-        *reason = names.isEmpty() ? QStringLiteral("no display is set (DISPLAY, WAYLAND_DISPLAY)")
-                                  : QStringLiteral("the display cannot be reached (") + names +
-                                        QLatin1Char(')');
-    }
+    if (tried) *tried = displayNames();
     return std::nullopt;
 }
 

@@ -17,8 +17,8 @@ struct DisplayChoice {
     QString platform;
 };
 
-// What to start the desktop program on, or nothing when no display answers; `reason` then
-// says in one line which displays were tried.
-std::optional<DisplayChoice> reachableDisplay(QString* reason);
+// What to start the desktop program on, or nothing when no display answers; `tried` then names
+// the displays that were tried ("WAYLAND_DISPLAY=wayland-0, DISPLAY=:0"; empty when none is set).
+std::optional<DisplayChoice> reachableDisplay(QString* tried);
 
 }  // namespace velt

@@ -2,6 +2,7 @@
 
 #include "model/constants.h"
 #include "model/native_log.h"
+#include "ui/file_reveal.h"
 
 #include <QDesktopServices>
 #include <QFileDialog>
@@ -50,16 +51,8 @@ bool DesktopPresenter::confirm(const QString& message, const QString& informativ
     return box.clickedButton() == confirmed;
 }
 
-void DesktopPresenter::showError(const QString& description, QObject* window) {
-    QWidget* parent = sheetParent(window);
-    QMessageBox box(QMessageBox::Critical, appName, description, QMessageBox::Ok, parent);
-    prepare(box, parent);
-    box.exec();
-}
-
-void DesktopPresenter::openFolder(const QString& path) {
-    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
-        NativeLog::write(QStringLiteral("Could not open folder ") + path);
+void DesktopPresenter::showInFileBrowser(const QString& path, std::function<void()> notShown) {
+    showInFileManager(path, std::move(notShown));
 }
 
 void DesktopPresenter::openURL(const QString& url) {
@@ -67,9 +60,11 @@ void DesktopPresenter::openURL(const QString& url) {
         NativeLog::write(QStringLiteral("Could not open ") + url);
 }
 
-std::optional<QString> DesktopPresenter::chooseFolder(const QString& title, QObject* window) {
+std::optional<QString> DesktopPresenter::chooseFolder(const QString& title,
+                                                      const QString& startFolder,
+                                                      QObject* window) {
     QWidget* parent = sheetParent(window);
-    QFileDialog dialog(parent, title);
+    QFileDialog dialog(parent, title, startFolder);
     dialog.setFileMode(QFileDialog::Directory);
     dialog.setOption(QFileDialog::ShowDirsOnly);
     if (parent) dialog.setWindowModality(Qt::WindowModal);

@@ -16,10 +16,10 @@ class DesktopPresenter : public Presenter {
     bool confirm(const QString& message, const QString& informativeText,
                  const QString& confirmButton, const QString& cancelButton,
                  QObject* window) override;
-    void showError(const QString& description, QObject* window) override;
-    void openFolder(const QString& path) override;
+    void showInFileBrowser(const QString& path, std::function<void()> notShown) override;
     void openURL(const QString& url) override;
-    std::optional<QString> chooseFolder(const QString& title, QObject* window) override;
+    std::optional<QString> chooseFolder(const QString& title, const QString& startFolder,
+                                        QObject* window) override;
 };
 
 }  // namespace velt::ui

@@ -45,6 +45,7 @@ DesktopShell::~DesktopShell() = default;
 
 void DesktopShell::createStatusItem(AppStore& store) {
     store_ = &store;
+    qtTranslations_.follow(store.config().language);
     PopoverViewController::Callbacks callbacks;
     callbacks.onOpenSettings = [this] { openSettings(); };
     callbacks.onOpenHistory = [this] { openHistory(); };
@@ -104,6 +105,7 @@ void DesktopShell::setStatusToolTip(const QString& toolTip) {
 }
 
 void DesktopShell::refreshPanel() {
+    qtTranslations_.follow(store_->config().language);
     if (panel_) panel_->content()->render();
     if (settings_) settings_->render();
     if (history_) history_->render();
@@ -144,7 +146,8 @@ void DesktopShell::openHistory() {
     hidePopupPanel();
     if (!history_)
         history_ =
-            std::make_unique<HistoryWindowController>(*store_, presenter_, revealInFileManager);
+            std::make_unique<HistoryWindowController>(
+                *store_, presenter_, [this](const QString& path) { store_->showInFileBrowser(path); });
     history_->showWindow();
 }
 
@@ -180,24 +183,15 @@ void DesktopShell::panelClosedByUser() {
     if (closeHintShown_) return;
     closeHintShown_ = true;
     const AppConfig& config = store_->config();
-    const auto t = [&config](const QString& russian, const QString& english) {
-        return text(config.language, russian, english);
-    };
+    const AppLanguage language = config.language;
     QString body;
-    if (store_->isRunning() && config.watchDirectory) {
-        const QString name = QFileInfo(*config.watchDirectory).fileName();
-        body = t(QStringLiteral("Папка «") + name + QStringLiteral("» по-прежнему сжимается. "),
-                 QStringLiteral("The folder “") + name +
-                     QStringLiteral("” is still being compressed. "));
-    }
-    body += t(QStringLiteral("Чтобы открыть окно снова, запустите ") + appName +
-                  QStringLiteral(" ещё раз или выполните velt-compressor --show-panel."),
-              QStringLiteral("To open the window again, launch ") + appName +
-                  QStringLiteral(" once more or run velt-compressor --show-panel."));
+    if (store_->isRunning() && config.watchDirectory)
+        body = text(language, Text::windowClosedFolder,
+                    {QFileInfo(*config.watchDirectory).fileName()});
+    body += text(language, Text::windowClosedHowToReopen, {appName});
     NativeLog::write(QStringLiteral("Panel window closed; the program keeps running"));
     store_->notificationManager().sendMessage(config, QStringLiteral("window-closed"),
-                                              t(appName + QStringLiteral(" продолжает работать"),
-                                                appName + QStringLiteral(" keeps running")),
+                                              text(language, Text::windowClosedTitle, {appName}),
                                               body);
 }
 

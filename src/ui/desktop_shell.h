@@ -12,6 +12,7 @@
 #include "app/app_delegate.h"
 #include "app/command_line.h"
 #include "ui/desktop_presenter.h"
+#include "ui/qt_translations.h"
 #include "ui/tray_monitor.h"
 #include "ui/tray_status_item.h"
 
@@ -58,6 +59,7 @@ class DesktopShell : public StatusBarShell {
     bool followTrays_;
     AppStore* store_ = nullptr;
     DesktopPresenter presenter_;
+    QtTranslations qtTranslations_;
     QString title_;
     QString toolTip_;
     bool closeHintShown_ = false;

@@ -7,13 +7,10 @@
 namespace velt::ui {
 
 QString historyColumnTitle(const QString& identifier, AppLanguage language) {
-    if (identifier == QLatin1String("file"))
-        return text(language, QStringLiteral("Файл"), QStringLiteral("File"));
-    if (identifier == QLatin1String("result"))
-        return text(language, QStringLiteral("Результат"), QStringLiteral("Result"));
-    if (identifier == QLatin1String("saved"))
-        return text(language, QStringLiteral("Экономия"), QStringLiteral("Saved"));
-    return text(language, QStringLiteral("Дата"), QStringLiteral("Date"));
+    if (identifier == QLatin1String("file")) return text(language, Text::historyColumnFile);
+    if (identifier == QLatin1String("result")) return text(language, Text::historyColumnResult);
+    if (identifier == QLatin1String("saved")) return text(language, Text::historyColumnSaved);
+    return text(language, Text::historyColumnDate);
 }
 
 int historyColumnWidth(const QString& identifier) {
@@ -26,17 +23,14 @@ int historyColumnWidth(const QString& identifier) {
 QString historyByteCount(std::int64_t bytes, AppLanguage language) {
     const QLocale locale(language == AppLanguage::english ? QStringLiteral("en_US")
                                                           : QStringLiteral("ru_RU"));
-    const auto unit = [language](const char* russian, const char* english) {
-        return text(language, QString::fromUtf8(russian), QString::fromUtf8(english));
-    };
     const double value = static_cast<double>(std::max<std::int64_t>(bytes, 0));
     // A unit is used once the amount rounds to at least one of it.
     if (value >= 999'500'000.0)
-        return locale.toString(value / 1e9, 'f', 2) + QLatin1Char(' ') + unit("ГБ", "GB");
+        return text(language, Text::unitGigabytes, {locale.toString(value / 1e9, 'f', 2)});
     if (value >= 999'500.0)
-        return locale.toString(value / 1e6, 'f', 1) + QLatin1Char(' ') + unit("МБ", "MB");
+        return text(language, Text::unitMegabytes, {locale.toString(value / 1e6, 'f', 1)});
     const double kilobytes = value > 0 ? std::max(1.0, std::round(value / 1e3)) : 0.0;
-    return locale.toString(kilobytes, 'f', 0) + QLatin1Char(' ') + unit("КБ", "KB");
+    return text(language, Text::unitKilobytes, {locale.toString(kilobytes, 'f', 0)});
 }
 
 QString historyDate(const QDateTime& date, AppLanguage language) {
@@ -66,14 +60,10 @@ QString historyCellText(const CompressionHistoryEntry& entry, const QString& ide
 }
 
 QString historySummary(const CompressionHistory& history, AppLanguage language) {
-    if (history.empty())
-        return text(language, QStringLiteral("Здесь появятся обработанные файлы и ошибки."),
-                    QStringLiteral("Processed files and errors will appear here."));
-    const QString count = QString::number(history.size());
-    const QString saved = historyByteCount(totalSavedBytes(history), language);
-    return text(language,
-                QStringLiteral("Операций: ") + count + QStringLiteral(" · Сэкономлено: ") + saved,
-                QStringLiteral("Operations: ") + count + QStringLiteral(" · Saved: ") + saved);
+    if (history.empty()) return text(language, Text::historySummaryEmpty);
+    return text(language, Text::historySummary,
+                {QString::number(history.size()),
+                 historyByteCount(totalSavedBytes(history), language)});
 }
 
 }  // namespace velt::ui

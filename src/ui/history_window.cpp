@@ -2,7 +2,6 @@
 
 #include "app/app_store.h"
 #include "model/constants.h"
-#include "model/undo_texts.h"
 #include "ui/history_table_model.h"
 #include "ui/history_text.h"
 #include "ui/layout.h"
@@ -83,16 +82,10 @@ HistoryViewController::~HistoryViewController() = default;
 void HistoryViewController::render() {
     const AppLanguage language = store_.config().language;
     const auto& history = store_.history();
-    titleLabel_->setText(
-        text(language, QStringLiteral("История сжатий"), QStringLiteral("Compression history")));
-    clearButton_->setText(
-        text(language, QStringLiteral("Очистить историю"), QStringLiteral("Clear history")));
+    titleLabel_->setText(text(language, Text::historyTitle));
+    clearButton_->setText(text(language, Text::historyClear));
     clearButton_->setAccessibleName(clearButton_->text());
-    emptyLabel_->setText(text(language,
-                              QStringLiteral("История пока пуста. Добавьте изображение в "
-                                             "выбранную папку — результат появится здесь."),
-                              QStringLiteral("History is empty. Add an image to the selected "
-                                             "folder and its result will appear here.")));
+    emptyLabel_->setText(text(language, Text::historyEmpty));
     summaryLabel_->setText(historySummary(history, language));
     // The store changes with every progress step; the table is rebuilt only when the list or
     // the language did, so the reader's scroll position and selection stay.
@@ -133,10 +126,10 @@ void HistoryViewController::showRowMenu(const QPoint& position) {
         entry.outputURL && QFileInfo::exists(*entry.outputURL) ? *entry.outputURL : entry.sourceURL;
     auto* menu = new QMenu(this);
     menu->setAttribute(Qt::WA_DeleteOnClose);
-    QAction* open = menu->addAction(undoText(UndoText::openFile, language), this, [this, file] {
+    QAction* open = menu->addAction(text(language, Text::buttonOpen), this, [this, file] {
         presenter_.openURL(QUrl::fromLocalFile(file).toString());
     });
-    QAction* show = menu->addAction(undoText(UndoText::showInFileManager, language), this,
+    QAction* show = menu->addAction(text(language, Text::historyShowInFileManager), this,
                                     [this, file] { reveal_(file); });
     open->setEnabled(QFileInfo::exists(file));
     show->setEnabled(QFileInfo::exists(file));
@@ -145,7 +138,7 @@ void HistoryViewController::showRowMenu(const QPoint& position) {
         const bool kept = entry.outputURL && entry.outputURL->contains(compressedFileSuffix);
         menu->addSeparator();
         menu->addAction(
-            undoText(kept ? UndoText::removeCompressedCopy : UndoText::restoreOriginal, language),
+            text(language, kept ? Text::historyRemoveCompressedCopy : Text::historyRestoreOriginal),
             this, [this, file] { store_.restore(file, window()); });
     }
     menu->popup(tableView_->viewport()->mapToGlobal(position));
@@ -154,14 +147,8 @@ void HistoryViewController::showRowMenu(const QPoint& position) {
 void HistoryViewController::clear() {
     const AppLanguage language = store_.config().language;
     const bool confirmed = presenter_.confirm(
-        text(language, QStringLiteral("Очистить историю?"), QStringLiteral("Clear history?")),
-        text(language,
-             QStringLiteral("Файлы и бэкапы останутся на месте. Будет удалён только список "
-                            "операций."),
-             QStringLiteral("Files and backups will stay in place. Only the activity list will "
-                            "be removed.")),
-        text(language, QStringLiteral("Очистить"), QStringLiteral("Clear")),
-        text(language, QStringLiteral("Отмена"), QStringLiteral("Cancel")), this);
+        text(language, Text::clearHistoryQuestion), text(language, Text::clearHistoryExplanation),
+        text(language, Text::buttonClear), text(language, Text::buttonCancel), this);
     if (confirmed) store_.clearHistory();
 }
 
@@ -180,8 +167,7 @@ HistoryWindowController::HistoryWindowController(AppStore& store, Presenter& pre
 HistoryWindowController::~HistoryWindowController() = default;
 
 void HistoryWindowController::render() {
-    window_->setWindowTitle(text(store_.config().language, QStringLiteral("История сжатий"),
-                                 QStringLiteral("Compression history")));
+    window_->setWindowTitle(text(store_.config().language, Text::historyTitle));
     view_->render();
 }
 

@@ -188,26 +188,20 @@ std::vector<RowButton*> PopoverViewController::actionRows() const {
 }
 
 void PopoverViewController::applyTexts(AppLanguage language) {
-    const auto t = [language](const char* russian, const char* english) {
-        return text(language, QString::fromUtf8(russian), QString::fromUtf8(english));
-    };
-    compressionSwitchRow_->setTitleText(t("Сжимать автоматически", "Compress automatically"));
-    folderRow_->setTitleText(t("Изменить папку для сжатия", "Change compression folder"));
-    presetRow_->setTitleText(t("Степень сжатия", "Compression level"));
-    formatRow_->setTitleText(t("Формат вывода", "Output format"));
-    originalRow_->setTitleText(t("Исходник", "Original"));
-    openFolderRow_->setTitleText(t("Открыть папку сжатия", "Open compression folder"));
-    historyRow_->setTitleText(t("История сжатий", "Compression history"));
-    settingsRow_->setTitleText(t("Настройки", "Settings"));
-    websiteRow_->setTitleText(t("Открыть сайт VELT", "Open VELT website"));
-    quitRow_->setTitleText(t("Выйти из VELT | Compressor", "Quit VELT | Compressor"));
-    onboardingTitleLabel_->setText(t("Выберите папку для сжатия", "Choose a compression folder"));
-    onboardingBodyLabel_->setText(
-        t("Новые изображения в этой папке будут сжиматься автоматически. Всё работает локально, "
-          "исходники можно сохранять.",
-          "New images in this folder will be compressed automatically. Everything stays local, "
-          "and originals can be kept."));
-    onboardingButton_->setText(t("Выбрать папку", "Choose folder"));
+    const auto t = [language](Text id) { return text(language, id); };
+    compressionSwitchRow_->setTitleText(t(Text::panelCompressAutomatically));
+    folderRow_->setTitleText(t(Text::panelChangeFolder));
+    presetRow_->setTitleText(t(Text::panelCompressionLevel));
+    formatRow_->setTitleText(t(Text::panelOutputFormat));
+    originalRow_->setTitleText(t(Text::panelOriginal));
+    openFolderRow_->setTitleText(t(Text::panelOpenFolder));
+    historyRow_->setTitleText(t(Text::panelHistory));
+    settingsRow_->setTitleText(t(Text::panelSettings));
+    websiteRow_->setTitleText(t(Text::panelOpenWebsite));
+    quitRow_->setTitleText(text(language, Text::panelQuit, {appName}));
+    onboardingTitleLabel_->setText(t(Text::onboardingTitle));
+    onboardingBodyLabel_->setText(t(Text::onboardingBody));
+    onboardingButton_->setText(t(Text::onboardingButton));
     fillPopups(language);
 }
 
@@ -251,7 +245,8 @@ void PopoverViewController::render() {
     compressionSwitchRow_->control()->setChecked(store_.isRunning());
     folderRow_->setSubtitleText(config.watchDirectory ? QFileInfo(*config.watchDirectory).fileName()
                                                       : QString());
-    const QString error = store_.watcherError().value_or(QString());
+    const QString error =
+        store_.watcherError() ? store_.watcherError()->inLanguage(config.language) : QString();
     errorLabel_->setText(error);
     errorLabel_->setVisible(!error.isEmpty());
     for (int i = 0; i < 5; ++i)

@@ -3,7 +3,6 @@
 #include "app/app_store.h"
 #include "app/version.h"
 #include "model/constants.h"
-#include "model/undo_texts.h"
 #include "ui/history_text.h"
 #include "ui/layout.h"
 #include "ui/popup_helpers.h"
@@ -112,14 +111,12 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
     }
     contentHost_ = new QWidget(this);
     layout()->addWidget(contentHost_);
-    const auto t = [language](const char* russian, const char* english) {
-        return text(language, QString::fromUtf8(russian), QString::fromUtf8(english));
-    };
+    const auto t = [language](Text id) { return text(language, id); };
     auto* stack = new QVBoxLayout(contentHost_);
     stack->setContentsMargins(0, 0, 0, 0);
     stack->setSpacing(0);
 
-    auto* pageTitle = new QLabel(t("Настройки", "Settings"), contentHost_);
+    auto* pageTitle = new QLabel(t(Text::settingsTitle), contentHost_);
     pageTitle->setFont(uiFont(18));
     pageTitle->setFixedWidth(320);
     stack->addWidget(pageTitle);
@@ -134,11 +131,11 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
         return card;
     };
 
-    SettingsCard* application = section(t("Приложение", "Application"));
+    SettingsCard* application = section(t(Text::settingsApplication));
     autostartSwitch_ = new SwitchControl(contentHost_);
     connect(autostartSwitch_, &QAbstractButton::clicked, this,
             [this](bool on) { store_.setAutostart(on); });
-    application->addRow(t("Запускать при входе в систему", "Launch at login"), autostartSwitch_);
+    application->addRow(t(Text::settingsLaunchAtLogin), autostartSwitch_);
     languagePopup_ = new QComboBox(contentHost_);
     languagePopup_->setFont(uiFont(12.5));
     acceptWheelOnlyWithFocus(languagePopup_);
@@ -149,22 +146,22 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
         const auto chosen = value ? appLanguageFromRawValue(*value) : std::nullopt;
         if (chosen && *chosen != store_.config().language) store_.setLanguage(*chosen);
     });
-    application->addRow(t("Язык интерфейса", "Interface language"), languagePopup_);
+    application->addRow(t(Text::settingsLanguage), languagePopup_);
 
-    SettingsCard* menuBar = section(t("Менюбар", "Menu bar"));
+    SettingsCard* menuBar = section(t(Text::settingsMenuBar));
     menuBarProgressSwitch_ = new SwitchControl(contentHost_);
     connect(menuBarProgressSwitch_, &QAbstractButton::clicked, this,
             [this](bool on) { store_.setShowMenuBarProgress(on); });
-    menuBar->addRow(t("Прогресс сжатия", "Compression progress"), menuBarProgressSwitch_);
+    menuBar->addRow(t(Text::settingsProgress), menuBarProgressSwitch_);
     notificationsSwitch_ = new SwitchControl(contentHost_);
     connect(notificationsSwitch_, &QAbstractButton::clicked, this,
             [this](bool on) { store_.setNotificationsEnabled(on); });
-    menuBar->addRow(t("Системные уведомления", "System notifications"), notificationsSwitch_);
+    menuBar->addRow(t(Text::settingsNotifications), notificationsSwitch_);
 
-    SettingsCard* files = section(t("Файлы", "Files"));
-    QPushButton* change = actionButton(t("Изменить", "Change"), contentHost_);
+    SettingsCard* files = section(t(Text::settingsFiles));
+    QPushButton* change = actionButton(t(Text::settingsChange), contentHost_);
     connect(change, &QPushButton::clicked, this, [this] { store_.selectWatchDirectory(this); });
-    files->addRow(t("Папка сжатия", "Compression folder"), change);
+    files->addRow(t(Text::settingsFolder), change);
     metadataPopup_ = new QComboBox(contentHost_);
     metadataPopup_->setFont(uiFont(12.5));
     acceptWheelOnlyWithFocus(metadataPopup_);
@@ -185,26 +182,27 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
         config.metadataPolicy = *chosen;
         store_.setConfig(config);
     });
-    files->addRow(t("Метаданные фото", "Photo metadata"), metadataPopup_);
+    files->addRow(t(Text::settingsMetadata), metadataPopup_);
     auto* backups = new QWidget(contentHost_);
     auto* backupButtons = new QHBoxLayout(backups);
     backupButtons->setContentsMargins(0, 0, 0, 0);
     backupButtons->setSpacing(6);
-    QPushButton* open = actionButton(t("Открыть", "Open"), backups);
+    QPushButton* open = actionButton(t(Text::buttonOpen), backups);
     connect(open, &QPushButton::clicked, this, [this] { store_.openBackupDirectory(); });
-    QPushButton* clear = actionButton(t("Очистить", "Clear"), backups);
+    QPushButton* clear = actionButton(t(Text::buttonClear), backups);
     connect(clear, &QPushButton::clicked, this, [this] { store_.clearBackups(this); });
     backupButtons->addWidget(open);
     backupButtons->addWidget(clear);
-    files->addRow(t("Бэкапы", "Backups"), backups);
+    files->addRow(t(Text::settingsBackups), backups);
     retentionPopup_ = new QComboBox(contentHost_);
     retentionPopup_->setFont(uiFont(12.5));
     acceptWheelOnlyWithFocus(retentionPopup_);
     retentionPopup_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     QStringList retentionTitles, retentionValues;
     for (const int days : backupRetentionChoices) {
-        retentionTitles << (days == 0 ? undoText(UndoText::keepForever, language)
-                                      : undoText(UndoText::keepDays, language).arg(days));
+        retentionTitles << (days == 0
+                                ? text(language, Text::settingsKeepForever)
+                                : text(language, Text::settingsKeepDays, {QString::number(days)}));
         retentionValues << QString::number(days);
     }
     fillPopup(retentionPopup_, retentionTitles, retentionValues,
@@ -217,28 +215,27 @@ void SettingsViewController::rebuildContent(AppLanguage language) {
         store_.setConfig(config);
         showBackupUsage();
     });
-    files->addRow(undoText(UndoText::keepBackups, language), retentionPopup_);
+    files->addRow(t(Text::settingsKeepBackups), retentionPopup_);
     backupUsageLabel_ = new QLabel(contentHost_);
     backupUsageLabel_->setFont(uiFont(12));
     files->addLine(backupUsageLabel_);
     showBackupUsage();
-    QPushButton* again =
-        actionButton(t("Сжать папку заново", "Compress the folder again"), contentHost_);
+    QPushButton* again = actionButton(t(Text::settingsCompressAgain), contentHost_);
     connect(again, &QPushButton::clicked, this, [this] { store_.compressFolderAgain(this); });
     files->addLine(again);
 
-    SettingsCard* about = section(t("О программе", "About"));
+    SettingsCard* about = section(t(Text::settingsAbout));
     auto* version = new QLabel(
         appName + QLatin1Char(' ') + displayVersion(QString::fromUtf8(veltVersion)), contentHost_);
     version->setFont(uiFont(13, QFont::Medium));
     about->addLine(version);
     updateButton_ = actionButton(store_.updateButtonTitle(), contentHost_);
     connect(updateButton_, &QPushButton::clicked, this, [this] { store_.checkUpdates(this); });
-    about->addRow(t("Проверить обновления", "Check updates"), updateButton_);
-    QPushButton* website = actionButton(t("Открыть", "Open"), contentHost_);
+    about->addRow(t(Text::settingsCheckUpdates), updateButton_);
+    QPushButton* website = actionButton(t(Text::buttonOpen), contentHost_);
     website->setObjectName(QStringLiteral("website"));
     connect(website, &QPushButton::clicked, this, [this] { store_.openWebsite(); });
-    about->addRow(t("Сайт VELT", "VELT website"), website);
+    about->addRow(t(Text::settingsWebsite), website);
     stack->addStretch(1);
     contentHost_->show();
 }
@@ -290,8 +287,7 @@ SettingsWindowController::~SettingsWindowController() = default;
 
 void SettingsWindowController::render() {
     const AppLanguage language = store_.config().language;
-    window_->setWindowTitle(
-        text(language, QStringLiteral("Настройки"), QStringLiteral("Settings")));
+    window_->setWindowTitle(text(language, Text::settingsTitle));
     view_->render();
     if (fittedLanguage_ == language) return;
     fitToContent();
@@ -300,9 +296,10 @@ void SettingsWindowController::render() {
 
 void SettingsViewController::showBackupUsage() {
     const BackupUsage usage = store_.backupUsage();
-    backupUsageLabel_->setText(undoText(UndoText::backupsSize, store_.config().language)
-                                   .arg(usage.files)
-                                   .arg(historyByteCount(usage.bytes, store_.config().language)));
+    const AppLanguage language = store_.config().language;
+    backupUsageLabel_->setText(
+        text(language, Text::settingsBackupsSize,
+             {QString::number(usage.files), historyByteCount(usage.bytes, language)}));
 }
 
 void SettingsWindowController::showWindow() {

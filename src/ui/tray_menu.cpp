@@ -9,24 +9,18 @@ namespace velt::ui {
 
 std::vector<TrayMenuEntry> trayMenuEntries(const AppStore& store) {
     const AppLanguage language = store.config().language;
-    const auto t = [language](const char* russian, const char* english) {
-        return text(language, QString::fromUtf8(russian), QString::fromUtf8(english));
-    };
+    const auto t = [language](Text id) { return text(language, id); };
     const bool hasFolder = store.config().watchDirectory.has_value();
     const auto id = [](TrayCommand command) { return static_cast<int>(command); };
     return {
-        {id(TrayCommand::showPanel), t("Показать панель", "Show panel")},
+        {id(TrayCommand::showPanel), t(Text::trayShowPanel)},
         {id(TrayCommand::toggleCompression),
-         store.isRunning() ? t("Приостановить сжатие", "Pause compression")
-                           : t("Возобновить сжатие", "Resume compression"),
-         hasFolder},
-        {id(TrayCommand::openFolder), t("Открыть папку сжатия", "Open compression folder"),
-         hasFolder},
-        {id(TrayCommand::history), t("История сжатий", "Compression history")},
-        {id(TrayCommand::settings), t("Настройки", "Settings")},
+         t(store.isRunning() ? Text::trayPause : Text::trayResume), hasFolder},
+        {id(TrayCommand::openFolder), t(Text::panelOpenFolder), hasFolder},
+        {id(TrayCommand::history), t(Text::panelHistory)},
+        {id(TrayCommand::settings), t(Text::panelSettings)},
         {0, QString()},
-        {id(TrayCommand::quit),
-         text(language, QStringLiteral("Выйти из ") + appName, QStringLiteral("Quit ") + appName)},
+        {id(TrayCommand::quit), text(language, Text::panelQuit, {appName})},
     };
 }
 

@@ -64,69 +64,32 @@ QString AppUpdateError::errorDescription() const {
 QString AppUpdateError::userMessage(AppLanguage language) const {
     switch (kind_) {
         case Kind::invalidManifest:
-            return text(language, QStringLiteral("Сервер обновлений вернул некорректные данные."),
-                        QStringLiteral("The update server returned invalid data."));
+            return text(language, Text::updateInvalidManifest);
         case Kind::httpStatus:
-            return text(language,
-                        QStringLiteral("Сервер обновлений временно недоступен. Повторите "
-                                       "попытку позже."),
-                        QStringLiteral("The update server is temporarily unavailable. Try again "
-                                       "later."));
+            return text(language, Text::updateServerUnavailable);
         case Kind::unsupportedSystem:
-            return text(language,
-                        QStringLiteral("Эта версия требует glibc ") + message_ +
-                            QStringLiteral(" или новее."),
-                        QStringLiteral("This update requires glibc ") + message_ +
-                            QStringLiteral(" or newer."));
+            return text(language, Text::updateNeedsGlibc, {message_});
         case Kind::installation:
-            return text(language,
-                        QStringLiteral("Не удалось заменить приложение. Оно будет оставлено без "
-                                       "изменений."),
-                        QStringLiteral("The app could not be replaced. It was left unchanged."));
+            return text(language, Text::updateInstallationFailed);
         case Kind::noUpdatePackage:
-            return text(language,
-                        QStringLiteral("Файл обновления больше недоступен. Проверьте обновления "
-                                       "ещё раз."),
-                        QStringLiteral("The update package is no longer available. Check "
-                                       "again."));
+            return text(language, Text::updatePackageGone);
         case Kind::appRunningFromDiskImage:
-            return text(language,
-                        QStringLiteral("Сначала переместите приложение в папку, доступную для "
-                                       "записи, и запустите его оттуда."),
-                        QStringLiteral("Move the app to a folder you can write to and launch it "
-                                       "from there first."));
+            return text(language, Text::updateBundleNotWritable);
         case Kind::updaterHelperMissing:
-            return text(language,
-                        QStringLiteral("В сборке отсутствует компонент обновления. Скачайте "
-                                       "приложение заново."),
-                        QStringLiteral("The update component is missing from this build. "
-                                       "Download the app again."));
+            return text(language, Text::updateHelperMissing);
         case Kind::checksumMismatch:
-            return text(language,
-                        QStringLiteral("Файл обновления повреждён или не совпадает с "
-                                       "опубликованной сборкой."),
-                        QStringLiteral("The update file is damaged or does not match the "
-                                       "published build."));
+            return text(language, Text::updateChecksumMismatch);
         case Kind::signatureRejected:
-            return text(language,
-                        QStringLiteral("Подпись файла обновления не подтверждена. Приложение "
-                                       "оставлено без изменений."),
-                        QStringLiteral("The update file's signature could not be verified. The "
-                                       "app was left unchanged."));
+            return text(language, Text::updateSignatureRejected);
         case Kind::updateKeyMissing:
-            return text(language,
-                        QStringLiteral("Эта сборка не может проверять обновления. Скачайте новую "
-                                       "версию с сайта."),
-                        QStringLiteral("This build cannot verify updates. Download the new "
-                                       "version from the website."));
+            return text(language, Text::updateKeyMissing);
     }
     return {};
 }
 
 QString UpdateFailure::userMessage(AppLanguage language) const {
     if (error) return error->userMessage(language);
-    return text(language, QStringLiteral("Проверьте подключение к интернету и повторите попытку."),
-                QStringLiteral("Check your internet connection and try again."));
+    return text(language, Text::updateNoConnection);
 }
 
 }  // namespace velt

@@ -4,7 +4,7 @@
 // JSON error known only by its description, which the user sees as a connection problem.
 #pragma once
 
-#include "model/app_language.h"
+#include "model/text_catalogue.h"
 
 #include <QString>
 #include <exception>

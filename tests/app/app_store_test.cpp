@@ -104,6 +104,20 @@ TEST_F(StoreTest, ABookmarkThatNamesNoPathFallsBackToTheStoredFolder) {
               5);
 }
 
+// With no folder in use, the folder chooser opens on Pictures, never where the program was started
+// from (the folder in use: the settings window's test).
+TEST(FolderChooser, StartsInPicturesWithoutAFolder) {
+    StoreFixture fixture;
+    QTemporaryDir pictures;
+    QDir().mkpath(fixture.data.file(QStringLiteral("xdg")));
+    writeFile(fixture.data.file(QStringLiteral("xdg/user-dirs.dirs")),
+              "XDG_PICTURES_DIR=\"" + pictures.path().toUtf8() + "\"\n");
+    ScriptedPresenter presenter;
+    AppStore store(&presenter);
+    store.selectWatchDirectory(nullptr);
+    EXPECT_EQ(presenter.chooserStartFolders, QStringList{pictures.path()});
+}
+
 TEST(ProtectedFolders, PathsInsideAUserFolderAreProtected) {
     const QStringList folders = {QStringLiteral("/home/ann/Pictures"),
                                  QStringLiteral("/home/ann/Downloads")};

@@ -18,10 +18,6 @@ TEST(CommandLine, AcceptsEveryModeAndSetting) {
     EXPECT_EQ(settings.action, CommandLineRequest::Action::run);
     EXPECT_EQ(settings.open, CommandLineRequest::DesktopPart::settings);
     EXPECT_EQ(settings.watchDirectory, dir);
-    const auto refused = parseCommandLine(words("--update --once DIR", dir));
-    ASSERT_TRUE(std::holds_alternative<CommandLineError>(refused));
-    EXPECT_EQ(std::get<CommandLineError>(refused).message,
-              QStringLiteral("--once cannot be combined with --update"));
     const CommandLineRequest once = request(
         "--once=DIR --preset gentle --format webp --original=replace --quality jpeg=55 "
         "--quality heic=0 --metadata=keepAll");

@@ -3,6 +3,7 @@
 
 #include "imageio/image_io.h"
 #include "model/config_file.h"
+#include "model/text_catalogue.h"
 
 #include <QDirIterator>
 #include <QRegularExpression>
@@ -11,7 +12,9 @@
 namespace velt::testing {
 namespace {
 
+// The command line speaks the saved language whatever LANG says: Russian until English is chosen.
 TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) {
+    environment_.insert(QStringLiteral("LANG"), QStringLiteral("en_US.UTF-8"));
     const struct {
         const char* arguments;  // DIR is the empty test folder
         int exitCode;
@@ -20,36 +23,35 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
     } cases[] = {
         // Nothing before the last argument error writes anything.
         {"--version", 0, "VELT | Compressor 1.", false},
-        {"--version -h", 0, "Usage: velt-compressor", false},
-        {"--frobnicate", 2, "unknown option: --frobnicate", true},
-        {"DIR", 2, "unknown option: ", true},
-        {"--preset fast", 2, "bad value for --preset: \"fast\"", true},
-        {"--format=gif", 2, "bad value for --format: \"gif\"", true},
-        {"--original delete", 2, "bad value for --original", true},
-        {"--metadata none", 2, "bad value for --metadata: \"none\"", true},
-        {"--once DIR --metadata", 2, "missing value for --metadata", true},
-        {"--once DIR --quality jpeg=101", 2, "bad value for --quality", true},
-        {"--quality jpeg=-1", 2, "bad value for --quality", true},
-        {"--quality jpg=50", 2, "bad value for --quality", true},
-        {"--quality jpeg=high", 2, "bad value for --quality", true},
-        {"--once", 2, "missing value for --once", true},
-        {"--once DIR/missing", 2, "folder not found: ", true},
-        {"--headless --once DIR", 2, "--once cannot be combined with --headless", true},
-        {"--once DIR --watch DIR", 2, "--watch cannot be combined with --once", true},
-        {"--headless=yes", 2, "--headless takes no value", true},
-        {"--once DIR --jobs 0", 2, "bad value for --jobs: \"0\"", true},
-        {"--once DIR --jobs=257", 2, "bad value for --jobs: \"257\"", true},
-        {"--once DIR --jobs many", 2, "bad value for --jobs", true},
-        {"--headless --jobs 2", 2, "--jobs goes with --once", true},
-        {"--settings --headless", 2, "--settings cannot be combined with --headless", true},
-        {"--history --show-panel", 2, "--show-panel cannot be combined with --history", true},
-        {"--settings=yes", 2, "--settings takes no value", true},
-        {"--headless --redo", 2, "--redo goes with --once", true},
-        {"--once DIR --redo=yes", 2, "--redo takes no value", true},
-        {"--restore", 2, "missing value for --restore", true},
-        {"--once DIR --restore DIR/a.jpg", 2, "--restore cannot be combined with --once", true},
-        {"--once DIR", 0, "compressed 0, already optimal 0, failed 0, saved 0 B\n", false},
+        {"--version -h", 0, "Запуск: velt-compressor", false},
+        {"--frobnicate", 2, "неизвестный параметр: --frobnicate", true},
+        {"--preset fast", 2, "неверное значение для --preset: \"fast\"", true},
+        {"--format=gif", 2, "неверное значение для --format: \"gif\"", true},
+        {"--original delete", 2, "неверное значение для --original", true},
+        {"--metadata none", 2, "неверное значение для --metadata: \"none\"", true},
+        {"--once DIR --metadata", 2, "нет значения для --metadata", true},
+        {"--once DIR --quality jpeg=101", 2, "неверное значение для --quality", true},
+        {"--quality jpeg=-1", 2, "неверное значение для --quality", true},
+        {"--quality jpg=50", 2, "неверное значение для --quality", true},
+        {"--quality jpeg=high", 2, "неверное значение для --quality", true},
+        {"--once", 2, "нет значения для --once", true},
+        {"--once DIR/missing", 2, "папка не найдена: ", true},
+        {"--headless --once DIR", 2, "--once нельзя сочетать с --headless", true},
+        {"--once DIR --watch DIR", 2, "--watch нельзя сочетать с --once", true},
+        {"--headless=yes", 2, "--headless не принимает значения", true},
+        {"--once DIR --jobs 0", 2, "неверное значение для --jobs: \"0\"", true},
+        {"--once DIR --jobs=257", 2, "неверное значение для --jobs: \"257\"", true},
+        {"--once DIR --jobs many", 2, "неверное значение для --jobs", true},
+        {"--headless --jobs 2", 2, "--jobs используется только с --once", true},
+        {"--settings --headless", 2, "--settings нельзя сочетать с --headless", true},
+        {"--history --show-panel", 2, "--show-panel нельзя сочетать с --history", true},
+        {"--settings=yes", 2, "--settings не принимает значения", true},
+        {"--headless --redo", 2, "--redo используется только с --once", true},
+        {"--once DIR --redo=yes", 2, "--redo не принимает значения", true},
+        {"--restore", 2, "нет значения для --restore", true},
+        {"--once DIR --restore DIR/a.jpg", 2, "--restore нельзя сочетать с --once", true},
         {"--restore DIR/a.jpg", 1, "Нечего восстанавливать: «a.jpg»", false},
+        {"--once DIR", 0, "сжато 0, уже оптимальных 0, с ошибкой 0, сэкономлено 0 Б\n", false},
         {"--headless", 2, "Выберите папку для сжатия\nУкажите папку: velt-compressor --headless",
          false},
     };
@@ -60,10 +62,11 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
         EXPECT_TRUE(exitCode == 0 ? out.startsWith(text) : err.contains(text)) << c.arguments;
         EXPECT_TRUE(entriesIn(folder_.path()).isEmpty()) << c.arguments;
         if (!c.argumentError) continue;
-        // A one-line reason, a blank line and the usage; nothing written anywhere.
+        // The reason and one line pointing to the help; nothing written anywhere.
         EXPECT_TRUE(out.isEmpty() && entriesIn(data_.path()).isEmpty() &&
                     err.startsWith(QStringLiteral("velt-compressor: ") + text) &&
-                    err.section(QLatin1Char('\n'), 1).startsWith(QStringLiteral("\nUsage: ")))
+                    err.endsWith(QStringLiteral("\nПодробнее: velt-compressor --help\n")) &&
+                    err.count(u'\n') == 2)
             << c.arguments << err.toStdString();
     }
 
@@ -87,48 +90,54 @@ TEST_F(ProgramTest, CommandLinesExitWithTheirCodeAndArgumentErrorsTouchNothing) 
     const auto [exitCode, out, err] = run("");
     EXPECT_EQ(exitCode, 2);
     EXPECT_TRUE(err.startsWith(QStringLiteral(
-        "velt-compressor: the display cannot be reached (WAYLAND_DISPLAY=gone-0, DISPLAY=:4093); "
-        "running headless\nВыберите папку для сжатия\n")))
+        "velt-compressor: дисплей недоступен (WAYLAND_DISPLAY=gone-0, DISPLAY=:4093); работаю "
+        "без окон\nВыберите папку для сжатия\n")))
         << err.toStdString();
+
+    // With English chosen the same lines read English.
+    AppConfig english;
+    english.language = AppLanguage::english;
+    writeFile(data_.filePath(QStringLiteral("native-config.json")), encodeAppConfig(english));
+    EXPECT_EQ(std::get<2>(run("--preset fast")),
+              QStringLiteral("velt-compressor: bad value for --preset: \"fast\" (expected one of: "
+                             "balanced, gentle, maximum, custom)\nSee velt-compressor --help\n"));
 }
 
-TEST_F(ProgramTest, OnceFailsOnABrokenJpegAndLeavesItAsItWas) {
-    const QByteArray broken = QByteArray("\xFF\xD8\xFF\xE0") + QByteArray(4096, '\x5A');
-    writeFile(file("broken.jpg"), broken);
-    const auto [exitCode, out, err] = run("--once DIR");
-    EXPECT_EQ(exitCode, 1) << err.toStdString();
-    const QRegularExpression report(QStringLiteral(
-        "^failed .*broken\\.jpg.*\ncompressed 0, already optimal 0, failed 1, saved 0 B\n$"));
-    EXPECT_TRUE(report.match(out).hasMatch()) << out.toStdString();
-    // No temporary or backup file is left, and a batch does not choose the folder.
-    EXPECT_EQ(entriesIn(folder_.path()), words("broken.jpg"));
-    EXPECT_EQ(readFile(file("broken.jpg")), broken);
-    EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("native-config.json"))));
-}
-
-// A new user's first batch: a PNG converted to JPEG beside the user's own JPEG of the same name.
-TEST_F(ProgramTest, OnceReplacingLosesNoOriginal) {
+// A new user's first batch: a PNG converted to JPEG beside the user's own JPEG of the same name,
+// and a broken JPEG, which fails the run, is named in the user's words and stays as it was.
+TEST_F(ProgramTest, OnceReplacingLosesNoOriginalAndLeavesABrokenFileAsItWas) {
     const auto photo = [](int seed) { return stripedPicture(160, 120, seed); };
     imageio::encodeImage(photo(7), ImageFormat::jpeg, 98, file("photo.jpg"));
     imageio::encodeImage(photo(13), ImageFormat::png, 0, file("photo.png"));
+    const QByteArray broken = QByteArray("\xFF\xD8\xFF\xE0") + QByteArray(4096, '\x5A');
+    writeFile(file("broken.jpg"), broken);
     const QByteArray jpeg = readFile(file("photo.jpg"));
     const QByteArray png = readFile(file("photo.png"));
     const auto [exitCode, out, err] = run("--once DIR --original replace --format jpeg");
-    EXPECT_EQ(exitCode, 0) << out.toStdString() << err.toStdString();
+    EXPECT_EQ(exitCode, 1) << out.toStdString() << err.toStdString();
+    EXPECT_TRUE(out.contains(QStringLiteral("ошибка         broken.jpg: ") +
+                             text(AppLanguage::russian, Text::fileDamaged) + u'\n') &&
+                out.contains(QStringLiteral(", с ошибкой 1, ")))
+        << out.toStdString();
 
-    // Every original is at its place or, byte for byte, in the backup folder.
+    // Every original is at its place or, byte for byte, in the backup folder; no temporary file
+    // is left, and a batch does not choose the folder.
     QList<QByteArray> kept;
     QDirIterator it(folder_.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
     while (it.hasNext()) kept << readFile(it.next());
     EXPECT_TRUE(kept.contains(jpeg));
     EXPECT_TRUE(kept.contains(png));
-    EXPECT_EQ(entriesIn(folder_.path()), words(".velt-compressor-backups photo-2.jpg photo.jpg"));
+    EXPECT_EQ(readFile(file("broken.jpg")), broken);
+    EXPECT_EQ(entriesIn(folder_.path()),
+              words(".velt-compressor-backups broken.jpg photo-2.jpg photo.jpg"));
+    EXPECT_FALSE(QFileInfo::exists(data_.filePath(QStringLiteral("native-config.json"))));
 
     // Undone from the command line: the PNG back as it was, and only once.
     const auto [restored, restoredOut, restoredErr] = run("--restore DIR/photo-2.jpg");
     EXPECT_EQ(restored, 0) << restoredErr.toStdString();
     EXPECT_EQ(readFile(file("photo.png")), png);
-    EXPECT_EQ(entriesIn(folder_.path()), words(".velt-compressor-backups photo.jpg photo.png"));
+    EXPECT_EQ(entriesIn(folder_.path()),
+              words(".velt-compressor-backups broken.jpg photo.jpg photo.png"));
     const auto [again, againOut, againErr] = run("--restore DIR/photo.png");
     EXPECT_EQ(again, 1);
     EXPECT_EQ(againErr.count(QLatin1Char('\n')), 1) << againErr.toStdString();
@@ -155,13 +164,16 @@ TEST_F(ProgramTest, OwnOutputIsNeverCompressedAgainWithoutTheRegistry) {
             const QString out = QString::fromUtf8(process.readAllStandardOutput());
             EXPECT_EQ(process.exitCode(), 0) << out.toStdString();
             if (run == 0) {
-                EXPECT_TRUE(out.startsWith(QStringLiteral("compressed"))) << out.toStdString();
+                EXPECT_TRUE(out.startsWith(QStringLiteral(
+                    "сжат           photo.jpg (заменён, исходник — в резервной копии)  "
+                    "сэкономлено ")))
+                    << out.toStdString();
                 compressed = readFile(photo);
                 for (const char* suffix : {"", "-wal", "-shm"})
                     QFile::remove(data_.filePath(QStringLiteral("processed-files.sqlite") +
                                                  QLatin1String(suffix)));
             } else {
-                EXPECT_TRUE(out.contains(QStringLiteral("already compressed by this program")))
+                EXPECT_TRUE(out.contains(QStringLiteral("уже сжат этой программой")))
                     << out.toStdString();
             }
         }

@@ -82,7 +82,8 @@ TEST_F(ProgramTest, ASecondEngineOnTheSameFolderIsRefused) {
     for (const char* arguments : {"--headless --watch DIR", "--once DIR"}) {
         const auto [exitCode, out, err] = run(arguments);
         EXPECT_EQ(exitCode, 2) << arguments;
-        EXPECT_TRUE(err.contains(QStringLiteral("already being compressed by process ") + holder))
+        EXPECT_TRUE(err.contains(QStringLiteral("уже сжимает другая копия программы (процесс ") +
+                                 holder + u')'))
             << arguments << err.toStdString();
     }
     first.kill();

@@ -77,7 +77,7 @@ TEST(Properties, HostileFilesGiveTypedErrors) {
     std::mt19937 random(1234);
     QByteArray noise(4096, '\0');
     for (char& byte : noise) byte = static_cast<char>(random());
-    constexpr auto corrupt = ImageIOError::corruptFile,
+    constexpr auto corrupt = ImageIOError::corruptFile, cut = ImageIOError::truncated,
                    unsupported = ImageIOError::unsupportedFormat;
     const std::optional<ImageIOError::Code> intact;  // the headers are whole; the pixels are not
     const std::vector<
@@ -91,11 +91,11 @@ TEST(Properties, HostileFilesGiveTypedErrors) {
             {"noise.txt", noise, unsupported, unsupported},
             {"bad-segment.jpg", jpeg.left(4) + '\x01' + jpeg.mid(5), corrupt, corrupt},  // length 1
             {"cut.jpg", jpeg.left(20), corrupt, corrupt},
-            {"half.jpg", jpeg.left(jpeg.size() / 2), intact, corrupt},
-            {"cut.png", png.left(30), corrupt, corrupt},
-            {"half.png", png.left(png.size() / 2), intact, corrupt},
-            {"cut.webp", webp.left(24), corrupt, corrupt},
-            {"half.webp", webp.left(webp.size() / 2), intact, corrupt},
+            {"half.jpg", jpeg.left(jpeg.size() / 2), intact, cut},
+            {"cut.png", png.left(30), corrupt, cut},
+            {"half.png", png.left(png.size() / 2), intact, cut},
+            {"cut.webp", webp.left(24), corrupt, cut},
+            {"half.webp", webp.left(webp.size() / 2), intact, cut},
             {"cut.heic", heic.left(40), corrupt, corrupt},
             {"half.heic", heic.left(heic.size() / 2), corrupt, corrupt},  // libheif checks box ends
         };

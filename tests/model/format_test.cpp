@@ -22,6 +22,8 @@ TEST(FormatBytes, Table) {
     };
     for (const auto& [bytes, expected] : cases)
         EXPECT_EQ(formatBytes(bytes).toStdString(), expected) << bytes;
+    // The command line's Russian: the same numbers, with a comma and Russian units.
+    EXPECT_EQ(formatBytes(1536, AppLanguage::russian), QStringLiteral("1,5 КБ"));
 }
 
 }  // namespace

@@ -42,7 +42,9 @@ TEST(History, RoundTripAtWholeSeconds) {
     full.originalBytes = 4'000'000'000'000LL;
     full.outputBytes = 1;
     full.message = QStringLiteral("заметка \"quoted\"");
-    const CompressionHistory history = {full, entry(2, CompressionHistoryStatus::failed)};
+    auto failed = entry(2, CompressionHistoryStatus::failed);
+    failed.reason = Message{Text::imageTooLarge, {QStringLiteral("8000"), QStringLiteral("7000")}};
+    const CompressionHistory history = {full, failed};
     ASSERT_TRUE(saveHistory(history));
 
     const QByteArray text = testing::readFile(data.file(historyFileName));
@@ -50,6 +52,11 @@ TEST(History, RoundTripAtWholeSeconds) {
     EXPECT_TRUE(text.contains("\"date\":\"2026-02-25T06:13:21Z\"")) << text.toStdString();
     EXPECT_TRUE(text.contains("file:///home/u/%D0%A4%D0%BE%D1%82%D0%BE/IMG%201.HEIC"));
     EXPECT_FALSE(text.contains("outputBytes\":null"));
+    // The reason by its code, and its English words for readers that know only "message".
+    EXPECT_TRUE(
+        text.contains(R"x("message":"The image is too large to process safely (8000×7000))x"));
+    EXPECT_TRUE(
+        text.contains(R"x("messageCode":"imageTooLarge","messageArguments":["8000","7000"])x"));
 
     const CompressionHistory loaded = loadHistory();
     ASSERT_EQ(loaded.size(), 2u);
@@ -58,6 +65,28 @@ TEST(History, RoundTripAtWholeSeconds) {
     expected.date = loaded[0].date;
     EXPECT_EQ(loaded[0], expected);
     EXPECT_EQ(loaded[1], history[1]);
+}
+
+// A result stored by a version that kept only English words reads in the interface language when
+// it is one of the texts that version wrote, and as it was stored otherwise; an unknown code falls
+// back to the stored words too.
+TEST(History, StoredResultsReadInTheInterfaceLanguage) {
+    const QByteArray file =
+        R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","date":"2026-03-05T14:07:31Z",)"
+        R"("sourceURL":"file:///a.jpg","status":"failed",%1}])";
+    const auto ru = AppLanguage::russian;
+    const std::pair<const char*, QString> stored[] = {
+        {R"("message":"The image is too large to process safely (9000×7000).")",
+         text(ru, Text::imageTooLarge, {QStringLiteral("9000"), QStringLiteral("7000")})},
+        {R"("message":"The file “a.jpg” couldn’t be opened because it isn’t in the correct format.")",
+         text(ru, Text::fileDamaged)},
+        {R"("message":"Old words","messageCode":"renamedSinceThen")", QStringLiteral("Old words")},
+    };
+    for (const auto& [fields, shown] : stored) {
+        const auto history = decodeHistory(QByteArray(file).replace("%1", fields));
+        ASSERT_TRUE(history && history->size() == 1) << fields;
+        EXPECT_EQ(history->front().displayStatus(ru), shown);
+    }
 }
 
 TEST(History, BrokenFilesLoadEmpty) {

@@ -7,25 +7,22 @@ namespace {
 
 using Event = CompressionNotificationEvent;
 
-// Keys use the clean path. The watcher's key and which events reach the desktop are checked
-// through the manager's log.
-TEST(NotificationEvent, KeysUseTheCleanPath) {
-    const QString photo = QStringLiteral("/Фото/./IMG 1.HEIC");
-    EXPECT_EQ(Event::unsupportedFile(photo).dedupeKey(),
-              QStringLiteral("unsupported:/Фото/IMG 1.HEIC"));
-    EXPECT_EQ(Event::processingFailed(photo, QStringLiteral("x")).dedupeKey(),
-              QStringLiteral("failed:/Фото/IMG 1.HEIC"));
-}
-
 // Longer than 120 characters: the first 117 and "..."; an emoji counts as one and is never split.
 TEST(NotificationEvent, MessageShorteningAtTheBoundary) {
     for (const QString& unit : {QStringLiteral("m"), QStringLiteral("📷")}) {
         EXPECT_EQ(shortenedMessage(unit.repeated(120)), unit.repeated(120));
         EXPECT_EQ(shortenedMessage(unit.repeated(121)), unit.repeated(117) + QStringLiteral("..."));
     }
-    const QString m121(121, u'm');
-    EXPECT_EQ(Event::processingFailed(QStringLiteral("/a.jpg"), m121).body(AppLanguage::english),
-              QStringLiteral("“a.jpg”: ") + m121.left(117) + QStringLiteral("..."));
+    // Keys use the clean path (the watcher's key, and which events reach the desktop: the
+    // manager's log). The reason is cut in the words of the language it is shown in.
+    const QString photo = QStringLiteral("/Фото/./IMG 1.HEIC");
+    EXPECT_EQ(Event::unsupportedFile(photo).dedupeKey(),
+              QStringLiteral("unsupported:/Фото/IMG 1.HEIC"));
+    const Message appeared{Text::outputNameAppeared, {QString(100, u'm')}};
+    EXPECT_EQ(
+        Event::processingFailed(QStringLiteral("/a.jpg"), appeared).body(AppLanguage::russian),
+        QStringLiteral("«a.jpg»: ") + appeared.inLanguage(AppLanguage::russian).left(117) +
+            QStringLiteral("..."));
 }
 
 }  // namespace

@@ -43,27 +43,29 @@ TEST(NotificationManager, CooldownDeliveryAndLogLines) {
         return QDateTime::fromSecsSinceEpoch(1'700'000'000 + offset, QTimeZone::utc());
     });
     const QString photo = QStringLiteral("/x");
-    const Event failed = Event::processingFailed(photo, QStringLiteral("bad data"));
+    const Event failed = Event::processingFailed(photo, {Text::fileTruncated, {}});
     const Event unsupported = Event::unsupportedFile(photo);
-    const Event watcher = Event::watcherFailed(QStringLiteral("gone"));
+    const Event watcher = Event::watcherFailed({Text::folderMissing, {photo}});
     // Seconds after the start; the event (none: requestAuthorizationIfNeeded); notifications
     // enabled; the backend's status and error; the new log lines after "Notification ".
     // clang-format off
     const std::tuple<int, std::optional<Event>, bool, NotificationAuthorization, const char*,
                      const char*> steps[] = {
-        {0, failed, true, authorized, "", "deliver failed:/x status=2|delivered: failed:/x"},
+        {0, failed, true, authorized, "", "to deliver key=\"failed:/x\" status=2|delivered: failed:/x"},
         {179, failed, true, authorized, "", "skipped by cooldown: failed:/x"},
-        {180, failed, true, authorized, "", "deliver failed:/x status=2|delivered: failed:/x"},
+        {180, failed, true, authorized, "", "to deliver key=\"failed:/x\" status=2|delivered: failed:/x"},
         {181, unsupported, false, authorized, "", "skipped because disabled: unsupported:/x"},
         {182, unsupported, true, authorized, "",
-         "deliver unsupported:/x status=2|delivered: unsupported:/x"},
+         "to deliver key=\"unsupported:/x\" status=2|delivered: unsupported:/x"},
         {183, Event::alreadyOptimal(photo), true, authorized, "", ""},
-        {184, watcher, true, denied, "", "deliver watcher status=1|denied by macOS: watcher"},
+        {184, watcher, true, denied, "", "to deliver key=\"watcher\" status=1|"
+         "not shown, no notification service on the session bus: watcher"},
         {185, watcher, true, authorized, "", "skipped by cooldown: watcher"},
-        {400, watcher, true, notDetermined, "no service", "deliver watcher status=0|"
+        {400, watcher, true, notDetermined, "no service", "to deliver key=\"watcher\" status=0|"
          "authorization not granted: watcher|authorization failed: no service"},
         {600, watcher, true, provisional, "org.freedesktop.DBus.Error.NoReply",
-         "deliver watcher status=3|delivery failed: watcher org.freedesktop.DBus.Error.NoReply"},
+         "to deliver key=\"watcher\" status=3|"
+         "delivery failed: watcher org.freedesktop.DBus.Error.NoReply"},
         {601, {}, true, notDetermined, "",
          "authorization status=0|authorization requested granted=true"},
     };
@@ -89,7 +91,8 @@ TEST(NotificationManager, CooldownDeliveryAndLogLines) {
     ASSERT_EQ(backend.delivered.size(), 4u);  // in the user's language, named by key and time
     const NotificationRequest& first = backend.delivered.front();
     EXPECT_EQ(QStringList({first.identifier, first.title, first.body}).join(u'|'),
-              QStringLiteral("velt.failed:/x.1700000000|Не удалось сжать файл|«x»: bad data"));
+              QStringLiteral("velt.failed:/x.1700000000|Не удалось сжать файл|«x»: ") +
+                  text(AppLanguage::russian, Text::fileTruncated));
 }
 
 }  // namespace

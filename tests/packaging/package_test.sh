@@ -110,7 +110,8 @@ compress_once() {
   fi
   # Nothing alarming: no complaint about a missing optional tool, no error, no warning.
   [[ ! -s "$work/once.err" ]] || fail "--once wrote to standard error: $(cat "$work/once.err")"
-  if grep -qiE "oxipng|error|warn|fail(ed)? [^0]|not found" "$work/once.out"; then
+  # (in either language: a fresh user's program speaks Russian)
+  if grep -qiE "oxipng|error|warn|fail(ed)? [^0]|not found|^ошибка |с ошибкой [1-9]" "$work/once.out"; then
     fail "--once printed something alarming: $(cat "$work/once.out")"
   fi
   local pair source output
@@ -146,7 +147,7 @@ cpack --config "$build/CPackConfig.cmake" -B "$packages" >"$work/cpack.log" ||
 step "the .deb: fields and files"
 depends=$(dpkg-deb -f "$deb" Depends)
 [[ "$depends" == *libc6* && "$depends" == *libqt6core6* ]] || fail "Depends lacks the shared libraries: $depends"
-[[ "$(dpkg-deb -f "$deb" Recommends)" == "libjpeg-turbo-progs, webp, pngquant" ]] ||
+[[ "$(dpkg-deb -f "$deb" Recommends)" == "libjpeg-turbo-progs, webp, pngquant, qt6-translations-l10n" ]] ||
   fail "Recommends: $(dpkg-deb -f "$deb" Recommends)"
 dpkg-deb -x "$deb" "$work/deb"
 for file in usr/bin/velt-compressor usr/share/applications/velt-compressor.desktop \
@@ -199,6 +200,7 @@ VELT_LAUNCH_SMOKE=1 QT_QPA_PLATFORM=offscreen VELT_CONFIG_DIR=$work/smoke VELT_L
   strace -f -qq -e trace=%file -o "$work/strace.log" "$home/bin/velt-compressor" >/dev/null 2>&1 ||
   fail "the bundle's launch smoke failed"
 opened "$home/lib/qt6/plugins/platforms/libqoffscreen.so" || fail "Qt did not load its platform plugin from the bundle"
+opened "$home/share/qt6/translations/qtbase_ru.qm" || fail "Qt's Russian words were not loaded from the bundle"
 only_bundle_libraries "$home"
 # The program runs the update helper from a copy in a temporary folder beside a link to the
 # bundle's lib/ (src/update); the copy starts with the bundle's libraries (it answers bad

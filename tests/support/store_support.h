@@ -20,7 +20,7 @@ struct StoreFixture {
 };
 
 // Records every dialog the store shows and every folder or page it opens; confirm() answers
-// from `confirmAnswers` (cancel once they run out).
+// from `confirmAnswers` (cancel once they run out); with `noFileBrowser` nothing shows a folder.
 class ScriptedPresenter : public Presenter {
   public:
     struct Dialog {
@@ -30,6 +30,8 @@ class ScriptedPresenter : public Presenter {
     std::deque<bool> confirmAnswers;
     std::vector<Dialog> dialogs;
     QStringList opened;
+    QStringList chooserStartFolders;
+    bool noFileBrowser = false;
 
     QString lastMessage() const { return dialogs.empty() ? QString() : dialogs.back().message; }
 
@@ -46,13 +48,15 @@ class ScriptedPresenter : public Presenter {
         confirmAnswers.pop_front();
         return answer;
     }
-    void showError(const QString& description, QObject* window) override {
-        dialogs.push_back({description, {}, {}, window});
+    void showInFileBrowser(const QString& path, std::function<void()> notShown) override {
+        if (noFileBrowser) return notShown();
+        opened << path;
     }
-    void openFolder(const QString& path) override { opened << path; }
     void openURL(const QString& url) override { opened << url; }
-    std::optional<QString> chooseFolder(const QString& title, QObject* window) override {
+    std::optional<QString> chooseFolder(const QString& title, const QString& startFolder,
+                                        QObject* window) override {
         dialogs.push_back({title, {}, {}, window});
+        chooserStartFolders << startFolder;
         return std::nullopt;
     }
 };

@@ -17,6 +17,8 @@
 namespace velt::testing {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 // Records what the delegate asks of the desktop.
 class RecordingShell : public StatusBarShell {
   public:
@@ -32,16 +34,6 @@ class RecordingShell : public StatusBarShell {
     void refreshPanel() override {}
     void showPanel() override { ++panelsShown; }
 };
-
-// An unsupported file's notice names its type; the other notices' titles are fixed words.
-TEST(MenuBarNotice, AnUnsupportedFileIsNamedByItsExtension) {
-    using E = CompressionNotificationEvent;
-    const auto title = &AppDelegate::menuBarNoticeTitle;
-    EXPECT_EQ(title(E::unsupportedFile(QStringLiteral("/p/scan.tiff")), AppLanguage::russian),
-              QStringLiteral(" ! TIFF"));
-    EXPECT_EQ(title(E::unsupportedFile(QStringLiteral("/p/README")), AppLanguage::english),
-              QStringLiteral(" ! FILE"));
-}
 
 class DelegateTest : public ::testing::Test {
   protected:
@@ -78,13 +70,17 @@ TEST_F(DelegateTest, ANewerNoticeOutlivesTheOlderOnesExpiry) {
     using E = CompressionNotificationEvent;
 
     delegate.showMenuBarNotice(
-        E::processingFailed(QStringLiteral("/p/a.jpg"), QStringLiteral("x")));
+        E::processingFailed(QStringLiteral("/p/a.jpg"), {Text::fileDamaged, {}}));
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка"));
     QElapsedTimer clock;
     clock.start();
     processEventsUntil([&] { return clock.elapsed() >= 2000; }, 3);
     delegate.showMenuBarNotice(E::alreadyOptimal(QStringLiteral("/p/b.jpg")));
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ✓ Оптимально"));
+    // An unsupported file's notice names its type; the others' titles are fixed words.
+    const auto title = &AppDelegate::menuBarNoticeTitle;
+    EXPECT_EQ(title(E::unsupportedFile(u"/p/scan.tiff"_s), AppLanguage::russian), u" ! TIFF"_s);
+    EXPECT_EQ(title(E::unsupportedFile(u"/p/README"_s), AppLanguage::english), u" ! FILE"_s);
     // The first notice's expiry (4 s after it) passes; the second one stays.
     processEventsUntil([&] { return clock.elapsed() >= 4500; }, 4);
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ✓ Оптимально"));
@@ -109,15 +105,16 @@ TEST_F(DelegateTest, TheTooltipSaysWhatTheProgramIsDoing) {
     EXPECT_EQ(state().value(1), QStringLiteral("Watching ") + name);
 
     delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
-        fixture_.folder.filePath(QStringLiteral("a.jpg")), QStringLiteral("not a JPEG")));
+        fixture_.folder.filePath(QStringLiteral("a.jpg")), {Text::fileTruncated, {}}));
     store.stop();
-    EXPECT_EQ(state(), QStringList({QStringLiteral("VELT | Compressor"),
-                                    QStringLiteral("Compression paused"),
-                                    QStringLiteral("Last problem: Could not compress file — "
-                                                   "“a.jpg”: not a JPEG")}));
+    EXPECT_EQ(
+        state(),
+        QStringList({QStringLiteral("VELT | Compressor"), QStringLiteral("Compression paused"),
+                     QStringLiteral("Last problem: Could not compress file — “a.jpg”: ") +
+                         text(AppLanguage::english, Text::fileTruncated)}));
     store.recordHistory({QUuid::createUuid(), QDateTime::currentDateTime(),
                          fixture_.folder.filePath(QStringLiteral("b.jpg")), std::nullopt, 900, 400,
-                         CompressionHistoryStatus::compressed, std::nullopt});
+                         CompressionHistoryStatus::compressed, std::nullopt, std::nullopt});
     EXPECT_EQ(state().size(), 2) << "a file compressed since: the problem is over";
 }
 
@@ -146,7 +143,7 @@ TEST_F(DelegateTest, ANoticeTakesTheProgressPlaceUntilItExpires) {
     QElapsedTimer clock;
     clock.start();
     delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
-        QStringLiteral("/p/a.jpg"), QStringLiteral("x")));
+        QStringLiteral("/p/a.jpg"), {Text::fileDamaged, {}}));
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка"));
     processEventsUntil([&] { return clock.elapsed() >= 3000; }, 4);
     EXPECT_EQ(delegate.statusTitle(), QStringLiteral(" ! Ошибка")) << "progress ticks kept it";

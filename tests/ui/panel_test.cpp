@@ -147,29 +147,6 @@ TEST_F(PanelTest, PopupsWriteTheSettingsCustomExpandsAndTheWheelNeedsTheFocus) {
     EXPECT_EQ(webp->value(), custom.webp);
 }
 
-TEST_F(PanelTest, TheLanguageRetitlesEveryRowAndRefillsThePopupsKeepingTheirChoice) {
-    store_->useWatchDirectory(fixture_.folder.path());
-    choose(content().formatRow()->popup(), QStringLiteral("png"));
-    const QStringList russian = visibleTexts();
-    EXPECT_TRUE(russian.contains(QStringLiteral("Сжимать автоматически")));
-    EXPECT_EQ(content().presetRow()->popup()->currentText(),
-              title(CompressionPreset::balanced, AppLanguage::russian));
-
-    // Every title there was is there again, none of them left in Russian.
-    store_->setLanguage(AppLanguage::english);
-    const QStringList english = visibleTexts();
-    EXPECT_EQ(english.size(), russian.size());
-    EXPECT_TRUE(english.contains(QStringLiteral("Compress automatically")));
-    for (const QString& text : english)
-        EXPECT_FALSE(text.contains(QRegularExpression(QStringLiteral("[А-Яа-я]"))))
-            << text.toStdString();
-    EXPECT_EQ(selectedValue(content().formatRow()->popup()), QStringLiteral("png"));
-    EXPECT_EQ(content().presetRow()->popup()->currentText(),
-              title(CompressionPreset::balanced, AppLanguage::english));
-    panel_->present(QRect(400, 0, 24, 24));
-    keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-menu-en"));
-}
-
 TEST_F(PanelTest, ActionRowsReachTheStoreAndTheOwner) {
     store_->useWatchDirectory(fixture_.folder.path());
     panel_->present(QRect(400, 0, 24, 24));
@@ -181,18 +158,46 @@ TEST_F(PanelTest, ActionRowsReachTheStoreAndTheOwner) {
     ASSERT_EQ(presenter_.opened.size(), 2);
     EXPECT_EQ(presenter_.opened[0], fixture_.folder.path());
     EXPECT_TRUE(presenter_.opened[1].startsWith(QStringLiteral("https://")));
+    // With no file manager to show it, Open folder answers with an alert naming the path.
+    presenter_.noFileBrowser = true;
+    panel_->present(QRect(400, 0, 24, 24));
+    QTest::mouseClick(content().actionRows().front(), Qt::LeftButton);
+    const QString title = text(AppLanguage::russian, Text::openFailedTitle,
+                               {fixture_.folder.path().section(u'/', -1)});
+    ASSERT_TRUE(processEventsUntil([&] { return presenter_.lastMessage() == title; }));
+    EXPECT_TRUE(presenter_.dialogs.back().informativeText.endsWith(fixture_.folder.path()));
 }
 
-TEST_F(PanelTest, AFailedStartIsShownInThePanel) {
+// A missing folder: the panel says so, naming it. The language re-titles every row and the error
+// line, none left in Russian, and refills the pop-ups keeping their choice.
+TEST_F(PanelTest, AFailedStartAndEveryRowFollowTheLanguage) {
     AppConfig config = store_->config();
-    config.watchDirectory = fixture_.folder.path() + QStringLiteral("/gone");
+    const QString gone = fixture_.folder.path() + QStringLiteral("/gone");
+    config.watchDirectory = gone;
     config.enabled = true;
     store_->setConfig(config);
     store_->start();
-    EXPECT_FALSE(store_->isRunning());
+    EXPECT_FALSE(content().compressionSwitchRow()->control()->isChecked()) << "not running";
+    choose(content().formatRow()->popup(), QStringLiteral("png"));
+    panel_->present(QRect(400, 0, 24, 24));
     EXPECT_TRUE(content().errorLabel()->isVisibleTo(panel_.get()));
-    EXPECT_EQ(content().errorLabel()->text(), store_->watcherError().value_or(QString()));
-    EXPECT_FALSE(content().compressionSwitchRow()->control()->isChecked());
+    EXPECT_EQ(content().errorLabel()->text(),
+              text(AppLanguage::russian, Text::folderMissing, {gone}));
+    const qsizetype russian = visibleTexts().size();
+    keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-ru"));
+
+    store_->setLanguage(AppLanguage::english);
+    EXPECT_EQ(content().errorLabel()->text(),
+              text(AppLanguage::english, Text::folderMissing, {gone}));
+    const QStringList english = visibleTexts();
+    EXPECT_EQ(english.size(), russian);
+    for (const QString& shown : english)
+        EXPECT_FALSE(shown.contains(QRegularExpression(QStringLiteral("\\p{Cyrillic}"))))
+            << shown.toStdString();
+    EXPECT_EQ(selectedValue(content().formatRow()->popup()), QStringLiteral("png"));
+    EXPECT_EQ(content().presetRow()->popup()->currentText(),
+              title(CompressionPreset::balanced, AppLanguage::english));
+    keepScreenshot(pixelsOf(*panel_), QStringLiteral("panel-missing-folder-en"));
 }
 
 // The tail's apex is the outline's topmost point, under the icon's centre; near a screen edge
@@ -320,7 +325,7 @@ TEST(DesktopShellTest, WithoutATrayThePanelIsAWindowAndClosingItKeepsWatching) {
     EXPECT_EQ(panel.windowType(), Qt::Window);
     EXPECT_EQ(panel.size(), panel.content()->currentContentSize()) << "no room for a tail";
     delegate.showMenuBarNotice(CompressionNotificationEvent::processingFailed(
-        fixture.folder.filePath(QStringLiteral("a.jpg")), QStringLiteral("x")));
+        fixture.folder.filePath(QStringLiteral("a.jpg")), {Text::fileDamaged, {}}));
     EXPECT_EQ(panel.windowTitle(), QStringLiteral("! Ошибка — VELT | Compressor"));
     const QImage pixels = pixelsOf(panel);
     EXPECT_EQ(pixels.pixelColor(panel.width() / 2, 0), panel.palette().color(QPalette::Window))
@@ -329,7 +334,7 @@ TEST(DesktopShellTest, WithoutATrayThePanelIsAWindowAndClosingItKeepsWatching) {
 
     const auto closeHints = [&] {
         return QString::fromUtf8(readFile(fixture.data.file(QStringLiteral("native.log"))))
-            .count(QStringLiteral("Notification deliver window-closed"));
+            .count(QStringLiteral("Notification to deliver key=\"window-closed\""));
     };
     for (int round = 0; round < 2; ++round) {
         shell.open(CommandLineRequest::DesktopPart::panel);

@@ -5,10 +5,12 @@
 #include "model/config_file.h"
 #include "model/constants.h"
 #include "support/test_images.h"
+#include "ui/file_reveal.h"
 #include "ui/history_table_model.h"
 #include "ui/history_text.h"
 #include "ui/history_window.h"
 #include "ui/popup_helpers.h"
+#include "ui/qt_translations.h"
 #include "ui/settings_window.h"
 #include "ui/switch_control.h"
 #include "ui_test_support.h"
@@ -19,6 +21,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTableView>
@@ -32,9 +35,10 @@ using namespace velt::ui;
 CompressionHistoryEntry entry(CompressionHistoryStatus status, const QString& source,
                               std::optional<std::int64_t> original = std::nullopt,
                               std::optional<std::int64_t> output = std::nullopt,
-                              std::optional<QString> message = std::nullopt) {
+                              std::optional<Message> reason = std::nullopt) {
     const QDateTime date(QDate(2026, 11, 23), QTime(14, 5));
-    return {QUuid::createUuid(), date, source, std::nullopt, original, output, status, message};
+    return {QUuid::createUuid(), date,  source, std::nullopt, original, output, status,
+            std::nullopt,        reason};
 }
 
 TEST(HistoryText, CellsByStatusAndLanguage) {
@@ -43,8 +47,6 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         entry(S::compressed, QStringLiteral("/p/IMG_1.HEIC"), 2'400'000, 830'000);
     const auto noSizes = entry(S::compressed, QStringLiteral("/p/a.png"));
     const auto optimal = entry(S::alreadyOptimal, QStringLiteral("/p/b.jpg"), 5000, 1000);
-    const auto failed = entry(S::failed, QStringLiteral("/p/c.webp"), std::nullopt, std::nullopt,
-                              QStringLiteral("The image is too large"));
     const auto failedSilently = entry(S::failed, QStringLiteral("/p/d.avif"));
     const auto en = AppLanguage::english;
     const auto ru = AppLanguage::russian;
@@ -59,10 +61,8 @@ TEST(HistoryText, CellsByStatusAndLanguage) {
         {compressed, "result", ru, "2,4 МБ → 830 КБ"},
         {compressed, "saved", en, "1.6 MB"},
         {noSizes, "result", en, "Compressed"},
-        {noSizes, "saved", ru, "—"},
         {optimal, "result", ru, "Уже оптимально"},
         {optimal, "saved", en, "—"},
-        {failed, "result", en, "The image is too large"},
         {failedSilently, "result", en, "Error"},
         {compressed, "date", en, "11/23/26, 2:05 PM"},
         {compressed, "date", ru, "23.11.2026, 14:05"},
@@ -107,25 +107,33 @@ TEST_F(WindowsTest, HistoryWindowListsTotalsAndClearsOnlyTheList) {
     writeFile(photo, "jpeg");
     auto kept = entry(CompressionHistoryStatus::compressed, photo, 2'000'000, 500'000);
     kept.outputURL = photo + QStringLiteral(".gone.webp");
-    store_.recordHistory(entry(CompressionHistoryStatus::failed, QStringLiteral("/nowhere/x.png")));
-    store_.recordHistory(kept);
+    // Two failures, a file cut short and a full disk, read in the language of the moment.
+    const auto failed = [](const char* name, Text reason) {
+        return entry(CompressionHistoryStatus::failed, QString::fromUtf8(name), {}, {},
+                     {{reason, {}}});
+    };
+    for (const auto& recorded : {failed("/nowhere/x.png", Text::fileTruncated),
+                                 failed("/nowhere/y.jpg", Text::diskFull), kept})
+        store_.recordHistory(recorded);
     EXPECT_TRUE(view.tableView()->isVisible());
     EXPECT_TRUE(view.clearButton()->isEnabled());
-    EXPECT_EQ(view.model()->rowCount(), 2);
-    EXPECT_EQ(view.summaryLabel()->text(), QStringLiteral("Операций: 2 · Сэкономлено: 1,5 МБ"));
+    EXPECT_EQ(view.summaryLabel()->text(), QStringLiteral("Операций: 3 · Сэкономлено: 1,5 МБ"));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-failures-ru"));
     view.openEntry(0);
-    view.openEntry(1);  // its file is gone: nothing happens
+    view.openEntry(2);  // its file is gone: nothing happens
     EXPECT_EQ(revealed, QStringList{photo});
 
     store_.setLanguage(AppLanguage::english);
     EXPECT_EQ(window.window()->windowTitle(), QStringLiteral("Compression history"));
     EXPECT_EQ(view.model()->headerData(2, Qt::Horizontal, Qt::DisplayRole).toString(),
               QStringLiteral("Saved"));
-    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-en"));
+    EXPECT_EQ(view.model()->data(view.model()->index(1, 1), Qt::DisplayRole).toString(),
+              text(AppLanguage::english, Text::diskFull));
+    keepScreenshot(pixelsOf(*window.window()), QStringLiteral("history-failures-en"));
 
     // Cancelling keeps the list; confirming clears it and leaves every file.
     QTest::mouseClick(view.clearButton(), Qt::LeftButton);
-    EXPECT_EQ(store_.history().size(), 2u);
+    EXPECT_EQ(store_.history().size(), 3u);
     EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("Clear history?"));
     presenter_.confirmAnswers = {true};
     QTest::mouseClick(view.clearButton(), Qt::LeftButton);
@@ -306,6 +314,9 @@ TEST_F(WindowsTest, SettingsWriteThroughTheStoreAndSurviveFiftyLanguageSwitches)
     EXPECT_EQ(selectedValue(view.metadataPopup()), QStringLiteral("strip"));
     keepScreenshot(pixelsOf(*window.window()), QStringLiteral("settings-en"));
 
+    // The folder chooser opens on the folder in use.
+    QTest::mouseClick(view.button(QStringLiteral("Change")), Qt::LeftButton);
+    EXPECT_EQ(presenter_.chooserStartFolders, QStringList{fixture_.folder.path()});
     // Backups: no folder yet → told so; then "Clear" asks, and only "yes" removes the folder.
     QTest::mouseClick(view.button(QStringLiteral("Open")), Qt::LeftButton);
     EXPECT_EQ(presenter_.lastMessage(), QStringLiteral("There are no backups"));
@@ -360,10 +371,30 @@ TEST(SettingsUpdateButton, FollowsTheUpdaterThroughACheck) {
 }
 
 TEST(SettingsText, DisplayVersionDropsOnlyATrailingDoubleZero) {
-    EXPECT_EQ(displayVersion(QStringLiteral("3.0.0")), QStringLiteral("3.0"));
-    EXPECT_EQ(displayVersion(QStringLiteral("2.1.0")), QStringLiteral("2.1.0"));
-    EXPECT_EQ(displayVersion(QStringLiteral("10.0.0")), QStringLiteral("10.0"));
-    EXPECT_EQ(displayVersion(QString()), QStringLiteral("1.0"));
+    for (const auto& [full, shown] :
+         {std::pair{"3.0.0", "3.0"}, {"2.1.0", "2.1.0"}, {"10.0.0", "10.0"}, {"", "1.0"}})
+        EXPECT_EQ(displayVersion(QString::fromUtf8(full)), QString::fromUtf8(shown));
+}
+
+// Qt's own words (standard buttons, the folder dialog) follow the interface language: Russian from
+// Debian's translations, English again once the language is switched back.
+TEST(QtWords, StandardButtonsSpeakTheInterfaceLanguage) {
+    ui::QtTranslations translations;
+    for (const char* cancel : {"Отмена", "Cancel", "Отмена"}) {
+        translations.follow(*cancel == 'C' ? AppLanguage::english : AppLanguage::russian);
+        QMessageBox box(QMessageBox::NoIcon, {}, {}, QMessageBox::Cancel);
+        EXPECT_EQ(box.button(QMessageBox::Cancel)->text(), QString::fromUtf8(cancel));
+    }
+}
+
+// Where neither the file manager service nor xdg-open answers, the caller hears of it.
+TEST(FileReveal, WithoutAFileManagerTheCallerIsTold) {
+    QTemporaryDir emptyPath;
+    ScopedEnvironment path("PATH", emptyPath.path().toUtf8());
+    ScopedEnvironment noBus("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+    bool told = false;
+    ui::showInFileManager(emptyPath.path(), [&] { told = true; });
+    EXPECT_TRUE(processEventsUntil([&] { return told; }));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <QFile>
+#include <QFileInfo>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -152,7 +153,9 @@ std::vector<QByteArray> encodedArgumentVector(const QString& executable,
             throw FileSystemError(FileSystemError::launchFailed,
                                   QStringLiteral("Cannot start %1: an argument contains a NUL "
                                                  "character")
-                                      .arg(executable));
+                                      .arg(executable),
+                                  Message{Text::encoderNotStarted,
+                                          {QFileInfo(executable).fileName()}});
     }
     return encoded;
 }
@@ -212,7 +215,9 @@ std::shared_ptr<ChildProcess> ChildProcess::spawn(const QString& executable,
     const auto launchFailed = [&](int error) {
         return FileSystemError(FileSystemError::launchFailed,
                                QStringLiteral("Cannot start %1: %2")
-                                   .arg(executable, QString::fromLocal8Bit(std::strerror(error))));
+                                   .arg(executable, QString::fromUtf8(::strerrordesc_np(error))),
+                               Message{Text::encoderNotStarted,
+                                       {QFileInfo(executable).fileName()}});
     };
     InputPipe input(inputPipe);
     if (input.error() != 0) throw launchFailed(input.error());

@@ -13,7 +13,8 @@ namespace {
 [[noreturn]] void rejectWrittenFile(const QString& path) {
     QFile::remove(path);
     throw FileSystemError(FileSystemError::writeUnknown,
-                          QStringLiteral("The file “%1” couldn’t be saved.").arg(path));
+                          QStringLiteral("The file “%1” couldn’t be saved.").arg(path),
+                          Message{Text::outputRejected, {}});
 }
 
 }  // namespace
@@ -57,7 +58,8 @@ std::int64_t validateEncodedImage(const QString& path,
                 .arg(decoded.width)
                 .arg(decoded.height)
                 .arg(expected->width)
-                .arg(expected->height));
+                .arg(expected->height),
+            Message{Text::outputRejected, {}});
     }
     return size;
 }

@@ -28,15 +28,18 @@ bool needsFlattening(const imageio::Bitmap& image, ImageFormat format) {
 }
 
 // Runs the built-in encoder: its failures become FileSystemError, and nothing stays behind.
-void runBuiltInEncoder(const QString& destination, const std::function<void()>& encode) {
+void runBuiltInEncoder(const QString& destination, ImageFormat format,
+                       const std::function<void()>& encode) {
     try {
         encode();
     } catch (const imageio::ImageIOError& error) {
         QFile::remove(destination);
-        throw FileSystemError(error.code() == imageio::ImageIOError::unsupportedFormat
-                                  ? FileSystemError::writeUnsupportedScheme
-                                  : FileSystemError::writeUnknown,
-                              QString::fromUtf8(error.what()));
+        const bool unsupported = error.code() == imageio::ImageIOError::unsupportedFormat;
+        throw FileSystemError(
+            unsupported ? FileSystemError::writeUnsupportedScheme : FileSystemError::writeUnknown,
+            QString::fromUtf8(error.what()),
+            unsupported ? Message{Text::formatNotWritable, {fileExtension(format).toUpper()}}
+                        : error.reason());
     }
 }
 
@@ -49,7 +52,7 @@ void writeImageWithImageIO(const QString& destination, const imageio::Bitmap& im
     if (needsFlattening(image, format))
         return writeImageWithImageIO(destination, imageio::Bitmap(image), format, qualities,
                                      metadata);
-    runBuiltInEncoder(destination, [&] {
+    runBuiltInEncoder(destination, format, [&] {
         imageio::encodeImage(image, format, encoderQuality(format, qualities.quality(format)),
                              destination, metadata);
     });
@@ -59,7 +62,7 @@ void writeImageWithImageIO(const QString& destination, imageio::Bitmap&& image, 
                            const QualitySettings& qualities,
                            const imageio::ImageMetadata& metadata) {
     if (needsFlattening(image, format)) flattenOntoWhite(image);
-    runBuiltInEncoder(destination, [&] {
+    runBuiltInEncoder(destination, format, [&] {
         imageio::encodeImage(std::move(image), format,
                              encoderQuality(format, qualities.quality(format)), destination,
                              metadata);

@@ -26,7 +26,8 @@ void installSmallest(const QStringList& results, const QString& destination) {
     if (results.isEmpty())
         throw FileSystemError(
             FileSystemError::writeUnknown,
-            QStringLiteral("No encoder produced a valid image for ") + destination);
+            QStringLiteral("No encoder produced a valid image for ") + destination,
+            Message{Text::outputRejected, {}});
     moveOverDestination(smallestFile(results), destination);
 }
 

@@ -31,7 +31,9 @@ void writeJPEGImage(EncodingContext& context, const QString& destination, ImageP
     const std::optional<QString> cjpeg = locateTool(QStringLiteral("cjpeg"));
     if (!cjpeg)
         throw FileSystemError(FileSystemError::writeUnsupportedScheme,
-                              QStringLiteral("The JPEG encoder \"cjpeg\" is not installed"));
+                              QStringLiteral("The JPEG encoder \"cjpeg\" is not installed"),
+                              Message{Text::encoderMissing, {QStringLiteral("cjpeg"),
+                                                             QStringLiteral("libjpeg-turbo-progs")}});
 
     checkRenderable(plan.image);  // before anything is written
     const ToolLimits limits =

@@ -105,7 +105,8 @@ QByteArray zlibCompressedData(const QByteArray& input) {
     for (;;) {
         if (capacity > limit)
             throw FileSystemError(FileSystemError::writeUnknown,
-                                  QStringLiteral("The colour profile cannot be compressed"));
+                                  QStringLiteral("The colour profile cannot be compressed"),
+                                  Message{Text::encodingFailed, {}});
         RawDeflater deflater;
         const QByteArray raw = deflater.compress(input, capacity);
         if (!raw.isEmpty()) {

@@ -124,7 +124,8 @@ void writePNGImage(EncodingContext& context, const QString& sourceURL, const QSt
 
     if (candidates.isEmpty())
         throw FileSystemError(FileSystemError::writeUnknown,
-                              QStringLiteral("No PNG candidate for ") + destination);
+                              QStringLiteral("No PNG candidate for ") + destination,
+                              Message{Text::encodingFailed, {}});
     moveOverDestination(smallestFile(candidates), destination);
     // Whichever candidate won, the file that may replace an original must decode.
     finishCandidate(finish, destination, plan);

@@ -19,7 +19,7 @@ namespace {
 FileSystemError writeError(int errorNumber, const QString& operation, const QString& path) {
     FileSystemError error = FileSystemError::fromErrno(errorNumber, operation, path);
     if (error.code() == FileSystemError::readUnknown)
-        return FileSystemError(FileSystemError::writeUnknown, error.description());
+        return FileSystemError(FileSystemError::writeUnknown, error.description(), error.reason());
     return error;
 }
 
@@ -110,7 +110,8 @@ void checkRenderable(const imageio::Bitmap& image) {
     const std::int64_t byteCount = validatedDecodedRasterByteCount(image.width, image.height);
     if (image.rgba.size() < static_cast<std::size_t>(byteCount))
         throw FileSystemError(FileSystemError::writeUnknown,
-                              QStringLiteral("The image's pixels do not match its size"));
+                              QStringLiteral("The image's pixels do not match its size"),
+                              Message{Text::encodingFailed, {}});
 }
 
 QByteArray pnmHeader(int width, int height, bool preserveAlpha) {

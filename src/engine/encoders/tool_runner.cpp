@@ -100,12 +100,14 @@ void runTool(const QString& executable, const QStringList& arguments, EngineLife
         throw FileSystemError(FileSystemError::writeUnknown,
                               QStringLiteral("The tool %1 took longer than %2 s and was stopped")
                                   .arg(QFileInfo(executable).fileName())
-                                  .arg(limits.time.count()));
+                                  .arg(limits.time.count()),
+                              Message{Text::encoderTimedOut, {QFileInfo(executable).fileName()}});
     if (status != 0)
         throw FileSystemError(FileSystemError::writeUnknown,
                               QStringLiteral("The tool %1 failed with exit status %2")
                                   .arg(QFileInfo(executable).fileName())
-                                  .arg(status));
+                                  .arg(status),
+                              Message{Text::encoderFailed, {QFileInfo(executable).fileName()}});
 }
 
 }  // namespace velt

@@ -73,7 +73,9 @@ void writeWebPImage(EncodingContext& context, const QString& destination, ImageP
     const std::optional<QString> cwebp = locateTool(QStringLiteral("cwebp"));
     if (!cwebp)
         throw FileSystemError(FileSystemError::writeUnsupportedScheme,
-                              QStringLiteral("The WebP encoder \"cwebp\" is not installed"));
+                              QStringLiteral("The WebP encoder \"cwebp\" is not installed"),
+                              Message{Text::encoderMissing,
+                                      {QStringLiteral("cwebp"), QStringLiteral("webp")}});
 
     const ToolLimits limits =
         toolLimitsFor(static_cast<std::int64_t>(plan.image.width) * plan.image.height);

@@ -148,11 +148,13 @@ QString backup(const QString& source, const SourceVersion& expected,
     if (!watchDirectory)
         throw FileSystemError(
             FileSystemError::noSuchFile,
-            QStringLiteral("Cannot back up %1: no folder is watched").arg(source));
+            QStringLiteral("Cannot back up %1: no folder is watched").arg(source),
+            Message{Text::cannotReplaceSafely, {}});
     const QString relative = relativeBackupPath(source, *watchDirectory);
     if (relative.isEmpty())
         throw FileSystemError(FileSystemError::noSuchFile,
-                              QStringLiteral("Cannot back up %1: it is not a file").arg(source));
+                              QStringLiteral("Cannot back up %1: it is not a file").arg(source),
+                              Message{Text::cannotReplaceSafely, {}});
     // A run killed between its backup and its install left a verified copy of this very content:
     // it is the backup, not a second one.
     if (const auto existing =

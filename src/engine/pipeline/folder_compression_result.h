@@ -15,9 +15,9 @@ struct FolderCompressionResult {
     // Source size minus output size; negative when a requested conversion came out larger.
     std::int64_t savedBytes = 0;
     std::optional<CompressionHistoryEntry> historyEntry;
-    // When nothing was written and no history entry says why: the reason in a few words
-    // ("empty file", "existing output is up to date"), for the log and the batch report.
-    QString nothingDoneReason;
+    // When nothing was written and no history entry says why: the reason (an empty file, an
+    // output that is up to date), for the batch report.
+    std::optional<Message> nothingDoneReason;
 };
 
 }  // namespace velt

@@ -105,7 +105,8 @@ QString outputPath(const EngineContext& context, const QString& source, ImageFor
             return candidate;
     }
     throw FileSystemError(FileSystemError::writeUnknown,
-                          QStringLiteral("No free name for the output of ") + source);
+                          QStringLiteral("No free name for the output of ") + source,
+                          Message{Text::noFreeOutputName, {}});
 }
 
 std::optional<QString> predictedOutputURL(const EngineContext& context, const QString& source) {

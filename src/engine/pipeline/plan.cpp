@@ -10,11 +10,15 @@
 namespace velt {
 namespace {
 
-[[noreturn]] void corrupt(const QString& path) {
-    throw FileSystemError(FileSystemError::readCorruptFile,
-                          QStringLiteral("The file “%1” couldn’t be opened because it isn’t in the "
-                                         "correct format.")
-                              .arg(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1)));
+// The decoder's error, with the file's name for the log and what it found for the user (damaged,
+// cut short, an unsupported variant).
+[[noreturn]] void unreadable(const QString& path, const imageio::ImageIOError& error) {
+    const bool unsupported = error.code() == imageio::ImageIOError::unsupportedFormat;
+    throw FileSystemError(
+        unsupported ? FileSystemError::readUnsupportedScheme : FileSystemError::readCorruptFile,
+        QStringLiteral("Cannot read “%1”: %2")
+            .arg(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1), QString::fromUtf8(error.what())),
+        error.reason());
 }
 
 // The automatic strategy keeps the source's format when it can be written.
@@ -26,14 +30,8 @@ ImageFormat automaticTarget(ImageFormat source, const imageio::Bitmap& image) {
 
 }  // namespace
 
-std::optional<imageio::Bitmap> createDisplayOrientedImage(const QString& path,
-                                                          std::optional<int> turn) {
-    imageio::Bitmap image;
-    try {
-        image = imageio::decodeFirstFrame(path);
-    } catch (const imageio::ImageIOError&) {
-        return std::nullopt;
-    }
+imageio::Bitmap createDisplayOrientedImage(const QString& path, std::optional<int> turn) {
+    imageio::Bitmap image = imageio::decodeFirstFrame(path);
     if (!turn || *turn == 1) return image;
     return imageio::applyOrientation(image, *turn);
 }
@@ -42,13 +40,17 @@ ImagePlan makePlan(const AppConfig& config, const QString& path) {
     imageio::ImageProperties properties;
     try {
         properties = imageio::readProperties(path);
-    } catch (const imageio::ImageIOError&) {
-        corrupt(path);
+    } catch (const imageio::ImageIOError& error) {
+        unreadable(path, error);
     }
     validatedDecodedRasterByteCount(properties.width, properties.height);
     imageio::PhotoMetadata metadata = sourceMetadata(path, config.metadataPolicy);
-    auto image = createDisplayOrientedImage(path, metadata.displayTurn);
-    if (!image) corrupt(path);
+    std::optional<imageio::Bitmap> image;
+    try {
+        image = createDisplayOrientedImage(path, metadata.displayTurn);
+    } catch (const imageio::ImageIOError& error) {
+        unreadable(path, error);
+    }
 
     ImagePlan plan;
     plan.source = properties.format;

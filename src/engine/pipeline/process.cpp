@@ -1,5 +1,6 @@
 #include "engine/pipeline/process.h"
 
+#include "engine/core/engine_timing.h"
 #include "engine/core/errors.h"
 #include "engine/core/image_safety.h"
 #include "engine/install/file_operations.h"
@@ -66,7 +67,7 @@ FolderCompressionResult leaveEmptyFile(EngineContext& context, const QString& fi
     rememberSignature(context, file);
     NativeLog::write(QStringLiteral("Empty file left alone ") + fileNameOf(file));
     FolderCompressionResult result;
-    result.nothingDoneReason = QStringLiteral("empty file");
+    result.nothingDoneReason = Message{Text::skippedEmptyFile, {}};
     return result;
 }
 
@@ -89,7 +90,7 @@ FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& f
     }
     NativeLog::write(QStringLiteral("Own output recognised ") + fileNameOf(file));
     FolderCompressionResult result;
-    result.nothingDoneReason = QStringLiteral("already compressed by this program");
+    result.nothingDoneReason = Message{Text::skippedOwnOutput, {}};
     return result;
 }
 
@@ -97,7 +98,7 @@ FolderCompressionResult settleOwnOutput(EngineContext& context, const QString& f
 FolderCompressionResult leaveWithoutBackup(EngineContext& context, const QString& file) {
     rememberSignature(context, file);
     FolderCompressionResult result;
-    result.nothingDoneReason = QStringLiteral("no verified backup of its original");
+    result.nothingDoneReason = Message{Text::skippedNoBackup, {}};
     return result;
 }
 
@@ -111,7 +112,30 @@ void requireOutputNameStillOurs(const EngineContext& context, const QString& fil
     throw FileSystemError(FileSystemError::writeUnknown,
                           QStringLiteral("“%1” appeared while the image was being compressed; it "
                                          "was left alone")
-                              .arg(fileNameOf(output)));
+                              .arg(fileNameOf(output)),
+                          Message{Text::outputNameAppeared, {fileNameOf(output)}});
+}
+
+// A file that cannot be decoded while it is still changing (a copy in progress when a batch
+// runs) is being written, not damaged: it changed during the decode, or it ends early and was
+// written to within the time the watcher waits for a file to hold still.
+ImagePlan planUnlessBeingWritten(const AppConfig& config, const QString& file) {
+    const auto before = fileSignature(file);
+    try {
+        return makePlan(config, file);
+    } catch (const FileSystemError& error) {
+        if (error.code() != FileSystemError::readCorruptFile) throw;
+        const auto after = fileSignature(file);
+        const bool cutShort = error.reason().id == Text::fileTruncated;
+        const bool changing =
+            !before || !after || !(*before == *after) ||
+            (cutShort &&
+             std::chrono::system_clock::now() - after->modifiedAt < writeStabilityInterval);
+        if (!changing) throw;
+        throw FileSystemError(FileSystemError::readCorruptFile,
+                              error.description() + QStringLiteral(" (still being written)"),
+                              Message{Text::fileStillBeingWritten, {}});
+    }
 }
 
 // The finished temporary file says, before it is installed, that this program made it.
@@ -138,7 +162,7 @@ FolderCompressionResult leaveAnimation(EngineContext& context, const QString& fi
     NativeLog::write(QStringLiteral("Animated image left as it is ") + fileNameOf(file));
     context.sendEvent(CompressionNotificationEvent::animatedImage(file));
     FolderCompressionResult result;
-    result.nothingDoneReason = QStringLiteral("animated image left as it is");
+    result.nothingDoneReason = Message{Text::skippedAnimated, {}};
     return result;
 }
 
@@ -156,7 +180,7 @@ FolderCompressionResult settleWithFreshOutput(EngineContext& context, const QStr
     }
     context.setProgress(100);
     FolderCompressionResult result;
-    result.nothingDoneReason = QStringLiteral("existing output is up to date");
+    result.nothingDoneReason = Message{Text::skippedOutputFresh, {}};
     return result;
 }
 
@@ -181,7 +205,8 @@ void install(EngineContext& context, const QString& file, const QString& temp,
     }
     if (!version)
         throw FileSystemError(FileSystemError::writeUnknown,
-                              QStringLiteral("The original cannot be replaced safely."));
+                              QStringLiteral("The original cannot be replaced safely."),
+                              Message{Text::cannotReplaceSafely, {}});
     if (standardizedPath(output) == standardizedPath(file))
         replaceOriginalSafely(temp, file, *version);
     else
@@ -252,7 +277,7 @@ FolderCompressionResult process(EngineContext& context, const QString& file) {
     if (size <= 0) return leaveEmptyFile(context, file);
 
     context.setProgress(15);
-    ImagePlan plan = makePlan(context.config, file);
+    ImagePlan plan = planUnlessBeingWritten(context.config, file);
     context.checkpoint();
 
     context.setProgress(35);

@@ -10,8 +10,41 @@
 #include "model/native_log.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 namespace velt {
+
+namespace {
+
+Text textOf(RestoreFailure failure) {
+    switch (failure) {
+        case RestoreFailure::nothingToRestore:
+            return Text::restoreNothingToRestore;
+        case RestoreFailure::backupMissing:
+            return Text::restoreBackupMissing;
+        case RestoreFailure::backupChanged:
+            return Text::restoreBackupChanged;
+        case RestoreFailure::nameTaken:
+            return Text::restoreNameTaken;
+        case RestoreFailure::copyChanged:
+            return Text::restoreCopyChanged;
+        case RestoreFailure::originalMissing:
+            return Text::restoreOriginalMissing;
+    }
+    return Text::restoreNothingToRestore;
+}
+
+}  // namespace
+
+RestoreError::RestoreError(RestoreFailure failure, const QString& file)
+    : std::runtime_error(
+          text(AppLanguage::english, textOf(failure), {QFileInfo(file).fileName()}).toStdString()),
+      failure_(failure),
+      file_(file) {}
+
+Message RestoreError::reason() const {
+    return {textOf(failure_), {QFileInfo(file_).fileName()}};
+}
 namespace {
 
 // What the program did for one source, as far as the registry and the output's marker tell.

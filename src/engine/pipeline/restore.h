@@ -12,7 +12,7 @@
 
 #include "engine/registry/processed_file_registry.h"
 #include "model/history.h"
-#include "model/undo_texts.h"
+#include "model/reported_error.h"
 
 #include <QString>
 #include <cstdint>
@@ -21,15 +21,23 @@
 
 namespace velt {
 
+// Why an original could not be restored or a compressed copy removed. Nothing was changed.
+enum class RestoreFailure {
+    nothingToRestore,  // the program has no compression of this file to undo
+    backupMissing,     // no backup of the original exists, or no hash of it was recorded
+    backupChanged,     // the backup is there but no longer holds the original (changed, cut)
+    nameTaken,         // the original's name is taken by another file
+    copyChanged,       // the compressed copy no longer holds what the program wrote
+    originalMissing,   // a kept original is gone: its compressed copy is all that is left
+};
+
 // A restore refused; nothing was changed. `file` is the file the failure names.
-class RestoreError : public std::runtime_error {
+class RestoreError : public std::runtime_error, public ReportedError {
   public:
-    RestoreError(RestoreFailure failure, const QString& file)
-        : std::runtime_error(restoreFailureText(failure, file, AppLanguage::english).toStdString()),
-          failure_(failure),
-          file_(file) {}
+    RestoreError(RestoreFailure failure, const QString& file);
     RestoreFailure failure() const { return failure_; }
     const QString& file() const { return file_; }
+    Message reason() const override;
 
   private:
     RestoreFailure failure_;

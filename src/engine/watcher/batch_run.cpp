@@ -44,7 +44,8 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
     stop();
     if (!QFileInfo(folder).isDir()) {
         throw FileSystemError(FileSystemError::noSuchFile,
-                              QStringLiteral("The folder “%1” doesn’t exist.").arg(folder));
+                              QStringLiteral("The folder “%1” doesn’t exist.").arg(folder),
+                              Message{Text::folderMissing, {folder}});
     }
     lock_ = std::make_unique<FolderLock>(standardizedPath(folder));
     lifecycle_.beginStart();
@@ -72,7 +73,8 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
                     return;
                 unreadableNames.push_back({watched + QLatin1Char('/') + QString::fromUtf8(rawName),
                                            BatchFileResult::Outcome::skipped, 0,
-                                           QStringLiteral("the file name is not valid UTF-8")});
+                                           Message{Text::skippedNameNotUtf8, {}},
+                                           {}});
             });
         total = static_cast<int>(unreadableNames.size() + candidates.size());
         for (BatchFileResult& result : unreadableNames) record(std::move(result));
@@ -83,7 +85,8 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         QStringList toProcess;
         for (const QString& file : candidates) {
             if (shouldSkip(context_, timing_, file))
-                record({file, BatchFileResult::Outcome::skipped, 0, {}});
+                record({file, BatchFileResult::Outcome::skipped, 0,
+                        Message{Text::skippedAlreadyProcessed, {}}, {}});
             else
                 toProcess << file;
         }

@@ -6,7 +6,7 @@
 namespace velt {
 
 bool rememberFailure(EngineContext& context, const QString& file, const std::exception& error,
-                     std::chrono::milliseconds firstPause) {
+                     const Message& reason, std::chrono::milliseconds firstPause) {
     const auto signature = fileSignature(file);
     if (!signature) return true;  // gone: nothing to know it by
     const QString key = standardizedPath(file);
@@ -26,7 +26,7 @@ bool rememberFailure(EngineContext& context, const QString& file, const std::exc
         record.updatedAt = std::chrono::system_clock::now();
     }
     record.failure = errorDescription(error);
-    record.environmentFailure = isEnvironmentFailure(error);
+    record.environmentFailure = isEnvironmentFailure(reason);
     record.attempts = repeated ? earlier->attempts + 1 : 1;
     context.remember(file, record);
     std::optional<EngineClock::time_point> retryAt;

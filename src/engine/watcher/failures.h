@@ -5,6 +5,7 @@
 #pragma once
 
 #include "engine/pipeline/engine_context.h"
+#include "model/text_catalogue.h"
 
 #include <QString>
 #include <chrono>
@@ -15,10 +16,10 @@ namespace velt {
 // The longest pause before an environment failure is tried again, in multiples of the first.
 inline constexpr int maximumRetryPauseFactor = 64;
 
-// Records that `file` failed with `error` now; `firstPause` is the pause before the first retry
-// of an environment failure. Returns whether this is the first failure of this version of the
+// Records that `file` failed with `error` now, as the user is told by `reason`; `firstPause` is
+// the pause before the first retry of an environment failure. Returns whether this is the first failure of this version of the
 // file (the one to report).
 bool rememberFailure(EngineContext& context, const QString& file, const std::exception& error,
-                     std::chrono::milliseconds firstPause);
+                     const Message& reason, std::chrono::milliseconds firstPause);
 
 }  // namespace velt

@@ -48,7 +48,8 @@ void FolderCompressor::start(const AppConfig& config, const QString& watchDirect
     if (!folder.isDir()) {
         lock_.reset();
         throw FileSystemError(FileSystemError::noSuchFile,
-                              QStringLiteral("The folder “%1” doesn’t exist.").arg(watchDirectory));
+                              QStringLiteral("The folder “%1” doesn’t exist.").arg(watchDirectory),
+                              Message{Text::folderMissing, {watchDirectory}});
     }
     queue_.sync([this] {
         // What a killed run left is put back or removed before anything is looked at.
@@ -211,7 +212,7 @@ bool FolderCompressor::processCandidate(const QString& file) {
 
 BatchFileResult FolderCompressor::runCandidate(EngineContext& context, const QString& file) {
     using Outcome = BatchFileResult::Outcome;
-    BatchFileResult outcome{file, Outcome::skipped, 0, {}};
+    BatchFileResult outcome{file, Outcome::skipped, 0, {}, {}};
     try {
         const FolderCompressionResult result = processor_(context, file);
         NativeLog::write(QStringLiteral("Processed ") + fileName(file) + QStringLiteral(" wrote=") +
@@ -222,45 +223,45 @@ BatchFileResult FolderCompressor::runCandidate(EngineContext& context, const QSt
             context.stats.savedBytes += std::max<std::int64_t>(result.savedBytes, 0);
             outcome.outcome = Outcome::compressed;
             outcome.savedBytes = result.savedBytes;
+            if (result.historyEntry) outcome.output = result.historyEntry->outputURL;
         } else if (result.historyEntry &&
                    result.historyEntry->status == CompressionHistoryStatus::alreadyOptimal) {
             outcome.outcome = Outcome::alreadyOptimal;
         } else {
             outcome.outcome = Outcome::skipped;
-            outcome.message = result.nothingDoneReason;
+            outcome.reason = result.nothingDoneReason;
         }
         if (result.historyEntry) context.sendHistory(*result.historyEntry);
     } catch (const FolderCompressorControlError& error) {
         if (error.kind() == FolderCompressorControlError::cancelled) {
             NativeLog::write(QStringLiteral("Processing cancelled ") + fileName(file));
             outcome.outcome = Outcome::cancelled;
-            outcome.message = QString::fromUtf8(error.what());
+            outcome.reason = error.reason();
             return outcome;
         }
         context.files.forgetVersion(standardizedPath(file));
         NativeLog::write(QStringLiteral("Source changed during processing; retry deferred ") +
                          fileName(file));
-        outcome.message = QString::fromUtf8(error.what());
+        outcome.reason = error.reason();
     } catch (const std::exception& error) {
-        reportFailure(context, file, error);
         outcome.outcome = Outcome::failed;
-        outcome.message = errorDescription(error);
+        outcome.reason = reportFailure(context, file, error);
     }
     return outcome;
 }
 
-void FolderCompressor::reportFailure(EngineContext& context, const QString& file,
-                                     const std::exception& error) {
+Message FolderCompressor::reportFailure(EngineContext& context, const QString& file,
+                                        const std::exception& error) {
     // A broken file fails once per version, so it cannot flood the history, the error count and
     // the machine; a failure that comes back on a retry is only logged.
-    const bool first = rememberFailure(context, file, error, timing_.fullScan);
-    const QString description = errorDescription(error);
-    NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") + description +
-                     (first ? QString() : QStringLiteral(" (again)")));
-    if (!first) return;
+    const Message reason = failureReason(error, file);
+    const bool first = rememberFailure(context, file, error, reason, timing_.fullScan);
+    NativeLog::write(QStringLiteral("Process error ") + file + QStringLiteral(": ") +
+                     errorDescription(error) + (first ? QString() : QStringLiteral(" (again)")));
+    if (!first) return reason;
     context.stats.errors += 1;
-    context.sendEvent(CompressionNotificationEvent::processingFailed(file, description));
-    if (!context.callbacks.onHistory) return;
+    context.sendEvent(CompressionNotificationEvent::processingFailed(file, reason));
+    if (!context.callbacks.onHistory) return reason;
     CompressionHistoryEntry entry;
     entry.id = QUuid::createUuid();
     entry.date = QDateTime::currentDateTimeUtc();
@@ -271,8 +272,9 @@ void FolderCompressor::reportFailure(EngineContext& context, const QString& file
         // The size stays unknown.
     }
     entry.status = CompressionHistoryStatus::failed;
-    entry.message = description;
+    entry.reason = reason;
     context.sendHistory(entry);
+    return reason;
 }
 
 namespace {

@@ -16,8 +16,8 @@
 #include "engine/install/scratch_folder.h"
 #include "engine/pipeline/engine_context.h"
 #include "engine/pipeline/folder_compression_result.h"
+#include "engine/core/engine_timing.h"
 #include "engine/pipeline/restore.h"
-#include "engine/watcher/engine_timing.h"
 #include "engine/watcher/folder_events.h"
 #include "engine/watcher/folder_lock.h"
 #include "engine/watcher/scan_planner.h"
@@ -38,8 +38,9 @@ struct BatchFileResult {
     enum class Outcome { compressed, alreadyOptimal, failed, skipped, cancelled };
     QString file;
     Outcome outcome = Outcome::skipped;
-    std::int64_t savedBytes = 0;  // for compressed files
-    QString message;              // for failed files, and why a file was skipped
+    std::int64_t savedBytes = 0;    // for compressed files
+    std::optional<Message> reason;  // for failed files, and why a file was skipped
+    std::optional<QString> output;  // the file written, for compressed files
 };
 
 class FolderCompressor {
@@ -136,7 +137,8 @@ class FolderCompressor {
     // failure its report and the memory that keeps this version of the file from being tried
     // again. Never throws.
     BatchFileResult runCandidate(EngineContext& context, const QString& file);
-    void reportFailure(EngineContext& context, const QString& file, const std::exception& error);
+    // Logs, counts and reports a failed file; returns what the user is told.
+    Message reportFailure(EngineContext& context, const QString& file, const std::exception& error);
     // Processes `groups` on `jobs` workers, each with a context of its own and one shared
     // registry; files of one group one after another.
     void runInParallel(const std::vector<QStringList>& groups, int jobs,

@@ -60,6 +60,10 @@ QString FolderBusyError::description() const {
     return QString::fromUtf8(what());
 }
 
+Message FolderBusyError::reason() const {
+    return {Text::folderBusy, {folder_, QString::number(holder_)}};
+}
+
 FolderLock::FolderLock(const QString& folder) {
     const QString path = lockPath(folder);
     const int fd = ::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);

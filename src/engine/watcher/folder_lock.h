@@ -8,6 +8,8 @@
 // Owned by the engine; not thread-safe (the engine takes and releases it on its own queue).
 #pragma once
 
+#include "model/reported_error.h"
+
 #include <sys/types.h>
 #include <QString>
 #include <stdexcept>
@@ -15,12 +17,13 @@
 namespace velt {
 
 // Another process holds the folder.
-class FolderBusyError : public std::runtime_error {
+class FolderBusyError : public std::runtime_error, public ReportedError {
   public:
     FolderBusyError(const QString& folder, pid_t holder);
     pid_t holder() const { return holder_; }
     // "The folder “…” is already being compressed by process N."
     QString description() const;
+    Message reason() const override;
 
   private:
     QString folder_;

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "engine/pipeline/engine_context.h"
-#include "engine/watcher/engine_timing.h"
+#include "engine/core/engine_timing.h"
 
 #include <QString>
 

@@ -263,7 +263,8 @@ TEST_F(NamingTest, OutputsKeepTheSourcesAccessAndLongNamesWork) {
         }
         const FolderCompressionResult result = process(context, source);
         ASSERT_TRUE(result.didWrite)
-            << row.name.toStdString() << " " << result.nothingDoneReason.toStdString()
+            << row.name.toStdString() << " "
+            << (result.nothingDoneReason ? code(result.nothingDoneReason->id).toStdString() : "")
             << (result.historyEntry ? static_cast<int>(result.historyEntry->status) : -1);
         const QString output = *result.historyEntry->outputURL;
         struct stat info {};

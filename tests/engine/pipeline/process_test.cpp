@@ -151,40 +151,48 @@ TEST_F(PipelineTest, AFreshOutputSettlesTheSourceWithoutDecoding) {
     EXPECT_EQ(record->outputFingerprint, std::nullopt) << "a file of unknown origin became ours";
 }
 
-// Broken and hostile input costs a header read, changes nothing and leaves no temporary file.
-TEST_F(PipelineTest, BrokenInputFailsAndTouchesNothing) {
+// Broken and hostile input costs a header read, changes nothing, leaves no temporary file and is
+// told apart: damaged, cut short, still being written (changed a moment ago), too large.
+TEST_F(PipelineTest, BrokenInputFailsTellsWhyAndTouchesNothing) {
     QByteArray hugePNG = QByteArray::fromHex("89504e470d0a1a0a0000000d49484452");
     hugePNG += QByteArray::fromHex("000186a0000186a00806000000");  // 100000×100000 RGBA
     hugePNG += QByteArray::fromHex("a8520bc8");                    // a valid header, no pixel data
     const QByteArray jpeg = testing::readFile(photoJPEG(u"ok.jpg"_s));
     QByteArray damagedMarker = jpeg;
     damagedMarker[3] = '\x02';  // the first segment's length now runs past the data
-    const std::pair<const char*, QByteArray> cases[] = {
-        {"zero.jpg", QByteArray()},
-        {"random.jpg", QByteArray(5000, '\x5a')},
-        {"random.png", QByteArray::fromHex("0102030405060708") + QByteArray(300, '\x11')},
-        {"truncated.jpg", jpeg.left(jpeg.size() / 3)},
-        {"damaged.jpg", damagedMarker},
-        {"huge.png", hugePNG},
+    const struct {
+        const char* name;
+        QByteArray bytes;
+        bool justWritten;
+        std::optional<Text> reason;  // nothing: an empty file, left alone
+    } cases[] = {
+        {"zero.jpg", QByteArray(), false, std::nullopt},
+        {"random.jpg", QByteArray(5000, '\x5a'), false, Text::fileDamaged},
+        {"cut.jpg", jpeg.left(jpeg.size() / 3), false, Text::fileTruncated},
+        {"arriving.jpg", jpeg.left(jpeg.size() / 3), true, Text::fileStillBeingWritten},
+        {"damaged.jpg", damagedMarker, false, Text::fileDamaged},
+        {"huge.png", hugePNG, false, Text::imageTooLarge},
     };
-    for (const auto& [name, bytes] : cases) {
-        const QString path = file(QString::fromUtf8(name));
-        testing::writeFile(path, bytes);
+    for (const auto& c : cases) {
+        const QString path = file(QString::fromUtf8(c.name));
+        testing::writeFile(path, c.bytes);
+        QFile written(path);
+        ASSERT_TRUE(c.justWritten || (written.open(QIODevice::ReadWrite) &&
+                                      written.setFileTime(QDateTime::currentDateTime().addSecs(-60),
+                                                          QFileDevice::FileModificationTime)));
+        std::optional<Message> reason;
         try {
             const FolderCompressionResult result = process(context, path);
-            EXPECT_FALSE(result.didWrite) << name;
-            EXPECT_TRUE(bytes.isEmpty()) << name << " did not fail";
-            EXPECT_EQ(result.nothingDoneReason, u"empty file"_s);
-        } catch (const ImageSafetyError& error) {
-            EXPECT_EQ(error.errorDescription(),
-                      u"The image is too large to process safely (100000×100000)."_s);
+            EXPECT_FALSE(result.didWrite) << c.name;
+            EXPECT_EQ(result.nothingDoneReason, (Message{Text::skippedEmptyFile, {}}));
         } catch (const std::exception& error) {
-            EXPECT_NE(QByteArray(name), "huge.png") << error.what();
+            reason = reasonOf(error);
         }
-        EXPECT_EQ(testing::readFile(path), bytes) << name;
+        EXPECT_EQ(reason ? std::optional(reason->id) : std::nullopt, c.reason) << c.name;
+        EXPECT_EQ(testing::readFile(path), c.bytes) << c.name;
     }
-    for (const QString& name : folderNames())
-        EXPECT_FALSE(name.contains(QLatin1String(".velt-temp"))) << name.toStdString();
+    EXPECT_EQ(reasonOf(ImageSafetyError::limitExceeded(100000, 99999)).arguments,
+              QStringList({u"100000"_s, u"99999"_s}));
 }
 
 TEST(RasterLimits, Table) {
@@ -279,7 +287,7 @@ TEST_F(PipelineTest, AnimationsAreLeftAsTheyAre) {
         const QByteArray before = testing::readFile(path);
         const FolderCompressionResult result = process(context, path);
         EXPECT_FALSE(result.didWrite) << name;
-        EXPECT_EQ(result.nothingDoneReason, u"animated image left as it is"_s);
+        EXPECT_EQ(result.nothingDoneReason, (Message{Text::skippedAnimated, {}}));
         EXPECT_EQ(testing::readFile(path), before) << name;
         EXPECT_EQ(events.back(), CompressionNotificationEvent::animatedImage(path));
         EXPECT_TRUE(context.files.isHandled(path, *fileSignature(path)));

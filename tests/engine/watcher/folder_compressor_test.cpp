@@ -123,14 +123,15 @@ TEST(FolderCompressorScan, OneFailureIsReportedAndTheScanGoesOn) {
     ASSERT_TRUE(eventually([&] { return rig.history().size() >= 2; }));
     const auto events = rig.events();
     ASSERT_GE(events.size(), 1u);
-    EXPECT_EQ(events[0], CompressionNotificationEvent::processingFailed(rig.file(u"bad.jpg"_s),
-                                                                        u"Broken image"_s));
+    const Message damaged{Text::fileDamaged, {}};
+    EXPECT_EQ(events[0],
+              CompressionNotificationEvent::processingFailed(rig.file(u"bad.jpg"_s), damaged));
     const auto history = rig.history();
     const auto failed = std::ranges::find(history, CompressionHistoryStatus::failed,
                                           &CompressionHistoryEntry::status);
     ASSERT_NE(failed, history.end());
     EXPECT_EQ(failed->originalBytes, 1234);
-    EXPECT_EQ(failed->message, u"Broken image"_s);
+    EXPECT_EQ(failed->reason, damaged);
     EXPECT_FALSE(failed->outputURL);
     EXPECT_TRUE(
         eventually([&] { return rig.stats().back().errors >= 1 && rig.stats().back().done == 1; }));
