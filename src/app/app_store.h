@@ -106,6 +106,10 @@ class AppStore : public QObject {
     // that file; a refusal or failure is shown in one alert. The history gets the entry.
     void restore(const QString& file, QObject* window = nullptr, bool besideWhenTaken = false);
 
+    // Compresses the files and folders the user dropped, now, with the settings in force (see
+    // FolderCompressor::compressDropped); outputs follow the original policy beside each file.
+    void compressDropped(const QStringList& paths);
+
     void setAutostart(bool on);
     void setShowMenuBarProgress(bool on);
     void setNotificationsEnabled(bool on);

@@ -1,5 +1,6 @@
 // The store's part of undoing a compression (the request goes to the engine's queue, the answer
-// comes back to the main thread, and a refusal reaches the user in one alert) and of the backups.
+// comes back to the main thread, and a refusal reaches the user in one alert), of the backups,
+// and of compressing what the user drops.
 #include "app/app_store.h"
 
 #include "engine/core/errors.h"
@@ -52,6 +53,11 @@ void AppStore::restoreFailed(std::exception_ptr error, const QString& file, QObj
         NativeLog::write(QStringLiteral("Restore failed: ") + errorDescription(failure));
         showAlert(Text::restoreFailedTitle, reasonOf(failure).inLanguage(config_.language), window);
     }
+}
+
+void AppStore::compressDropped(const QStringList& paths) {
+    NativeLog::write(QStringLiteral("Dropped ") + paths.join(QStringLiteral(", ")));
+    compressor_->compressDropped(engineConfig(), paths, nullptr);
 }
 
 BackupUsage AppStore::backupUsage() const {

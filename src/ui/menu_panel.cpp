@@ -1,5 +1,6 @@
 #include "ui/menu_panel.h"
 
+#include "app/app_store.h"
 #include "model/constants.h"
 #include "model/native_log.h"
 #include "ui/layout.h"
@@ -9,10 +10,14 @@
 #include <QAbstractItemView>
 #include <QComboBox>
 #include <QCursor>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QMimeData>
 #include <QScreen>
 #include <QTimer>
+#include <QUrl>
 #include <algorithm>
 
 namespace velt::ui {
@@ -24,8 +29,9 @@ constexpr int anchorGap = 2;     // between the tray icon and the tail's apex
 }  // namespace
 
 MenuPanel::MenuPanel(AppStore& store, PopoverViewController::Callbacks callbacks, Mode mode)
-    : QWidget(nullptr), mode_(mode) {
+    : QWidget(nullptr), store_(store), mode_(mode) {
     setWindowTitle(appName);
+    setAcceptDrops(true);
     tailView_ = new PanelTailView(this);
     const auto resized = std::move(callbacks.onContentSizeChanged);
     callbacks.onContentSizeChanged = [this, resized] {
@@ -136,6 +142,34 @@ void MenuPanel::toggle(const QRect& anchor) {
     // The press on the icon closed the popup already; the click that follows is the same act.
     if (mode_ == Mode::popup && sinceHidden_.isValid() && sinceHidden_.elapsed() < 300) return;
     present(anchor);
+}
+
+namespace {
+
+// The local files and folders a drag carries; a file manager gives them as file URLs.
+QStringList droppedPaths(const QMimeData* data) {
+    QStringList paths;
+    if (data == nullptr) return paths;
+    for (const QUrl& url : data->urls())
+        if (url.isLocalFile()) paths << url.toLocalFile();
+    return paths;
+}
+
+}  // namespace
+
+void MenuPanel::dragEnterEvent(QDragEnterEvent* event) {
+    if (droppedPaths(event->mimeData()).isEmpty()) return;
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+}
+
+void MenuPanel::dropEvent(QDropEvent* event) {
+    const QStringList paths = droppedPaths(event->mimeData());
+    if (paths.isEmpty()) return;
+    // The files stay where they are: the drop only names them.
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+    store_.compressDropped(paths);
 }
 
 bool MenuPanel::closeOpenList() {

@@ -9,6 +9,8 @@
 // The keyboard reaches every control: Tab and the arrow keys move between rows, Space or
 // Enter acts, Escape closes an open list first and the panel after.
 //
+// Files and folders dropped onto either form are compressed now (AppStore::compressDropped).
+//
 // Main thread only.
 #pragma once
 
@@ -51,6 +53,8 @@ class MenuPanel : public QWidget {
     void closeEvent(QCloseEvent* event) override;
     void hideEvent(QHideEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
 
   private:
     void applyMode();
@@ -58,6 +62,7 @@ class MenuPanel : public QWidget {
     void updateMask();
     bool closeOpenList();
 
+    AppStore& store_;
     Mode mode_;
     PanelTailView* tailView_;
     PopoverViewController* content_ = nullptr;

@@ -9,7 +9,8 @@ or hand it a folder to watch, and the tray going and coming back turns the panel
 and back.
 
 X11 with a StatusNotifierItem tray (tests/ui/sni_watcher stands in for the desktop's): the
-program starts as a window, the tray appearing later takes its item, which is titled "VELT |
+program starts as a window, which compresses a photo and a folder dragged onto it from another
+program (tests/ui/drag_source, as a file manager drags) beside them and reports a text file, the tray appearing later takes its item, which is titled "VELT |
 Compressor", carries its menu in the interface language (rebuilt when compression is paused),
 opens the panel at the point the tray was clicked and the settings from the menu.
 
@@ -18,7 +19,7 @@ Wayland (weston, headless): the panel opens as an ordinary window, never a frame
 Screenshots go to <build>/test-artifacts/desktop-*.png. Exits 77 (skipped) when a tool is
 missing.
 
-Usage: desktop_session_test.py PROGRAM SNI_WATCHER ARTIFACTS_DIR
+Usage: desktop_session_test.py PROGRAM SNI_WATCHER DRAG_SOURCE ARTIFACTS_DIR
 """
 import glob
 import json
@@ -30,7 +31,7 @@ import sys
 import tempfile
 import time
 
-PROGRAM, WATCHER, ARTIFACTS = sys.argv[1:4]
+PROGRAM, WATCHER, DRAG_SOURCE, ARTIFACTS = sys.argv[1:5]
 ICON_BLUE = (0x2B, 0x63, 0xE6)
 RED = (0xD9, 0x3B, 0x30)
 
@@ -271,11 +272,9 @@ def xembed_tray(session, folder):
     wait_for(lambda: log_count(log, "System tray now: none"), 10, "the tray to be missed")
     later_launch(env, "--show-panel")
     window = wait_for(lambda: visible_window(r"^VELT \| Compressor$"), 5, "the panel window")
-    geometry = dict(line.split("=") for line in subprocess.run(
-        ["xdotool", "getwindowgeometry", "--shell", window], stdout=subprocess.PIPE, text=True,
-        check=True).stdout.split())
+    geometry = window_geometry(window)
     # Its quit row, at the bottom left, is light only once the window has painted itself.
-    painted(int(geometry["X"]) + 40, int(geometry["Y"]) + int(geometry["HEIGHT"]) - 15)
+    painted(geometry["X"] + 40, geometry["Y"] + geometry["HEIGHT"] - 15)
     Screen("desktop-panel-window-without-tray")
     subprocess.run(["xdotool", "windowactivate", "--sync", window, "key", "Escape"], check=True)
     wait_for(lambda: log_count(log, "Panel window closed; the program keeps running"), 5,
@@ -288,10 +287,56 @@ def xembed_tray(session, folder):
     tray.wait(timeout=10)
 
 
+def window_geometry(window):
+    shell = subprocess.run(["xdotool", "getwindowgeometry", "--shell", window],
+                           stdout=subprocess.PIPE, text=True, check=True).stdout.split()
+    geometry = dict(line.split("=") for line in shell)
+    return {key: int(geometry[key]) for key in ("X", "Y", "WIDTH", "HEIGHT")}
+
+
+def drop_onto_window(session, log):
+    """Outside the watched folder: a photo and a folder with another one, and a text file, dragged
+    from another program onto the panel's window and dropped there."""
+    dropped = os.path.join(session.work, "dropped")
+    inner = os.path.join(dropped, "album")
+    os.makedirs(inner)
+    for path in (os.path.join(dropped, "photo.jpg"), os.path.join(inner, "inner.jpg")):
+        subprocess.run(["convert", "-size", "640x480", "plasma:", "-quality", "100", path],
+                       check=True)
+    with open(os.path.join(dropped, "notes.txt"), "w") as f:
+        f.write("not an image")
+    source = session.spawn([DRAG_SOURCE, os.path.join(dropped, "photo.jpg"), inner,
+                            os.path.join(dropped, "notes.txt")], stdout=subprocess.PIPE, text=True)
+    if source.stdout.readline().strip() != "shown":
+        fail("the drag source did not start")
+    target = window_geometry(visible_window(r"^VELT \| Compressor$"))
+    start = window_geometry(wait_for(lambda: visible_window("^drag source$"), 5, "the drag source"))
+    sx, sy = start["X"] + 60, start["Y"] + 60
+    tx, ty = target["X"] + target["WIDTH"] // 2, target["Y"] + target["HEIGHT"] // 2
+    subprocess.run(["xdotool", "mousemove", "--sync", str(sx), str(sy), "mousedown", "1", "sleep",
+                    "0.4", "mousemove", str((sx + tx) // 2), str((sy + ty) // 2), "sleep", "0.4",
+                    "mousemove", str(tx), str(ty), "sleep", "0.6", "mouseup", "1"], check=True)
+    answer = source.stdout.readline().strip()
+    if answer != "copy":
+        fail(f"the window answered the drop with {answer!r}, not a copy")
+    for output in ("photo_veltcompressed.jpg", "album/inner_veltcompressed.jpg"):
+        path = os.path.join(dropped, output)
+        wait_for(lambda: os.path.exists(path), 20, output + " beside the dropped photo")
+        original = os.path.join(dropped, output.replace("_veltcompressed", ""))
+        if os.path.getsize(path) >= os.path.getsize(original):
+            fail(f"{output} is not smaller than its original")
+    wait_for(lambda: log_count(log, "Dropped file is not an image notes.txt"), 5,
+             "the text file reported")
+    if sorted(os.listdir(dropped)) != ["album", "notes.txt", "photo.jpg",
+                                      "photo_veltcompressed.jpg"]:
+        fail(f"the drop left {sorted(os.listdir(dropped))}")
+
+
 def status_notifier_tray(session, folder):
     env, log = program_environment(session, "sni", folder, "russian")
     program = start_program(session, env, log)
     wait_for(lambda: log_count(log, "Panel shown as a window"), what="the window without a tray")
+    drop_onto_window(session, log)
     # The tray comes after the program, as at a login.
     tray = Tray(session)
     tray.expect("registered ")

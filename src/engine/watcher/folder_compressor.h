@@ -12,11 +12,11 @@
 // engine's own queue (from inside a callback). Set the callbacks before the first start.
 #pragma once
 
+#include "engine/core/engine_timing.h"
 #include "engine/core/lifecycle.h"
 #include "engine/install/scratch_folder.h"
 #include "engine/pipeline/engine_context.h"
 #include "engine/pipeline/folder_compression_result.h"
-#include "engine/core/engine_timing.h"
 #include "engine/pipeline/restore.h"
 #include "engine/watcher/folder_events.h"
 #include "engine/watcher/folder_lock.h"
@@ -102,6 +102,16 @@ class FolderCompressor {
     void restore(const QString& file, const std::optional<QString>& watchDirectory,
                  bool besideWhenTaken, RestoreDone done);
 
+    // Compresses what the user dropped, now, with `config`, through the same pipeline, skip and
+    // safety rules as a scan: a dropped file itself, a dropped folder by the images in it. Each
+    // file's backups go to the folder it is in; a folder another engine holds is left alone (its
+    // files fail with that reason). Anything that is not an image is reported once as an
+    // unsupported file. Runs on the engine's queue between two files, whether or not the engine
+    // watches; the results reach the history and counters as a scan's do, and `done` gets them
+    // on the queue. Call it from the thread that starts and stops the engine.
+    using DropDone = std::function<void(const std::vector<BatchFileResult>&)>;
+    void compressDropped(const AppConfig& config, const QStringList& paths, DropDone done);
+
     EngineCallbacks callbacks;
 
     // Test seams, kept in the code on purpose: a processor standing in for the pipeline, and
@@ -150,6 +160,9 @@ class FolderCompressor {
     void reportUndecodableNameIfNeeded(const QString& folder, const QByteArray& rawName,
                                        const FileSignature& signature);
     void stopTimers();
+    // The dropped images of one folder; `watching` tells whether the engine watches.
+    void compressDroppedIn(const AppConfig& config, const QString& folder, const QStringList& files,
+                           bool watching, std::vector<BatchFileResult>& results);
 
     EngineLifecycle lifecycle_;
     SerialQueue queue_;

@@ -2,12 +2,16 @@
 #include "engine/core/errors.h"
 #include "engine/encoders/tool_runner.h"
 #include "engine/install/safe_install.h"
+#include "engine/pipeline/process.h"
 #include "engine_test_rig.h"
+#include "support/test_images.h"
 
 #include <gtest/gtest.h>
+#include <QDirIterator>
 #include <QFile>
 #include <condition_variable>
 #include <fstream>
+#include <future>
 #include <mutex>
 
 namespace velt {
@@ -317,6 +321,46 @@ TEST(FolderCompressorEvents, ChangesArePickedUpWithAndWithoutEvents) {
         testing::writeFile(rig.file(u"dropped.jpg"_s), "rewritten in place");
         EXPECT_TRUE(eventually([&] { return processedCount("dropped.jpg") == 2; }));
     }
+}
+
+// A drop onto a paused engine, replacing originals: the photo goes through the
+// real pipeline with its verified backup in its own folder; a copy inside a backup folder and a
+// text file are reported and left as they are.
+TEST(FolderCompressorDrop, ADroppedPhotoIsCompressedBesideItsBackupEvenWhileStopped) {
+    EngineRig rig(&process);
+    rig.start();
+    rig.engine->stop();
+    QTemporaryDir elsewhere;
+    const QString photo = elsewhere.filePath(u"photo.jpg"_s);
+    ASSERT_TRUE(testing::writeJPEGWithCjpeg(testing::photoLikeBitmap(640, 480), 100, photo));
+    const QByteArray original = testing::readFile(photo);
+    ASSERT_TRUE(QDir(elsewhere.path()).mkpath(u".velt-compressor-backups"_s));
+    const QString oldBackup = elsewhere.filePath(u".velt-compressor-backups/old.jpg"_s);
+    testing::writeFile(oldBackup, original);
+    const QString notes = elsewhere.filePath(u"notes.txt"_s);
+    testing::writeFile(notes, "text");
+
+    AppConfig replacing;
+    replacing.originalPolicy = OriginalPolicy::replace;
+    std::promise<std::vector<BatchFileResult>> finished;
+    rig.engine->compressDropped(replacing, {photo, oldBackup, notes},
+                                [&](const auto& results) { finished.set_value(results); });
+    auto results = finished.get_future();
+    ASSERT_EQ(results.wait_for(60s), std::future_status::ready);
+    std::vector<BatchFileResult::Outcome> outcomes;
+    for (const BatchFileResult& result : results.get()) outcomes.push_back(result.outcome);
+    using Outcome = BatchFileResult::Outcome;
+    EXPECT_EQ(outcomes, (std::vector{Outcome::skipped, Outcome::skipped, Outcome::compressed}));
+    EXPECT_EQ(rig.events().size(), 2u);
+
+    EXPECT_LT(QFileInfo(photo).size(), original.size());
+    QDirIterator backups(elsewhere.filePath(u".velt-compressor-backups"_s),
+                         {u"photo.original*.jpg"_s}, QDir::Files, QDirIterator::Subdirectories);
+    ASSERT_TRUE(backups.hasNext());
+    EXPECT_EQ(testing::readFile(backups.next()), original);
+    EXPECT_EQ(testing::readFile(oldBackup), original);
+    EXPECT_EQ(testing::readFile(notes), "text");
+    EXPECT_FALSE(rig.engine->isRunning());
 }
 
 }  // namespace
