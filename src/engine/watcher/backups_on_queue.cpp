@@ -11,7 +11,7 @@ namespace velt {
 
 void FolderCompressor::restore(const QString& file, const std::optional<QString>& watchDirectory,
                                bool besideWhenTaken, RestoreDone done) {
-    queue_.post([this, file, watchDirectory, besideWhenTaken, done = std::move(done)] {
+    postUserRequest([this, file, watchDirectory, besideWhenTaken, done = std::move(done)] {
         try {
             const RestoreOutcome outcome =
                 restoreFile(*context_.processedRegistry, file,

@@ -56,7 +56,7 @@ std::map<QString, QStringList> droppedImagesByFolder(
 
 void FolderCompressor::compressDropped(const AppConfig& config, const QStringList& paths,
                                        DropDone done) {
-    queue_.post([this, config, paths, done = std::move(done)] {
+    postUserRequest([this, config, paths, done = std::move(done)] {
         // A stopped engine clears its stop flag for the drop and sets it again after; start and
         // stop wait for this task on the queue, so neither meets it halfway.
         const bool watching = lifecycle_.isRunning();

@@ -181,8 +181,30 @@ void FolderCompressor::scan() {
         if (shouldSkip(context_, timing_, file)) continue;
         planner_.lookAgain(file);
         if (!processCandidate(file)) return;
+        runUserRequests();
     }
     if (redo) redoRequested_ = false;
+}
+
+void FolderCompressor::postUserRequest(std::function<void()> request) {
+    {
+        const std::lock_guard lock(userRequestsMutex_);
+        userRequests_.push_back(std::move(request));
+    }
+    queue_.post([this] { runUserRequests(); });
+}
+
+void FolderCompressor::runUserRequests() {
+    for (;;) {
+        std::function<void()> request;
+        {
+            const std::lock_guard lock(userRequestsMutex_);
+            if (userRequests_.empty()) return;
+            request = std::move(userRequests_.front());
+            userRequests_.erase(userRequests_.begin());
+        }
+        request();
+    }
 }
 
 void FolderCompressor::takeAsSettled(EngineContext& context, const QStringList& files) const {

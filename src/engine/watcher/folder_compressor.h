@@ -27,6 +27,7 @@
 #include <QTimer>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -160,6 +161,10 @@ class FolderCompressor {
     void reportUndecodableNameIfNeeded(const QString& folder, const QByteArray& rawName,
                                        const FileSignature& signature);
     void stopTimers();
+    // What the user asks for (a restore, a drop) runs on the queue as soon as the file in
+    // progress is done: between two files of a scan, or on its own when no scan runs.
+    void postUserRequest(std::function<void()> request);
+    void runUserRequests();
     // The dropped images of one folder; `watching` tells whether the engine watches.
     void compressDroppedIn(const AppConfig& config, const QString& folder, const QStringList& files,
                            bool watching, std::vector<BatchFileResult>& results);
@@ -179,6 +184,8 @@ class FolderCompressor {
     bool redoRequested_ = false;            // queue-owned; until a pass of compressAgain has ended
     bool fileEventsEnabled_ = true;
     std::optional<BatchMemory> batchMemory_;
+    std::mutex userRequestsMutex_;
+    std::vector<std::function<void()>> userRequests_;  // guarded by userRequestsMutex_
 };
 
 }  // namespace velt
