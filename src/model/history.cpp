@@ -7,6 +7,7 @@
 #include "model/paths.h"
 
 #include <QRegularExpression>
+#include <QSet>
 #include <QtGlobal>
 
 namespace velt {
@@ -93,7 +94,8 @@ nlohmann::ordered_json encodeEntry(const CompressionHistoryEntry& entry) {
         object["message"] = toStd(entry.reason->inLanguage(AppLanguage::english));
         object["messageCode"] = toStd(code(entry.reason->id));
         auto arguments = nlohmann::ordered_json::array();
-        for (const QString& argument : entry.reason->arguments) arguments.push_back(toStd(argument));
+        for (const QString& argument : entry.reason->arguments)
+            arguments.push_back(toStd(argument));
         object["messageArguments"] = arguments;
     } else if (entry.message) {
         object["message"] = toStd(*entry.message);
@@ -157,7 +159,19 @@ void insertNewest(CompressionHistory& history, CompressionHistoryEntry entry) {
 
 std::int64_t totalSavedBytes(const CompressionHistory& history) {
     std::int64_t total = 0;
-    for (const auto& entry : history) total += entry.savedBytes().value_or(0);
+    // Newest first: a restore undoes the older compressions of its files, not a later one.
+    QSet<QString> undone;
+    for (const auto& entry : history) {
+        if (entry.status == CompressionHistoryStatus::restored) {
+            undone << entry.sourceURL;
+            if (entry.outputURL) undone << *entry.outputURL;
+            continue;
+        }
+        if (undone.contains(entry.sourceURL) ||
+            (entry.outputURL && undone.contains(*entry.outputURL)))
+            continue;
+        total += entry.savedBytes().value_or(0);
+    }
     return total;
 }
 

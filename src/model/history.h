@@ -53,7 +53,8 @@ inline const QString historyFileName = QStringLiteral("compression-history.json"
 // Puts `entry` first and drops the oldest entries beyond historyLimit.
 void insertNewest(CompressionHistory& history, CompressionHistoryEntry entry);
 
-// Sum of savedBytes over the entries that have one.
+// Sum of savedBytes over the entries that have one, leaving out compressions a later restore
+// undid (its file, by the original's name or the output's).
 std::int64_t totalSavedBytes(const CompressionHistory& history);
 
 // Nothing when the data is not an array of valid entries (one bad entry spoils the whole file).

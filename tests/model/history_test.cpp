@@ -32,6 +32,14 @@ TEST(History, SavedBytesAndTotals) {
     EXPECT_EQ(history[1].savedBytes(), 3800);
     EXPECT_EQ(history[2].savedBytes(), std::nullopt);
     EXPECT_EQ(totalSavedBytes(history), 3800);
+
+    // A restore takes back what the compressions of its file before it saved, not after.
+    auto restored = entry(2, CompressionHistoryStatus::restored);
+    CompressionHistory undone = history;
+    undone.insert(undone.begin(), restored);
+    EXPECT_EQ(totalSavedBytes(undone), 0);
+    undone.insert(undone.begin(), sized(2, 5000, 1000));
+    EXPECT_EQ(totalSavedBytes(undone), 4000);
 }
 
 TEST(History, RoundTripAtWholeSeconds) {
