@@ -63,9 +63,10 @@ void AppStore::checkUpdates(QObject* window) {
 
 void AppStore::offerUpdate(const AppUpdateManifest& manifest, QObject* window) {
     if (!presenter_) return;
-    const bool accepted = presenter_->confirm(
-        text(Text::updateAvailableTitle, {manifest.version}), text(Text::updateAvailableExplanation),
-        text(Text::updateNow), text(Text::updateLater), window);
+    const bool accepted =
+        presenter_->confirm(text(Text::updateAvailableTitle, {manifest.version}),
+                            text(Text::updateAvailableExplanation), text(Text::updateNow),
+                            text(Text::updateLater), window);
     if (accepted) downloadAndInstall(manifest, window);
 }
 

@@ -50,8 +50,9 @@ qsizetype labelWidth(AppLanguage language) {
 }  // namespace
 
 QString batchLine(const BatchFileResult& result, AppLanguage language) {
-    QString line = text(language, outcomeLabel(result.outcome)).leftJustified(labelWidth(language)) +
-                   QFileInfo(result.file).fileName();
+    QString line =
+        text(language, outcomeLabel(result.outcome)).leftJustified(labelWidth(language)) +
+        QFileInfo(result.file).fileName();
     if (result.outcome == BatchFileResult::Outcome::compressed) {
         const QString output = result.output ? QFileInfo(*result.output).fileName() : QString();
         if (output == QFileInfo(result.file).fileName())

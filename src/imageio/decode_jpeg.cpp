@@ -146,8 +146,8 @@ void checkPlausibleSize(const JpegDecoder& decoder, qsizetype fileBytes) {
 [[noreturn]] void throwJpegError(const JpegDecoder& decoder) {
     const char* reason = decoder.error.message[0] ? decoder.error.message : "damaged data";
     if (decoder.error.code == JWRN_JPEG_EOF)
-        throwTruncated(QStringLiteral("The JPEG image ends early (%1).")
-                           .arg(QString::fromLocal8Bit(reason)));
+        throwTruncated(
+            QStringLiteral("The JPEG image ends early (%1).").arg(QString::fromLocal8Bit(reason)));
     throwCorrupt(QStringLiteral("The file is not a readable JPEG image (%1).")
                      .arg(QString::fromLocal8Bit(reason)));
 }

@@ -30,9 +30,9 @@ FileNameParts splitFileName(const QString& fileName);
 inline constexpr qsizetype maximumFileNameBytes = 255;
 
 // base + tail, with `base` cut at a character boundary (never inside a UTF-8 sequence or a
-// surrogate pair) so that the whole name fits in maximumFileNameBytes less `reserveBytes`. Names the program makes
-// from a user's name (outputs, temporary and moved-aside files, backups) carry markers and
-// suffixes; cutting the base keeps every name the file system accepts usable.
+// surrogate pair) so that the whole name fits in maximumFileNameBytes less `reserveBytes`. Names
+// the program makes from a user's name (outputs, temporary and moved-aside files, backups) carry
+// markers and suffixes; cutting the base keeps every name the file system accepts usable.
 QString fittedFileName(const QString& base, const QString& tail, qsizetype reserveBytes = 0);
 
 }  // namespace velt

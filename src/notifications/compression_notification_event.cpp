@@ -28,8 +28,8 @@ CompressionNotificationEvent CompressionNotificationEvent::unsupportedFile(const
     return {Kind::unsupportedFile, path, {}};
 }
 
-CompressionNotificationEvent CompressionNotificationEvent::processingFailed(
-    const QString& path, const Message& reason) {
+CompressionNotificationEvent CompressionNotificationEvent::processingFailed(const QString& path,
+                                                                            const Message& reason) {
     return {Kind::processingFailed, path, reason};
 }
 

@@ -61,8 +61,7 @@ void DesktopPresenter::openURL(const QString& url) {
 }
 
 std::optional<QString> DesktopPresenter::chooseFolder(const QString& title,
-                                                      const QString& startFolder,
-                                                      QObject* window) {
+                                                      const QString& startFolder, QObject* window) {
     QWidget* parent = sheetParent(window);
     QFileDialog dialog(parent, title, startFolder);
     dialog.setFileMode(QFileDialog::Directory);

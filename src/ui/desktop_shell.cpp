@@ -145,9 +145,8 @@ void DesktopShell::openSettings() {
 void DesktopShell::openHistory() {
     hidePopupPanel();
     if (!history_)
-        history_ =
-            std::make_unique<HistoryWindowController>(
-                *store_, presenter_, [this](const QString& path) { store_->showInFileBrowser(path); });
+        history_ = std::make_unique<HistoryWindowController>(
+            *store_, presenter_, [this](const QString& path) { store_->showInFileBrowser(path); });
     history_->showWindow();
 }
 

@@ -61,9 +61,9 @@ QString historyCellText(const CompressionHistoryEntry& entry, const QString& ide
 
 QString historySummary(const CompressionHistory& history, AppLanguage language) {
     if (history.empty()) return text(language, Text::historySummaryEmpty);
-    return text(language, Text::historySummary,
-                {QString::number(history.size()),
-                 historyByteCount(totalSavedBytes(history), language)});
+    return text(
+        language, Text::historySummary,
+        {QString::number(history.size()), historyByteCount(totalSavedBytes(history), language)});
 }
 
 }  // namespace velt::ui

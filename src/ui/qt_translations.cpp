@@ -22,8 +22,8 @@ void QtTranslations::follow(AppLanguage language) {
     if (language != AppLanguage::russian) return;
     auto translator = std::make_unique<QTranslator>();
     const QString folder = QLibraryInfo::path(QLibraryInfo::TranslationsPath);
-    if (!translator->load(QLocale(QLocale::Russian), QStringLiteral("qtbase"),
-                          QStringLiteral("_"), folder)) {
+    if (!translator->load(QLocale(QLocale::Russian), QStringLiteral("qtbase"), QStringLiteral("_"),
+                          folder)) {
         NativeLog::write(QStringLiteral("Qt's Russian translation not found in ") + folder);
         return;
     }

@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         QDirIterator it(QString::fromLocal8Bit(argv[i]), QDir::Files, QDirIterator::Subdirectories);
         QStringList files;
-        if (QFileInfo(QString::fromLocal8Bit(argv[i])).isFile()) files << QString::fromLocal8Bit(argv[i]);
+        if (QFileInfo(QString::fromLocal8Bit(argv[i])).isFile())
+            files << QString::fromLocal8Bit(argv[i]);
         while (it.hasNext()) files << it.next();
         for (const QString& path : files) {
             QFile file(path);

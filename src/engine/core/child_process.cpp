@@ -150,12 +150,12 @@ std::vector<QByteArray> encodedArgumentVector(const QString& executable,
     for (const QByteArray& item : encoded) {
         // A C string cannot carry NUL: the tool would silently see a shorter argument.
         if (item.contains('\0'))
-            throw FileSystemError(FileSystemError::launchFailed,
-                                  QStringLiteral("Cannot start %1: an argument contains a NUL "
-                                                 "character")
-                                      .arg(executable),
-                                  Message{Text::encoderNotStarted,
-                                          {QFileInfo(executable).fileName()}});
+            throw FileSystemError(
+                FileSystemError::launchFailed,
+                QStringLiteral("Cannot start %1: an argument contains a NUL "
+                               "character")
+                    .arg(executable),
+                Message{Text::encoderNotStarted, {QFileInfo(executable).fileName()}});
     }
     return encoded;
 }
@@ -213,11 +213,11 @@ std::shared_ptr<ChildProcess> ChildProcess::spawn(const QString& executable,
     argv.push_back(nullptr);
 
     const auto launchFailed = [&](int error) {
-        return FileSystemError(FileSystemError::launchFailed,
-                               QStringLiteral("Cannot start %1: %2")
-                                   .arg(executable, QString::fromUtf8(::strerrordesc_np(error))),
-                               Message{Text::encoderNotStarted,
-                                       {QFileInfo(executable).fileName()}});
+        return FileSystemError(
+            FileSystemError::launchFailed,
+            QStringLiteral("Cannot start %1: %2")
+                .arg(executable, QString::fromUtf8(::strerrordesc_np(error))),
+            Message{Text::encoderNotStarted, {QFileInfo(executable).fileName()}});
     };
     InputPipe input(inputPipe);
     if (input.error() != 0) throw launchFailed(input.error());

@@ -30,10 +30,11 @@ void writeJPEGImage(EncodingContext& context, const QString& destination, ImageP
                     const ToolLocator& locateTool, const CandidateFinish& finish) {
     const std::optional<QString> cjpeg = locateTool(QStringLiteral("cjpeg"));
     if (!cjpeg)
-        throw FileSystemError(FileSystemError::writeUnsupportedScheme,
-                              QStringLiteral("The JPEG encoder \"cjpeg\" is not installed"),
-                              Message{Text::encoderMissing, {QStringLiteral("cjpeg"),
-                                                             QStringLiteral("libjpeg-turbo-progs")}});
+        throw FileSystemError(
+            FileSystemError::writeUnsupportedScheme,
+            QStringLiteral("The JPEG encoder \"cjpeg\" is not installed"),
+            Message{Text::encoderMissing,
+                    {QStringLiteral("cjpeg"), QStringLiteral("libjpeg-turbo-progs")}});
 
     checkRenderable(plan.image);  // before anything is written
     const ToolLimits limits =

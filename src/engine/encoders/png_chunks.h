@@ -40,8 +40,8 @@ void attachICCProfileToPNGIfNeeded(const QString& path, const std::optional<QByt
 
 // Rewrites the PNG file at `path` in place (atomically) without its metadata chunks (eXIf, tEXt,
 // zTXt, iTXt, tIME): an output carries the plan's metadata and nothing of the source's besides.
-// A file without any, not a PNG or with a damaged chunk list stays as it is. Throws FileSystemError when
-// the file cannot be read or written.
+// A file without any, not a PNG or with a damaged chunk list stays as it is. Throws FileSystemError
+// when the file cannot be read or written.
 void removeMetadataFromPNG(const QString& path);
 
 }  // namespace velt

@@ -72,10 +72,10 @@ void writeWebPImage(EncodingContext& context, const QString& destination, ImageP
                     const ToolLocator& locateTool, const CandidateFinish& finish) {
     const std::optional<QString> cwebp = locateTool(QStringLiteral("cwebp"));
     if (!cwebp)
-        throw FileSystemError(FileSystemError::writeUnsupportedScheme,
-                              QStringLiteral("The WebP encoder \"cwebp\" is not installed"),
-                              Message{Text::encoderMissing,
-                                      {QStringLiteral("cwebp"), QStringLiteral("webp")}});
+        throw FileSystemError(
+            FileSystemError::writeUnsupportedScheme,
+            QStringLiteral("The WebP encoder \"cwebp\" is not installed"),
+            Message{Text::encoderMissing, {QStringLiteral("cwebp"), QStringLiteral("webp")}});
 
     const ToolLimits limits =
         toolLimitsFor(static_cast<std::int64_t>(plan.image.width) * plan.image.height);

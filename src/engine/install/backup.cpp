@@ -146,10 +146,9 @@ QString freeBackupPath(const QString& folder, const QString& fileName,
 QString backup(const QString& source, const SourceVersion& expected,
                const std::optional<QString>& watchDirectory) {
     if (!watchDirectory)
-        throw FileSystemError(
-            FileSystemError::noSuchFile,
-            QStringLiteral("Cannot back up %1: no folder is watched").arg(source),
-            Message{Text::cannotReplaceSafely, {}});
+        throw FileSystemError(FileSystemError::noSuchFile,
+                              QStringLiteral("Cannot back up %1: no folder is watched").arg(source),
+                              Message{Text::cannotReplaceSafely, {}});
     const QString relative = relativeBackupPath(source, *watchDirectory);
     if (relative.isEmpty())
         throw FileSystemError(FileSystemError::noSuchFile,

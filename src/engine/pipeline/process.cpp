@@ -127,10 +127,9 @@ ImagePlan planUnlessBeingWritten(const AppConfig& config, const QString& file) {
         if (error.code() != FileSystemError::readCorruptFile) throw;
         const auto after = fileSignature(file);
         const bool cutShort = error.reason().id == Text::fileTruncated;
-        const bool changing =
-            !before || !after || !(*before == *after) ||
-            (cutShort &&
-             std::chrono::system_clock::now() - after->modifiedAt < writeStabilityInterval);
+        const bool changing = !before || !after || !(*before == *after) ||
+                              (cutShort && std::chrono::system_clock::now() - after->modifiedAt <
+                                               writeStabilityInterval);
         if (!changing) throw;
         throw FileSystemError(FileSystemError::readCorruptFile,
                               error.description() + QStringLiteral(" (still being written)"),

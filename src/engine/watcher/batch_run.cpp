@@ -72,7 +72,8 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
                 if (!supportedExtensions.contains(lowerExtension(QString::fromUtf8(rawName))))
                     return;
                 unreadableNames.push_back({watched + QLatin1Char('/') + QString::fromUtf8(rawName),
-                                           BatchFileResult::Outcome::skipped, 0,
+                                           BatchFileResult::Outcome::skipped,
+                                           0,
                                            Message{Text::skippedNameNotUtf8, {}},
                                            {}});
             });
@@ -85,8 +86,11 @@ std::vector<BatchFileResult> FolderCompressor::runOnce(const AppConfig& config,
         QStringList toProcess;
         for (const QString& file : candidates) {
             if (shouldSkip(context_, timing_, file))
-                record({file, BatchFileResult::Outcome::skipped, 0,
-                        Message{Text::skippedAlreadyProcessed, {}}, {}});
+                record({file,
+                        BatchFileResult::Outcome::skipped,
+                        0,
+                        Message{Text::skippedAlreadyProcessed, {}},
+                        {}});
             else
                 toProcess << file;
         }

@@ -17,8 +17,8 @@ namespace velt {
 inline constexpr int maximumRetryPauseFactor = 64;
 
 // Records that `file` failed with `error` now, as the user is told by `reason`; `firstPause` is
-// the pause before the first retry of an environment failure. Returns whether this is the first failure of this version of the
-// file (the one to report).
+// the pause before the first retry of an environment failure. Returns whether this is the first
+// failure of this version of the file (the one to report).
 bool rememberFailure(EngineContext& context, const QString& file, const std::exception& error,
                      const Message& reason, std::chrono::milliseconds firstPause);
 

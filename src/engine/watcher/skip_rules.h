@@ -2,8 +2,8 @@
 // touched, files already handled or settled in the registry, and files still changing.
 #pragma once
 
-#include "engine/pipeline/engine_context.h"
 #include "engine/core/engine_timing.h"
+#include "engine/pipeline/engine_context.h"
 
 #include <QString>
 

@@ -202,8 +202,7 @@ TEST(PNGPath, WithoutToolsThePNGSourceIsCopiedByteForByte) {
     ImagePlan plan = planOf(ImageFormat::png, {});
     const imageio::Bitmap image = plan.image;
     const QString source = rig.file("source.png");
-    testing::writeFile(source,
-                       testing::pngOf(image, 8, {}, QByteArray("MM\0*\0\0\0\x08\0\0", 10)));
+    testing::writeFile(source, testing::pngOf(image, 8, {}, QByteArray("MM\0*\0\0\0\x08\0\0", 10)));
     writePNGImage(rig.context, source, rig.file("out.png"), plan, locatorOf({}));
     EXPECT_EQ(testing::readFile(rig.file("out.png")), testing::pngOf(image, 8));
 }
