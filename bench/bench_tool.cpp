@@ -14,10 +14,9 @@
 //   bench_tool ssim A B...                  mean SSIM of each B against A (on white), one line
 //                                           each: "LUMA RGB", on luma and the mean over R, G, B
 //   bench_tool size IN                      "WIDTH HEIGHT" of the upright image
+#include "cpu_time.h"
 #include "imageio/encoders.h"
 #include "imageio/image_io.h"
-
-#include <sys/resource.h>
 
 #include <QCoreApplication>
 #include <QFile>
@@ -143,13 +142,6 @@ Bitmap synthetic(int width, int height) {
     return bitmap;
 }
 
-double cpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
 // Encodes with the product's libheif settings, each NAME=VALUE argument replacing or adding one.
 void encodeHeif(Bitmap bitmap, const char* path, int quality, char** settings, int count) {
     const auto format =
@@ -165,10 +157,10 @@ void encodeHeif(Bitmap bitmap, const char* path, int quality, char** settings, i
         std::erase_if(parameters, [&](const auto& parameter) { return parameter.first == name; });
         parameters.emplace_back(name, setting.substr(equals + 1));
     }
-    const double started = cpuSeconds();
+    const double started = processCpuSeconds();
     const QByteArray bytes =
         imageio::detail::encodeHEIF(std::move(bitmap), *format, quality, {}, {}, parameters);
-    const double used = cpuSeconds() - started;
+    const double used = processCpuSeconds() - started;
     QFile file(QString::fromLocal8Bit(path));
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
         throw std::runtime_error("cannot write the output");

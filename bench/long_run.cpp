@@ -8,11 +8,11 @@
 //
 // Usage: bench_long_run [N photos, 1000] [M handled images, 100000] [idle seconds, 60]
 // Prints a table; writes nothing outside temporary folders.
+#include "cpu_time.h"
 #include "engine/pipeline/process.h"
 #include "engine/watcher/folder_compressor.h"
 #include "imageio/image_io.h"
 
-#include <sys/resource.h>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -27,13 +27,6 @@ namespace {
 
 using namespace std::chrono;
 using namespace velt;
-
-double cpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
 
 // A data folder of its own for each measure (settings, registry, log).
 struct DataFolder {
@@ -75,19 +68,19 @@ void dropPhotos(const QString& folder, int count, int side) {
 
 // CPU seconds spent per minute while idle for `seconds`.
 double idlePerMinute(int seconds) {
-    const double before = cpuSeconds();
+    const double before = processCpuSeconds();
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
-    return (cpuSeconds() - before) * 60.0 / seconds;
+    return (processCpuSeconds() - before) * 60.0 / seconds;
 }
 
 // Waits until a whole second passes with less than 10 ms of CPU: the engine has settled. False
 // when that has not happened within `limit`.
 bool waitUntilIdle(seconds limit = 300s) {
     const auto deadline = steady_clock::now() + limit;
-    double last = cpuSeconds();
+    double last = processCpuSeconds();
     while (steady_clock::now() < deadline) {
         std::this_thread::sleep_for(1s);
-        const double now = cpuSeconds();
+        const double now = processCpuSeconds();
         if (now - last < 0.01) return true;
         last = now;
     }
@@ -147,7 +140,7 @@ void startOnHandled(int images, int idleSeconds) {
         engine.runOnce(AppConfig(), folder.path(), nullptr, 2);
     }
     std::atomic<int> toPipeline = 0;
-    const double before = cpuSeconds();
+    const double before = processCpuSeconds();
     FolderCompressor engine;  // a new launch: the registry is read again
     engine.setProcessorForTesting([&](EngineContext& context, const QString& file) {
         ++toPipeline;
@@ -156,7 +149,7 @@ void startOnHandled(int images, int idleSeconds) {
     engine.start(AppConfig(), folder.path());
     std::this_thread::sleep_for(3s);
     const bool settled = waitUntilIdle();
-    const double start = cpuSeconds() - before;
+    const double start = processCpuSeconds() - before;
     std::printf("| start on %d handled images | CPU s until idle%s | %.2f |\n", images,
                 settled ? "" : " (still busy after 300 s)", start);
     std::printf("| start on %d handled images | files handed to the pipeline | %d |\n", images,

@@ -3,12 +3,12 @@
 //
 // Usage: bench_scan_cost [file count] [idle seconds]
 // Prints a table; writes nothing outside a temporary folder.
+#include "cpu_time.h"
 #include "engine/watcher/candidates.h"
 #include "engine/watcher/folder_compressor.h"
 #include "engine/watcher/skip_rules.h"
 #include "model/file_url.h"
 
-#include <sys/resource.h>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -22,13 +22,6 @@ namespace {
 
 using namespace std::chrono;
 using namespace velt;
-
-double processCpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
 
 void fill(const QString& folder, int count, const char* extension) {
     for (int i = 0; i < count; ++i) {
